@@ -1,0 +1,67 @@
+// Documents of the host: parsing within limits, reading attributes, printing.
+//
+// Standard: XML 1.0, as far as TinyXML goes.
+// Threads:  any; nothing is shared.
+// Limits:   kMaxDocumentBytes and kMaxNesting. TinyXML recurses once a level, on the host's stack.
+// Not here: what the documents mean.
+#pragma once
+
+#include <tinyxml.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace tvx {
+
+// Ten thousand cameras need about 6 MB; a tree takes several times its text in a 32-bit process.
+constexpr std::size_t kMaxDocumentBytes = 16u << 20;
+constexpr int kMaxNesting = 256;
+
+enum class ParseOutcome {
+  Parsed,
+  Empty,       // no bytes, or a null pointer
+  TooLarge,    // above kMaxDocumentBytes
+  TooDeep,     // nested above kMaxNesting
+  Unreadable,  // not XML
+};
+
+// Parses length bytes, which need no terminator and are copied. The document is null unless the
+// outcome is Parsed. White space in texts is kept.
+struct ParsedDocument {
+  ParseOutcome outcome = ParseOutcome::Empty;
+  std::unique_ptr<TiXmlDocument> document;
+
+  // The "tDVR" root of a parsed document, else null.
+  const TiXmlElement* Root() const;
+};
+ParsedDocument ParseDocument(const char* text, std::size_t length);
+
+// What to tell an administrator about a document that was refused for its size or shape; null for
+// outcomes that are ignored without a word.
+const char* RefusalReason(ParseOutcome outcome);
+
+// An attribute that is there and an integer, as the library reads integers.
+std::optional<std::int32_t> IntAttribute(const TiXmlElement& element, const char* name);
+
+// An identifier: decimal, signed or unsigned, taken modulo 2^32. The library's own integer query
+// would stop at 2147483647.
+std::optional<std::uint32_t> PatternAttribute(const TiXmlElement& element, const char* name);
+
+// An attribute's text, or nothing when it is not there.
+std::optional<std::string> TextAttribute(const TiXmlElement& element, const char* name);
+
+// Sets a text so that it comes back as it was. The library prints "&#x" as if it began a reference,
+// which would turn such a text (a password, say) into another one when it is read again.
+void SetTextAttribute(TiXmlElement& element, const char* name, const std::string& text);
+std::unique_ptr<TiXmlText> MakeText(const std::string& text);
+
+// Makes the element last child of its parent, which owns it, and returns it.
+TiXmlElement& AppendElement(TiXmlNode& parent, const char* name);
+
+// The document as text, as it is sent to the host.
+std::string PrintDocument(const TiXmlDocument& document);
+
+}  // namespace tvx

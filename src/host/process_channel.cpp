@@ -1,0 +1,188 @@
+#include "host/process_channel.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <utility>
+
+namespace tvx {
+namespace {
+
+// Chunk kinds, by direction.
+constexpr std::uint32_t kInput = 0;     // to the host: standard input of the program
+constexpr std::uint32_t kOutput = 1;    // from the host: standard output
+constexpr std::uint32_t kErrors = 2;    // from the host: standard error
+constexpr std::uint32_t kRunning = 3;   // from the host
+constexpr std::uint32_t kFailed = 4;    // from the host
+constexpr std::uint32_t kFinished = 5;  // from the host
+constexpr std::uint32_t kLaunch = 6;    // to the host
+
+constexpr std::uint32_t kStandardInput = 1;  // word of an input chunk
+constexpr std::uint32_t kLaunchFlags = 2;    // word of a launch; neither optional string follows
+constexpr std::size_t kMaxPayload = kMaxChunkSize - sizeof(ChunkHeader);
+
+// Request identifiers: the module above, 20 counting bits below.
+constexpr std::uint32_t kRequestMask = 0xFFFFF;
+constexpr std::uint32_t kRequestAttempts = 0x100000;
+
+// Arguments separated by single NUL bytes, none behind the last. False when an argument holds one
+// itself: it would reach the program as two.
+bool DescribeLaunch(const std::vector<std::string>& arguments, std::string& description) {
+  for (const std::string& argument : arguments) {
+    if (argument.find('\0') != std::string::npos) return false;
+    if (&argument != &arguments.front()) description.push_back('\0');
+    description += argument;
+  }
+  return true;
+}
+
+void SetState(ipc::client& program, ipc::State state, std::uint32_t value) {
+  MutexLock lock(program.mutex);
+  program.state = state;
+  program.value = value;
+  program.changed.NotifyAll();
+}
+
+// Sends one message, split into chunks where that is allowed: only standard input may be.
+bool Send(const ProcessChannel::Sender* sender, std::uint32_t request, std::uint32_t kind,
+          std::uint32_t word, const char* payload, std::size_t length) {
+  if (sender == nullptr || !*sender) return false;
+  if (length > kMaxPayload && kind != kInput) return false;
+  for (;;) {
+    const std::size_t part = std::min(length, kMaxPayload);
+    const auto size = static_cast<std::uint32_t>(part + sizeof(ChunkHeader));
+    void* chunk = std::malloc(size);
+    if (chunk == nullptr) throw std::bad_alloc();
+    const ChunkHeader header{size, request, kind, word};
+    std::memcpy(chunk, &header, sizeof(header));
+    if (part > 0) std::memcpy(static_cast<char*>(chunk) + sizeof(header), payload, part);
+    // The chunk is the host's from here on, whatever it answers.
+    if (!(*sender)(chunk, size)) return false;
+    length -= part;
+    if (length == 0) return true;
+    payload += part;
+  }
+}
+
+}  // namespace
+
+void ProcessChannel::Register(std::uint32_t module, Sender sender) {
+  auto installed = std::make_shared<const Sender>(std::move(sender));
+  {
+    MutexLock lock(mutex_);
+    module_ = module;
+    sender_.swap(installed);
+  }
+}
+
+std::shared_ptr<ipc::client> ProcessChannel::RunProgram(const std::vector<std::string>& arguments) {
+  auto program = std::make_shared<ipc::client>();
+  std::string description;
+  const bool describable = DescribeLaunch(arguments, description);
+  {
+    MutexLock lock(mutex_);
+    std::uint32_t request = 0;
+    // The table is filled after the send and reports take the same mutex, so a report can never
+    // find its program missing.
+    if (closed_ || !describable || !ChooseRequest(request)) {
+      SetState(*program, ipc::State::Failed, 0);
+      return program;
+    }
+    lastRequest_ = request;
+    program->request = request;
+    if (!Send(sender_.get(), request, kLaunch, kLaunchFlags, description.data(),
+              description.size())) {
+      SetState(*program, ipc::State::Failed, 0);
+      return program;
+    }
+    pending_.emplace(request, program);
+  }
+  MutexLock lock(program->mutex);
+  while (program->state == ipc::State::Requested) program->changed.Wait(program->mutex);
+  return program;
+}
+
+bool ProcessChannel::ChooseRequest(std::uint32_t& request) const {
+  std::uint32_t candidate = lastRequest_;
+  for (std::uint32_t attempt = 0; attempt < kRequestAttempts; ++attempt) {
+    candidate = ((candidate + 1) & kRequestMask) | (module_ << 4);
+    if (pending_.find(candidate) == pending_.end()) {
+      request = candidate;
+      return true;
+    }
+  }
+  return false;
+}
+
+bool ProcessChannel::WriteInput(const ipc::client& program, const char* bytes, std::size_t length) {
+  std::shared_ptr<const Sender> sender;
+  {
+    MutexLock lock(mutex_);
+    sender = sender_;
+  }
+  return Send(sender.get(), program.request, kInput, kStandardInput, bytes, length);
+}
+
+bool ProcessChannel::Receive(const void* chunk, std::uint32_t length) {
+  if (chunk == nullptr || length < sizeof(ChunkHeader)) return false;
+  ChunkHeader header{};
+  std::memcpy(&header, chunk, sizeof(header));
+  const char* payload = static_cast<const char*>(chunk) + sizeof(header);
+  const std::size_t payloadLength = length - sizeof(header);
+
+  MutexLock lock(mutex_);
+  const auto entry = pending_.find(header.request);
+  if (entry == pending_.end()) return false;
+  const std::shared_ptr<ipc::client> program = entry->second;
+  switch (header.kind) {
+    case kOutput:
+    case kErrors: {
+      MutexLock programLock(program->mutex);
+      (header.kind == kOutput ? program->output : program->errors).Append(payload, payloadLength);
+      program->changed.NotifyAll();
+      return true;
+    }
+    case kRunning:
+      SetState(*program, ipc::State::Running, header.word);
+      return true;
+    case kFailed:
+    case kFinished:
+      pending_.erase(entry);
+      SetState(*program, header.kind == kFailed ? ipc::State::Failed : ipc::State::Finished,
+               header.word);
+      return true;
+    default:
+      return false;
+  }
+}
+
+void ProcessChannel::Close() {
+  MutexLock lock(mutex_);
+  for (auto& [request, program] : pending_) {
+    MutexLock programLock(program->mutex);
+    const bool launched = program->state == ipc::State::Running;
+    program->state = launched ? ipc::State::Finished : ipc::State::Failed;
+    program->value = 0;
+    program->changed.NotifyAll();
+  }
+  pending_.clear();
+  closed_ = true;
+}
+
+bool ReadLine(ipc::client& program, OutputStream stream, std::string& line) {
+  MutexLock lock(program.mutex);
+  ipc::LineBuffer& buffer = stream == OutputStream::Output ? program.output : program.errors;
+  for (;;) {
+    if (buffer.TakeLine(line)) return true;
+    if (program.state != ipc::State::Running) return buffer.TakeRest(line);
+    program.changed.Wait(program.mutex);
+  }
+}
+
+ProcessChannel& TheProcessChannel() {
+  static ProcessChannel channel;
+  return channel;
+}
+
+}  // namespace tvx

@@ -1,0 +1,77 @@
+// The process channel: how the plug-in has the host run external programs.
+//
+// The plug-in sends chunks through the host service entry (launch, standard input); the host
+// answers through IOCTL 4 (running, failed, output, finished). Wire format: ChunkHeader and
+// payload.
+//
+// Owns:    the table of programs that have not ended; each program is shared with its caller.
+// Threads: all operations may be called from any thread. Reports arrive on host threads while
+//          another thread waits inside RunProgram or ReadLine.
+// Locks:   the channel's mutex, then a program's own; never the other way round. RunProgram holds
+//          the channel's mutex while it sends the launch, and waits without it; input is sent
+//          without any lock.
+// Errors:  results, never exceptions but memory exhaustion.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/mutex.h"
+#include "host/host_records.h"
+#include "host/ipc_client.h"
+
+namespace tvx {
+
+class ProcessChannel {
+ public:
+  // Takes one chunk (malloc'ed; the receiver's from then on, also when it answers false).
+  using Sender = std::function<bool(void* chunk, std::uint32_t size)>;
+
+  // Installs the sender; the previous one is destroyed after the exchange.
+  void Register(std::uint32_t module, Sender sender) EXCLUDES(mutex_);
+
+  // Launches a program and waits until the host reports it running, failed or finished, however
+  // long that takes; Close ends the wait. The first argument is the program's path. The launch has
+  // failed when the returned client is in state Failed; an argument that holds a NUL byte, which
+  // separates arguments on the wire, fails too.
+  std::shared_ptr<ipc::client> RunProgram(const std::vector<std::string>& arguments)
+      EXCLUDES(mutex_);
+
+  // Sends bytes to the program's standard input, in as many chunks as needed; no bytes are one
+  // empty chunk. False when the host refused a chunk.
+  bool WriteInput(const ipc::client& program, const char* bytes, std::size_t length)
+      EXCLUDES(mutex_);
+
+  // Takes one report of the host. False when it was ignored: no such program, or no such kind.
+  bool Receive(const void* chunk, std::uint32_t length) EXCLUDES(mutex_);
+
+  // Ends every wait: running programs count as finished with value 0, requested launches as failed.
+  // From then on every launch fails at once.
+  void Close() EXCLUDES(mutex_);
+
+ private:
+  bool ChooseRequest(std::uint32_t& request) const REQUIRES(mutex_);
+
+  Mutex mutex_;
+  std::shared_ptr<const Sender> sender_ GUARDED_BY(mutex_);
+  std::uint32_t module_ GUARDED_BY(mutex_) = 0;
+  std::map<std::uint32_t, std::shared_ptr<ipc::client>> pending_ GUARDED_BY(mutex_);
+  bool closed_ GUARDED_BY(mutex_) = false;
+  std::uint32_t lastRequest_ GUARDED_BY(mutex_) = 0;
+};
+
+enum class OutputStream { Output = 1, Errors = 2 };
+
+// Waits for the next line of a program's output or errors. The last line may lack its line feed.
+// False once the program is no longer running and everything has been read.
+bool ReadLine(ipc::client& program, OutputStream stream, std::string& line);
+
+// The channel of this library: one per process, as the host sees it.
+ProcessChannel& TheProcessChannel();
+
+}  // namespace tvx

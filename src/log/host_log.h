@@ -1,0 +1,21 @@
+// The operational log: one formatted line per call, written to the host's log.
+//
+// Threads: any, at once; the buffer is on the caller's stack and no lock is taken. The host's log
+//          may be slow, so callers avoid holding locks that the frame path needs.
+// Errors:  none. Before Load (null entry) nothing happens; the host's answer is ignored.
+#pragma once
+
+#include <cstdint>
+
+#include "host/host_records.h"
+
+namespace tvx {
+
+enum class LogLevel : std::uint32_t { Information = 25, Warning = 50, Error = 75 };
+
+// Formats as printf does, cut to 511 characters, and sends the text with its terminating NUL. The
+// host adds time and module name; no line end is appended.
+[[gnu::format(printf, 4, 5)]] void HostLog(std::uint32_t module, HostServiceEntry entry,
+                                           LogLevel level, const char* format, ...);
+
+}  // namespace tvx

@@ -1,0 +1,36 @@
+#include "support/temporary_folder.h"
+
+#include <boost/filesystem.hpp>
+#include <fstream>
+#include <iterator>
+
+namespace tvx::test {
+namespace fs = boost::filesystem;
+
+TemporaryFolder::TemporaryFolder() : before_(fs::current_path().string()) {
+  const fs::path path = fs::temp_directory_path() / fs::unique_path("notifypi-test-%%%%%%%%%%");
+  fs::create_directories(path);
+  path_ = path.string();
+  fs::current_path(path);
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  boost::system::error_code ignored;
+  fs::current_path(before_, ignored);
+  fs::remove_all(path_, ignored);
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+void WriteFile(const std::string& path, const std::string& content) {
+  std::ofstream(path, std::ios::binary) << content;
+}
+
+bool FileExists(const std::string& path) {
+  return fs::exists(path);
+}
+
+}  // namespace tvx::test
