@@ -4,15 +4,15 @@
 // A directory never changes once it is built; the service replaces it whole, so that a reader never
 // sees half of one.
 // Threads: any, as it is immutable.
-// Errors:  malformed entries are skipped; only memory exhaustion throws.
+// Errors:  malformed entries are skipped; of entries with one identifier the first counts. Only
+//          memory exhaustion throws.
+// Cost:    building is linear in the document, a look-up is one or two hash look-ups.
 // Not here: which events notify (event_action_table.h), frames (video/).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <map>
-#include <optional>
 #include <string>
-#include <tuple>
 #include <unordered_map>
 #include <vector>
 
@@ -58,28 +58,36 @@ class SystemDirectory {
   // count depends on the kind; a point of sale is looked up with its index, then with index 0.
   std::string Name(NameKind kind, SourceId id) const;
 
-  // The stream whose frames carry this identifier; null when there is none.
+  // The stream whose frames carry this identifier; null when there is none. The directory owns it.
   const VideoStream* FindStream(std::int32_t streamId) const;
 
-  // The first stream, in document order, of a source; null when there is none.
+  // The first stream, in document order, of a source; null when there is none. The directory owns
+  // it.
   const VideoStream* StreamOfSource(SourceId source) const;
 
   // The streams of one camera: those whose identifiers agree in the low 28 bits, in document order.
-  // Null when there are none.
+  // Empty when there are none. The directory owns them.
   std::vector<const VideoStream*> StreamsOfCamera(std::int32_t streamId) const;
 
-  // The sources of a group, as events of them would name them. Empty for an unknown group.
+  // The sources of a group, each once, as events of them would name them. Empty for an unknown
+  // group. Groups whose identifiers agree in the low 8 bits are one group, as events cannot tell
+  // them apart.
   const std::vector<EventReference>& GroupMembers(SourceId group) const;
 
  private:
-  using NameKey = std::tuple<NameKind, std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t>;
+  class Reader;
 
-  std::map<NameKey, std::string> names_;
+  // A kind, and below it the fields of an identifier that count for the kind.
+  using NameKey = std::uint64_t;
+  static NameKey KeyOf(NameKind kind, SourceId id);
+  const std::string* FindName(NameKind kind, SourceId id) const;
+
+  std::unordered_map<NameKey, std::string> names_;  // none of them is empty
   std::vector<VideoStream> streams_;  // document order; the indexes below point into it
   std::unordered_map<std::int32_t, std::size_t> byStreamId_;
   std::unordered_map<std::uint32_t, std::size_t> bySource_;
   std::unordered_map<std::uint32_t, std::vector<std::size_t>> byCamera_;
-  std::map<std::uint32_t, std::vector<EventReference>> groups_;
+  std::unordered_map<std::uint32_t, std::vector<EventReference>> groups_;
 };
 
 }  // namespace tvx

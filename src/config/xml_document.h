@@ -53,10 +53,8 @@ std::optional<std::uint32_t> PatternAttribute(const TiXmlElement& element, const
 // An attribute's text, or nothing when it is not there.
 std::optional<std::string> TextAttribute(const TiXmlElement& element, const char* name);
 
-// Sets a text so that it comes back as it was. The library prints "&#x" as if it began a reference,
-// which would turn such a text (a password, say) into another one when it is read again.
-void SetTextAttribute(TiXmlElement& element, const char* name, const std::string& text);
-std::unique_ptr<TiXmlText> MakeText(const std::string& text);
+// A document that begins with an empty declaration, "<?xml ?>".
+std::unique_ptr<TiXmlDocument> NewDocument();
 
 // Makes the element last child of its parent, which owns it, and returns it.
 TiXmlElement& AppendElement(TiXmlNode& parent, const char* name);

@@ -7,23 +7,18 @@
 #include "host/host_entry.h"
 
 namespace tvx {
-namespace {
-
-constexpr std::size_t kLineSize = 512;
-
-}  // namespace
 
 void HostLog(std::uint32_t module, HostServiceEntry entry, LogLevel level, const char* format,
              ...) {
   if (entry == nullptr) return;
-  char line[kLineSize];
+  char line[kLogLineSize];
   std::va_list arguments;
   va_start(arguments, format);
   const int formatted = std::vsnprintf(line, sizeof(line), format, arguments);
   va_end(arguments);
   if (formatted < 0) line[0] = '\0';
-  const std::size_t length =
-      std::min<std::size_t>(formatted < 0 ? 0 : static_cast<std::size_t>(formatted), kLineSize - 1);
+  const std::size_t length = std::min<std::size_t>(
+      formatted < 0 ? 0 : static_cast<std::size_t>(formatted), kLogLineSize - 1);
 
   HostRequest request = MakeHostRequest(HostCommand::Log, PayloadKind::LogLine);
   request.module = module;

@@ -5,6 +5,7 @@
 // Errors:  none. Before Load (null entry) nothing happens; the host's answer is ignored.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "host/host_records.h"
@@ -12,6 +13,9 @@
 namespace tvx {
 
 enum class LogLevel : std::uint32_t { Information = 25, Warning = 50, Error = 75 };
+
+// A line and its terminating NUL.
+constexpr std::size_t kLogLineSize = 512;
 
 // Formats as printf does, cut to 511 characters, and sends the text with its terminating NUL. The
 // host adds time and module name; no line end is appended.

@@ -1,5 +1,7 @@
 #include "support/temporary_folder.h"
 
+#include <unistd.h>
+
 #include <boost/filesystem.hpp>
 #include <fstream>
 #include <iterator>
@@ -7,8 +9,9 @@
 namespace tvx::test {
 namespace fs = boost::filesystem;
 
+// The same path for all tests of a process: what the code keeps for its life stays true.
 TemporaryFolder::TemporaryFolder() : before_(fs::current_path().string()) {
-  const fs::path path = fs::temp_directory_path() / fs::unique_path("notifypi-test-%%%%%%%%%%");
+  const fs::path path = fs::temp_directory_path() / ("notifypi-test-" + std::to_string(::getpid()));
   fs::create_directories(path);
   path_ = path.string();
   fs::current_path(path);

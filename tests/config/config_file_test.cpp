@@ -1,0 +1,71 @@
+#include "config/config_file.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <string>
+
+#include "config/notify_writer.h"
+#include "config/xml_document.h"
+#include "support/temporary_folder.h"
+
+namespace tvx {
+namespace {
+
+TEST(ConfigFile, ComesBackAsItWasSaved) {
+  const test::TemporaryFolder folder;
+  NotifyConfig saved;
+  NotifyProfile profile;
+  profile.ID = 3;
+  profile.description = "&#x41; \"gate\" \xE9<";
+  profile.from = "f@x";
+  profile.to = {"a@x", "b@x"};
+  profile.body = "\r\n  two lines\r\n";
+  saved.profiles[3] = profile;
+  SmtpServer server{"d", "a", 587, 2, "user", "pass&#x41;\"'<>"};
+  saved.servers = {server};
+  ASSERT_TRUE(SaveConfigFile(kConfigFile, *BuildNotifyDocument(saved)));
+
+  NotifyConfig loaded;
+  ASSERT_EQ(LoadConfigFile(kConfigFile, loaded), LoadOutcome::Loaded);
+  EXPECT_EQ(loaded.servers, saved.servers);
+  EXPECT_EQ(loaded.profiles.at(3).description, profile.description);
+  EXPECT_EQ(loaded.profiles.at(3).body, profile.body);
+  EXPECT_EQ(loaded.profiles.at(3).to, profile.to);
+}
+
+TEST(ConfigFile, RejectedFilesLeaveTheDefaultsAndAreKeptBeside) {
+  const test::TemporaryFolder folder;
+  NotifyConfig config;
+  EXPECT_EQ(LoadConfigFile(kConfigFile, config), LoadOutcome::Missing);
+  test::WriteFile(kConfigFile, "<tDVR><Notify ID='786432' MaxRetryQueue='7'><Servers/></Notify>");
+  EXPECT_EQ(LoadConfigFile(kConfigFile, config), LoadOutcome::Rejected);
+  EXPECT_EQ(config.MaxRetryQueue, 100);
+  KeepRejectedFile(kConfigFile);
+  EXPECT_TRUE(test::FileExists("notify.xml.rejected"));
+  // Neither the root's name nor its "Delta" is asked for.
+  test::WriteFile(kConfigFile, "<any><Notify ID='786432'><Servers/><Profiles/></Notify></any>");
+  EXPECT_EQ(LoadConfigFile(kConfigFile, config), LoadOutcome::Loaded);
+}
+
+TEST(ConfigFile, IsReplacedWholeOrNotAtAllAndKeepsItsPermissions) {
+  const test::TemporaryFolder folder;
+  const auto document = BuildNotifyDocument(NotifyConfig{});
+  struct stat status {};
+  ASSERT_TRUE(SaveConfigFile(kConfigFile, *document));
+  ASSERT_EQ(::stat(kConfigFile, &status), 0);
+  EXPECT_EQ(status.st_mode & 0777u, 0600u);  // it may hold passwords
+  ASSERT_EQ(::chmod(kConfigFile, 0640), 0);
+  ASSERT_TRUE(SaveConfigFile(kConfigFile, *document));
+  ASSERT_EQ(::stat(kConfigFile, &status), 0);
+  EXPECT_EQ(status.st_mode & 0777u, 0640u);
+
+  test::WriteFile(kConfigFile, "as it was");
+  ASSERT_EQ(::mkdir("notify.xml.new", 0700), 0);  // nothing can be written beside
+  EXPECT_FALSE(SaveConfigFile(kConfigFile, *document));
+  EXPECT_EQ(test::ReadFile(kConfigFile), "as it was");
+  EXPECT_FALSE(SaveConfigFile("missing/notify.xml", *document));
+}
+
+}  // namespace
+}  // namespace tvx
