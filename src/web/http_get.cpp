@@ -1,0 +1,135 @@
+#include "web/http_get.h"
+
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/error.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/system/system_error.hpp>
+#include <stdexcept>
+#include <string_view>
+
+#include "web/http_answer.h"
+#include "web/resolver_time_limit.h"
+
+namespace tvx {
+namespace {
+
+using boost::asio::ip::tcp;
+using boost::system::error_code;
+using boost::system::system_error;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t kReadSize = 8192;
+
+class Exchange {
+ public:
+  explicit Exchange(std::chrono::milliseconds deadline)
+      : deadline_(Clock::now() + deadline), socket_(context_) {}
+
+  void Connect(const WebServerAddress& address) {
+    const tcp::resolver::results_type endpoints = Resolve(address);
+    auto left = static_cast<Clock::rep>(endpoints.size());
+    for (const auto& entry : endpoints) {
+      // An address that swallows packets (a dead IPv6 route, say) leaves the others their share.
+      const Clock::time_point now = Clock::now();
+      const Clock::time_point limit = now + (deadline_ - now) / left--;
+      const error_code error =
+          RunUntil(limit, [&](auto handler) { socket_.async_connect(entry.endpoint(), handler); });
+      if (!error) return;
+      error_code ignored;
+      socket_.close(ignored);
+    }
+    throw std::runtime_error("Unable to connect to endpoint");
+  }
+
+  void Write(std::string_view request) {
+    ThrowIf(Run([&](auto handler) {
+              boost::asio::async_write(socket_, boost::asio::buffer(request.data(), request.size()),
+                                       handler);
+            }),
+            "write");
+  }
+
+  // The bytes are valid until the next call; none are the end of the stream.
+  std::string_view Read() {
+    const error_code error =
+        Run([&](auto handler) { socket_.async_read_some(boost::asio::buffer(buffer_), handler); });
+    if (error == boost::asio::error::eof) return {};
+    ThrowIf(error, "read");
+    return {buffer_, transferred_};
+  }
+
+ private:
+  static void ThrowIf(const error_code& error, const char* what) {
+    if (error) throw system_error(error, what);
+  }
+
+  tcp::resolver::results_type Resolve(const WebServerAddress& address) {
+    // The resolver takes an empty name for this machine.
+    if (address.host.empty()) throw system_error(boost::asio::error::host_not_found, "resolve");
+    tcp::resolver resolver(context_);
+    error_code error;
+    auto endpoints =
+        resolver.resolve(address.host, address.port, tcp::resolver::numeric_host, error);
+    if (error == boost::asio::error::host_not_found) {
+      const ResolverTimeLimit limit(
+          std::chrono::duration_cast<std::chrono::milliseconds>(deadline_ - Clock::now()));
+      endpoints = resolver.resolve(address.host, address.port, error);
+    }
+    if (!error && Clock::now() >= deadline_) error = boost::asio::error::timed_out;
+    ThrowIf(error, "resolve");
+    return endpoints;
+  }
+
+  template <typename Start>
+  error_code Run(Start start) {
+    return RunUntil(deadline_, start);
+  }
+
+  // Starts one operation and runs it to its end, or ends it at the limit by closing the socket.
+  template <typename Start>
+  error_code RunUntil(Clock::time_point limit, Start start) {
+    error_code result;
+    start([&](const error_code& error, std::size_t count = 0) {
+      result = error;
+      transferred_ = count;
+    });
+    context_.restart();
+    context_.run_until(limit);
+    if (context_.stopped()) return result;
+    error_code ignored;
+    socket_.close(ignored);
+    context_.run();
+    return boost::asio::error::timed_out;
+  }
+
+  const Clock::time_point deadline_;
+  boost::asio::io_context context_{1};
+  tcp::socket socket_;
+  std::size_t transferred_ = 0;
+  char buffer_[kReadSize];
+};
+
+}  // namespace
+
+std::string HttpGet(const WebServerAddress& address, const std::string& path,
+                    std::chrono::milliseconds deadline) {
+  Exchange exchange(deadline);
+  exchange.Connect(address);
+  exchange.Write("GET " + path + " HTTP/1.0\r\n" +       //
+                 "Host: " + address.hostPort + "\r\n" +  //
+                 "Accept: */*\r\n" +                     //
+                 "Connection: close\r\n" +               //
+                 "\r\n");
+  HttpAnswer answer;
+  for (;;) {
+    const std::string_view bytes = exchange.Read();
+    if (bytes.empty()) break;
+    answer.Append(bytes);
+  }
+  if (!answer.HasBody()) throw system_error(boost::asio::error::eof, "read");
+  return answer.TakeBody();
+}
+
+}  // namespace tvx
