@@ -1,0 +1,40 @@
+#include "mail/notify_helper.h"
+
+#include <memory>
+#include <utility>
+
+namespace tvx {
+namespace {
+
+// Waits until the program is no longer running, and gives its raw wait status.
+std::uint32_t WaitForEnd(ipc::client& program) {
+  MutexLock lock(program.mutex);
+  while (program.state == ipc::State::Running) program.changed.Wait(program.mutex);
+  return program.value;
+}
+
+bool HasFailed(ipc::client& program) {
+  MutexLock lock(program.mutex);
+  return program.state == ipc::State::Failed;
+}
+
+}  // namespace
+
+void NotifyHelper::ReportStatus(std::int32_t profileId, ProfileStatus status) {
+  owner_.ReportStatus(profileId, status);
+}
+
+bool NotifyHelper::RunTransfer(const std::vector<std::string>& arguments, const std::string& input,
+                               std::int32_t& exitValue, std::vector<std::string>& lines) {
+  const std::shared_ptr<ipc::client> program = channel_.RunProgram(arguments);
+  if (HasFailed(*program)) return false;
+  channel_.WriteInput(*program, input.data(), input.size());
+  for (std::string line; ReadLine(*program, OutputStream::Output, line);) {
+    if (lines.size() < kMaxOutputLines) lines.push_back(std::move(line));
+  }
+  const std::uint32_t raw = WaitForEnd(*program);
+  exitValue = static_cast<std::int32_t>(((raw << 8) & 0xFFFFu) | ((raw >> 8) & 0xFFu));
+  return true;
+}
+
+}  // namespace tvx

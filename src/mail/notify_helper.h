@@ -1,0 +1,63 @@
+// The worker's delivery state: the retry queue, and the way to the transfer program and to the
+// status reports.
+//
+// Owns:    the queued messages; each stands for one file in the spool directory.
+// Threads: the worker's only, so nothing here has a lock.
+// Not here: what the queue does (retry_queue.h), what a transfer means (transfer.h).
+#pragma once
+
+#include <cstdint>
+#include <list>
+#include <string>
+#include <vector>
+
+#include "config/module_documents.h"
+#include "host/host_records.h"
+#include "host/process_channel.h"
+#include "mail/pending_message.h"
+
+namespace tvx {
+
+// Takes the reports of what became of a profile's notification. Implemented by the service.
+class IStatusReceiver {
+ public:
+  virtual ~IStatusReceiver() = default;
+  virtual void ReportStatus(std::int32_t profileId, ProfileStatus status) = 0;
+};
+
+class NotifyHelper {
+ public:
+  // All three outlive the helper.
+  NotifyHelper(IStatusReceiver& owner, ProcessChannel& channel, HostServiceEntry host)
+      : owner_(owner), channel_(channel), host_(host) {}
+  virtual ~NotifyHelper() = default;
+  NotifyHelper(const NotifyHelper&) = delete;
+  NotifyHelper& operator=(const NotifyHelper&) = delete;
+
+  virtual void ReportStatus(std::int32_t profileId, ProfileStatus status);
+
+  // Runs a program with this standard input and waits for its end. False when it could not be
+  // launched. The exit value is the raw wait status with its two low bytes exchanged: a normal exit
+  // gives its code, an end by signal 256 times the signal. lines gets what the program wrote to its
+  // standard output, at most kMaxOutputLines of it.
+  virtual bool RunTransfer(const std::vector<std::string>& arguments, const std::string& input,
+                           std::int32_t& exitValue, std::vector<std::string>& lines);
+
+  HostServiceEntry Host() const { return host_; }
+
+  // More than a transfer ever says; a program that talks without end is not kept.
+  static constexpr std::size_t kMaxOutputLines = 1000;
+
+  // Messages ever queued for retry. Part of message file names, which makes them unique.
+  std::uint32_t messageCounter = 0;
+  std::uint32_t retryInterval = 0;  // milliseconds: the current back-off
+  std::uint32_t nextRetry = 0;      // tick at which the next round may start
+  std::list<PendingMessage> queue;  // oldest at the front; a list, as any of them may leave
+
+ private:
+  IStatusReceiver& owner_;
+  ProcessChannel& channel_;
+  const HostServiceEntry host_;
+};
+
+}  // namespace tvx

@@ -1,0 +1,24 @@
+// One composed message: what its transfer, and every retry of it, needs to know.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "config/smtp_server.h"
+
+namespace tvx {
+
+struct PendingMessage {
+  std::string from;                     // validated
+  std::vector<std::string> recipients;  // validated: to, then cc, then bcc
+  std::string path;                     // the message file
+  std::string profileDescription;
+  std::int32_t profileId = 0;
+  std::vector<SmtpServer> servers;  // as they were when the message was queued
+  std::uint32_t firstAttempt = 0;   // tick when the message was queued
+  std::uint32_t lastAttempt = 0;    // tick of the latest attempt of the retry queue
+  std::uint32_t size = 0;           // bytes
+};
+
+}  // namespace tvx

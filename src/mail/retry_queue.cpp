@@ -1,0 +1,134 @@
+#include "mail/retry_queue.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include "base/clock.h"
+#include "log/host_log.h"
+#include "mail/spool.h"
+#include "mail/transfer.h"
+
+namespace tvx {
+namespace {
+
+constexpr std::uint32_t kFirstInterval = 60'000;  // milliseconds
+// Beyond half the clock's range a time to come would look like one gone by.
+constexpr std::uint32_t kLongestInterval = std::numeric_limits<std::int32_t>::max();
+// Messages up to this size free too little to be worth losing.
+constexpr std::uint32_t kSmallMessage = 4096;
+
+void PushOutOldest(NotifyHelper& helper, std::int32_t maxQueue, INotifyFileStream& stream) {
+  const PendingMessage& oldest = helper.queue.front();
+  HostLog(kModuleId, helper.Host(), LogLevel::Information,
+          "Maximum failed message queue limit of %d is exceeded.", maxQueue);
+  HostLog(kModuleId, helper.Host(), LogLevel::Information,
+          "Message for profile %s will be discarded", oldest.profileDescription.c_str());
+  stream.remove(oldest.path);
+  helper.queue.pop_front();
+}
+
+// Drops large messages, oldest first, until the volume has room again. False when it has not.
+bool MakeRoom(NotifyHelper& helper, INotifyFileStream& stream) {
+  std::uint64_t available = stream.space(DataDirectory());
+  if (available >= kFreeSpaceThreshold) return true;
+  HostLog(kModuleId, helper.Host(), LogLevel::Information,
+          "Available bytes %llu are less than threshold of %u. Attempting to purge failed "
+          "notifications",
+          static_cast<unsigned long long>(available), kFreeSpaceThreshold);
+  auto message = helper.queue.begin();
+  while (message != helper.queue.end() && available < kFreeSpaceThreshold) {
+    if (message->size <= kSmallMessage) {
+      ++message;
+      continue;
+    }
+    HostLog(kModuleId, helper.Host(), LogLevel::Information,
+            "Minimum free space threshold exceeded. Message for profile %s (%s) will be discarded",
+            message->profileDescription.c_str(), message->path.c_str());
+    if (stream.remove(message->path)) available += message->size;
+    message = helper.queue.erase(message);
+  }
+  // The sum is only what should have become free; others write to the volume, too.
+  return available >= kFreeSpaceThreshold && stream.space(DataDirectory()) >= kFreeSpaceThreshold;
+}
+
+// What became of one attempt: true when the message leaves the queue.
+bool IsFinished(NotifyHelper& helper, const PendingMessage& message, SendResult result,
+                std::uint32_t now, std::int32_t maxRetrySeconds) {
+  if (result == SendResult::Sent) {
+    HostLog(kModuleId, helper.Host(), LogLevel::Information,
+            "Retry for notification file (%s) suceeded.", message.path.c_str());
+    helper.ReportStatus(message.profileId, ProfileStatus::Delivered);
+    return true;
+  }
+  const std::int64_t age = now - message.firstAttempt;
+  if (result == SendResult::Retry && age < std::int64_t{maxRetrySeconds} * 1000) return false;
+  HostLog(kModuleId, helper.Host(), LogLevel::Information,
+          "Retry timeout reached for notification file (%s).  Message for profile %s will be "
+          "discarded",
+          message.path.c_str(), message.profileDescription.c_str());
+  return true;
+}
+
+}  // namespace
+
+void EnqueueForRetry(NotifyHelper& helper, PendingMessage message,
+                     const std::vector<SmtpServer>& servers, std::int32_t maxQueue,
+                     INotifyFileStream& stream) {
+  if (!helper.queue.empty() && maxQueue <= static_cast<std::int64_t>(helper.queue.size())) {
+    PushOutOldest(helper, maxQueue, stream);
+  }
+  if (!MakeRoom(helper, stream)) {
+    HostLog(kModuleId, helper.Host(), LogLevel::Warning,
+            "Unable to free up space by removing items from notification retry queue. Message (%s) "
+            "for profile %s will be discarded",
+            message.path.c_str(), message.profileDescription.c_str());
+    stream.remove(message.path);
+    return;
+  }
+  const std::uint32_t now = TickNow();
+  helper.retryInterval = kFirstInterval;
+  if (helper.queue.empty()) helper.nextRetry = now + kFirstInterval;
+  message.firstAttempt = now;
+  message.lastAttempt = now;
+  message.servers = servers;
+  helper.queue.push_back(std::move(message));
+  ++helper.messageCounter;
+}
+
+bool RetryPass(NotifyHelper& helper, INotifyFileStream& stream, std::int32_t maxRetrySeconds) {
+  if (helper.queue.empty()) return false;
+  const std::uint32_t now = TickNow();
+  if (TickDifference(now, helper.nextRetry) < 0) return false;
+
+  const auto untried =
+      std::find_if(helper.queue.begin(), helper.queue.end(), [&](const PendingMessage& message) {
+        return TickDifference(message.lastAttempt, helper.nextRetry) < 0;
+      });
+  if (untried == helper.queue.end()) {
+    helper.retryInterval =
+        helper.retryInterval > kLongestInterval / 2 ? kLongestInterval : helper.retryInterval * 2;
+    helper.nextRetry = now + helper.retryInterval;
+    return false;
+  }
+  untried->lastAttempt = now;
+  HostLog(kModuleId, helper.Host(), LogLevel::Information,
+          "Retrying failed notification for file %s", untried->path.c_str());
+  const SendResult result = SendMessage(*untried, untried->servers, helper);
+  if (!IsFinished(helper, *untried, result, now, maxRetrySeconds)) return true;
+  stream.remove(untried->path);
+  helper.retryInterval = kFirstInterval;
+  helper.queue.erase(untried);
+  return true;
+}
+
+void ClearRetryQueue(NotifyHelper& helper, INotifyFileStream& stream) {
+  if (helper.queue.empty()) return;
+  HostLog(kModuleId, helper.Host(), LogLevel::Information,
+          "Clearing retry notifications queue. %d failed notifications will be discarded",
+          static_cast<int>(helper.queue.size()));
+  for (const PendingMessage& message : helper.queue) stream.remove(message.path);
+  helper.queue.clear();
+}
+
+}  // namespace tvx

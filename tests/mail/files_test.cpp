@@ -1,0 +1,87 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <string>
+
+#include "mail/notify_file.h"
+#include "mail/notify_file_stream.h"
+#include "mail/spool.h"
+#include "support/fake_host.h"
+#include "support/temporary_folder.h"
+
+namespace tvx {
+namespace {
+
+TEST(NotifyFileStream, KeepsItsErrorUntilItIsOpenedAgain) {
+  const test::TemporaryFolder folder;
+  NotifyFileStreamImpl stream(nullptr);
+  EXPECT_FALSE(stream.open("missing/file", std::ios::binary));
+  EXPECT_TRUE(stream.fail());
+  ASSERT_TRUE(stream.open("file", std::ios::binary));
+  stream.write(std::string("a"))
+      .write("b")
+      .write(std::int32_t{-12})
+      .write(std::uint32_t{4294967295u});
+  EXPECT_EQ(stream.position(), 15);
+  stream.write(static_cast<const char*>(nullptr));
+  EXPECT_TRUE(stream.fail());
+  stream.write("lost");
+  stream.close();
+  EXPECT_EQ(test::ReadFile("file"), "ab-124294967295");
+  EXPECT_TRUE(stream.open("file", std::ios::binary));
+  EXPECT_TRUE(stream.good());
+}
+
+TEST(NotifyFileStream, DirectoriesAndFreeSpace) {
+  const test::TemporaryFolder folder;
+  test::FakeHost host;
+  NotifyFileStreamImpl stream(&test::FakeHost::Entry);
+  EXPECT_TRUE(stream.createDirectory("data"));
+  EXPECT_TRUE(stream.createDirectory("data"));
+  test::WriteFile("occupied", "");
+  EXPECT_FALSE(stream.createDirectory("occupied"));
+  EXPECT_FALSE(stream.createDirectory("missing/data"));
+  EXPECT_TRUE(stream.remove("occupied"));
+  test::WriteFile("data/file", "");
+  EXPECT_FALSE(stream.remove("data"));  // not empty
+  EXPECT_GT(stream.space("data"), 0u);
+  EXPECT_EQ(stream.space("missing"), 104857601u);  // a failed query is no full disk
+  ASSERT_EQ(host.Log().size(), 1u);
+  EXPECT_EQ(host.Log()[0].text.rfind("Exception while query volume space: ", 0), 0u);
+}
+
+TEST(NotifyFile, ReportsWhetherItCanBeRead) {
+  const test::TemporaryFolder folder;
+  test::WriteFile("file", "abcde");
+  CNotifyFileImpl file("file");
+  char buffer[4];
+  EXPECT_TRUE(file.good());
+  EXPECT_EQ(file.read(buffer, 4), 4u);
+  EXPECT_EQ(file.read(buffer, 4), 1u);
+  EXPECT_EQ(file.read(buffer, 4), 0u);
+  EXPECT_TRUE(file.good());  // the end is no error
+  EXPECT_FALSE(CNotifyFileImpl("missing").good());
+  CNotifyFileImpl directory(".");
+  EXPECT_EQ(directory.read(buffer, 4), 0u);
+  EXPECT_FALSE(directory.good());
+}
+
+TEST(Spool, SweepsMessagesOnly) {
+  const test::TemporaryFolder folder;
+  test::FakeHost host;
+  ClearSpool(&test::FakeHost::Entry);  // no directory yet: nothing to report
+  ASSERT_EQ(::mkdir("data", 0700), 0);
+  ASSERT_EQ(::mkdir("data/notify-mail-folder", 0700), 0);
+  test::WriteFile("data/notify-mail-1-2-3-4", "");
+  test::WriteFile("data/notify-mail-", "");
+  test::WriteFile("data/my-notify-mail-1", "");
+  ClearSpool(&test::FakeHost::Entry);
+  EXPECT_FALSE(test::FileExists("data/notify-mail-1-2-3-4"));
+  EXPECT_FALSE(test::FileExists("data/notify-mail-"));
+  EXPECT_TRUE(test::FileExists("data/my-notify-mail-1"));
+  EXPECT_TRUE(test::FileExists("data/notify-mail-folder"));
+  EXPECT_TRUE(host.Log().empty());
+}
+
+}  // namespace
+}  // namespace tvx
