@@ -1,0 +1,13 @@
+// Width and height of a picture in pixels; 0 x 0 is not known.
+#pragma once
+
+#include <cstdint>
+
+namespace quicktime {
+
+struct FrameSize {
+  std::uint16_t width = 0;
+  std::uint16_t height = 0;
+};
+
+}  // namespace quicktime

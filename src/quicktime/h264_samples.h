@@ -1,0 +1,34 @@
+// H.264 video as movies store it: units behind their lengths, parameter sets in the description.
+//
+// Standard: ISO/IEC 14496-15, AVC, sample entry 'avc1'. Delimiters, end marks, filler and the
+//           parameter sets that the description holds are not in the samples: strict players
+//           refuse them there.
+#pragma once
+
+#include "quicktime/h264_parameter_sets.h"
+#include "quicktime/sample_format.h"
+
+namespace quicktime {
+
+class H264Samples final : public SampleFormat {
+ public:
+  // Null when the frame does not bring parameter sets of both kinds.
+  static std::unique_ptr<H264Samples> From(ByteView firstFrame);
+
+  bool AppendFrame(ByteView frame, OutputFile& file) override;
+  void WriteEntry(ByteWriter& out, const TrackFacts& facts) const override;
+  std::size_t EntryGrowth() const override { return kGrowth; }
+  FrameSize CodedSize() const override { return sets_.Size(); }
+
+ private:
+  // Room for parameter sets with new numbers in later frames. They take some dozens of bytes each
+  // and are rare; those that do not fit stay in their samples.
+  static constexpr std::size_t kGrowth = 512;
+
+  explicit H264Samples(H264ParameterSets sets) : sets_(std::move(sets)) {}
+  bool StaysInSample(ByteView unit);
+
+  H264ParameterSets sets_;
+};
+
+}  // namespace quicktime

@@ -1,0 +1,68 @@
+// Writes coded video as a QuickTime movie file (.mov).
+//
+// H.264 and MPEG-4 part 2 are stored as players want them, by the headers in the clip's first frame
+// (sample_format.h). The file is written once, forwards: the frame count tells how long the index
+// can become, so room for it is left in front of the samples and filled at the end.
+//
+// Owns:    the file until Finish, and 1 MiB of memory for writing; never a frame.
+// Threads: one at a time.
+// Limits:  2,000,000 frames; a sample of less than 4 GiB; the movie may be longer than that.
+// Errors:  as ExportContainer says. A frame without a picture in it (headers alone, garbage) makes
+//          no sample: what there is of it goes to the next picture, and the samples share the
+//          duration. A movie without any picture is an error.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "quicktime/export_container.h"
+#include "quicktime/frame_size.h"
+#include "quicktime/output_file.h"
+#include "quicktime/sample_format.h"
+#include "quicktime/sample_table.h"
+
+namespace quicktime {
+
+class MovieWriter final : public ExportContainer {
+ public:
+  MovieWriter() = default;
+
+  int Open(const std::string& path) override;
+  void AddVideoTrack(FourCharacterCode code, std::uint32_t width, std::uint32_t height,
+                     double durationSeconds, std::uint32_t frameCount,
+                     const TextOverlayStyle& overlay) override;
+  void WriteSample(const void* payload, std::size_t length, std::uint32_t flags,
+                   std::uint32_t track) override;
+  void Finish(double holdSeconds) override;
+
+ private:
+  struct Track {
+    FourCharacterCode code;
+    FrameSize size;
+    double seconds;
+    std::uint32_t frameCount;
+    SampleTable samples;
+    std::uint32_t framesTaken = 0;
+    std::unique_ptr<SampleFormat> format{};  // chosen by the first frame
+    std::size_t headerBytes = 0;             // room in front of the samples
+    // What was written since the last sample.
+    std::uint64_t sampleStart = 0;
+    bool startsAtKeyFrame = false;
+  };
+
+  template <typename Step>
+  void OrDiscard(Step step);
+  void BeginMedia(ByteView firstFrame);
+  void TakeFrame(ByteView frame, bool isKeyFrame);
+  void EndSample();
+  void EndMedia();
+  void WriteHeader();
+
+  OutputFile file_;
+  std::optional<Track> track_;
+  bool failed_ = false;
+};
+
+}  // namespace quicktime

@@ -1,0 +1,19 @@
+// Video that is stored as it comes, under the code it was announced with.
+#pragma once
+
+#include "quicktime/sample_format.h"
+
+namespace quicktime {
+
+class RawSamples final : public SampleFormat {
+ public:
+  explicit RawSamples(FourCharacterCode code) : code_(code) {}
+
+  bool AppendFrame(ByteView frame, OutputFile& file) override;
+  void WriteEntry(ByteWriter& out, const TrackFacts& facts) const override;
+
+ private:
+  const FourCharacterCode code_;
+};
+
+}  // namespace quicktime

@@ -1,0 +1,54 @@
+#include "quicktime/sample_table.h"
+
+#include <algorithm>
+#include <cassert>
+#include <limits>
+#include <numeric>
+
+namespace quicktime {
+
+SampleTable::SampleTable(std::uint32_t samplesPerChunk)
+    : samplesPerChunk_(std::max<std::uint32_t>(samplesPerChunk, 1)) {}
+
+void SampleTable::Add(std::uint32_t bytes, bool isSync) {
+  sizes_.push_back(bytes);
+  if (isSync) syncSamples_.push_back(Count());
+}
+
+void SampleTable::ExtendLast(std::uint32_t bytes) {
+  assert(!sizes_.empty() && bytes <= std::numeric_limits<std::uint32_t>::max() - sizes_.back());
+  sizes_.back() += bytes;
+}
+
+std::uint32_t SampleTable::Largest() const {
+  return sizes_.empty() ? 0 : *std::max_element(sizes_.begin(), sizes_.end());
+}
+
+std::uint64_t SampleTable::TotalBytes() const {
+  return std::accumulate(sizes_.begin(), sizes_.end(), std::uint64_t{0});
+}
+
+std::uint32_t SampleTable::Chunks() const {
+  return Count() / samplesPerChunk_ + (Count() % samplesPerChunk_ != 0 ? 1 : 0);
+}
+
+std::vector<std::uint64_t> SampleTable::ChunkOffsets(std::uint64_t first) const {
+  std::vector<std::uint64_t> offsets;
+  offsets.reserve(Chunks());
+  std::uint64_t offset = first;
+  for (std::uint32_t i = 0; i < Count(); ++i) {
+    if (i % samplesPerChunk_ == 0) offsets.push_back(offset);
+    offset += sizes_[i];
+  }
+  return offsets;
+}
+
+SampleTable SampleTable::Longest(std::uint32_t samples, std::uint32_t samplesPerChunk) {
+  SampleTable table(samplesPerChunk);
+  table.Reserve(samples);
+  // All but one: where every sample is a sync sample, the list of them is left out.
+  for (std::uint32_t i = 0; i < samples; ++i) table.Add(0, i != 0);
+  return table;
+}
+
+}  // namespace quicktime

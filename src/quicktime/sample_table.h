@@ -1,0 +1,46 @@
+// The index of a track: how long each sample is, where a player can start, which samples lie
+// together.
+//
+// All samples lie behind each other from one place of the file on, in chunks of equally many, as
+// players read a chunk at a time. How many is fixed beforehand, so that the size of the index is
+// known before the samples are.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace quicktime {
+
+class SampleTable {
+ public:
+  // A chunk holds at least one sample.
+  explicit SampleTable(std::uint32_t samplesPerChunk);
+
+  void Reserve(std::uint32_t samples) { sizes_.reserve(samples); }
+  void Add(std::uint32_t bytes, bool isSync);
+  // Lengthens the last sample; there must be one, and the sum must fit.
+  void ExtendLast(std::uint32_t bytes);
+
+  std::uint32_t Count() const { return static_cast<std::uint32_t>(sizes_.size()); }
+  const std::vector<std::uint32_t>& Sizes() const { return sizes_; }  // bytes
+  std::uint32_t Largest() const;                                      // bytes; 0 when empty
+  std::uint64_t TotalBytes() const;
+
+  const std::vector<std::uint32_t>& SyncSamples() const { return syncSamples_; }
+  bool AllAreSync() const { return syncSamples_.size() == sizes_.size(); }
+
+  std::uint32_t SamplesPerChunk() const { return samplesPerChunk_; }
+  std::uint32_t Chunks() const;
+  // Where each chunk begins when the first begins there.
+  std::vector<std::uint64_t> ChunkOffsets(std::uint64_t first) const;
+
+  // The table of so many samples that takes the most room in a file.
+  static SampleTable Longest(std::uint32_t samples, std::uint32_t samplesPerChunk);
+
+ private:
+  const std::uint32_t samplesPerChunk_;
+  std::vector<std::uint32_t> sizes_;
+  std::vector<std::uint32_t> syncSamples_;
+};
+
+}  // namespace quicktime
