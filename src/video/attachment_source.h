@@ -1,0 +1,16 @@
+// One video source of a notification, as attachment preparation gets it.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "video/video_email_stream.h"
+
+namespace tvx {
+
+struct AttachmentSource {
+  std::string name;                         // the source's display name; may be empty
+  std::shared_ptr<CVideoEmailStream> clip;  // null when no frame of the source ever arrived
+};
+
+}  // namespace tvx

@@ -1,0 +1,61 @@
+#include "video/channel_video.h"
+
+#include <utility>
+
+namespace tvx {
+namespace {
+
+// Identifier and number say nothing about how frames are decoded.
+bool SamePictures(const StreamFormat& a, const StreamFormat& b) {
+  return a.Standard == b.Standard && a.Width == b.Width && a.Height == b.Height;
+}
+
+}  // namespace
+
+bool ChannelVideo::TakeFrame(const VideoFrame& frame, const StreamFormat& format, FrameBin& bin) {
+  if (!SamePictures(buffer_.Format(), format)) {
+    for (const auto& clip : clips_) clip->Finish(bin);
+    buffer_.Restart(format, bin);
+  }
+  Clips completed;
+  bool taken = false;
+  try {
+    taken = OfferToClips(frame, completed, bin);
+    if (buffer_.Add(frame, bin)) taken = true;
+  } catch (...) {
+    // The host will not hear that its frame was taken, so nobody may go on showing it.
+    for (const auto& clip : completed) clip->Forget(*frame.data);
+    for (const auto& clip : clips_) clip->Forget(*frame.data);
+    bin.clips.splice(bin.clips.end(), completed);
+    throw;
+  }
+  bin.clips.splice(bin.clips.end(), completed);
+  return taken;
+}
+
+bool ChannelVideo::OfferToClips(const VideoFrame& frame, Clips& completed, FrameBin& bin) {
+  bool taken = false;
+  for (auto next = clips_.begin(); next != clips_.end();) {
+    const auto clip = next++;
+    if ((*clip)->Offer(frame, bin)) taken = true;
+    if ((*clip)->Complete()) completed.splice(completed.end(), clips_, clip);
+  }
+  return taken;
+}
+
+std::shared_ptr<CVideoEmailStream> ChannelVideo::TakeClip(std::uint32_t triggerTime,
+                                                          std::int32_t preTriggerSeconds,
+                                                          std::int32_t maxSeconds,
+                                                          std::weak_ptr<INotifyReady> ready) {
+  auto clip = std::make_shared<CVideoEmailStream>(buffer_, triggerTime, preTriggerSeconds,
+                                                  maxSeconds, std::move(ready));
+  if (!clip->Complete()) clips_.push_back(clip);
+  return clip;
+}
+
+void ChannelVideo::Clear(FrameBin& bin) noexcept {
+  buffer_.Clear(bin);
+  bin.clips.splice(bin.clips.end(), clips_);
+}
+
+}  // namespace tvx

@@ -1,0 +1,96 @@
+#include "video/clip_file.h"
+
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <optional>
+
+#include "log/host_log.h"
+#include "quicktime/movie_writer.h"
+
+namespace tvx {
+namespace {
+
+struct CloseFile {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+std::optional<quicktime::FourCharacterCode> MovieCode(std::int32_t encoderStandard) {
+  switch (encoderStandard) {
+    case standard::kMpeg4:
+      return quicktime::kMpeg4Video;
+    case standard::kH264:
+      return quicktime::kH264Video;
+    default:
+      return std::nullopt;
+  }
+}
+
+std::string Refusal(std::int32_t encoderStandard) {
+  return "video format encoder.standard(" + std::to_string(encoderStandard) +
+         (encoderStandard == standard::kH265 ? ":h265" : "") +
+         ") is not supported for .mov attachments";
+}
+
+void WriteFrames(quicktime::ExportContainer& movie, quicktime::FourCharacterCode code,
+                 const VideoBuffer& contents) {
+  const StreamFormat& format = contents.Format();
+  movie.AddVideoTrack(code, static_cast<std::uint32_t>(format.Width),
+                      static_cast<std::uint32_t>(format.Height) & 0xFFFFu, contents.Span() / 1000.0,
+                      contents.Frames(), quicktime::NoTextOverlayStyle);
+  for (const FrameGroup& group : contents.Groups()) {
+    for (const VideoFrame& frame : group.frames) {
+      movie.WriteSample(frame.Payload(), frame.PayloadLength(),
+                        frame.IsKey() ? quicktime::kKeyFrameSample : quicktime::kOtherSample, 0);
+    }
+  }
+  movie.Finish(0.0);
+}
+
+bool WriteMovie(AttachmentFile& file, const VideoBuffer& contents, HostServiceEntry host) {
+  const auto code = MovieCode(contents.Format().Standard);
+  if (!code) {
+    file.error = Refusal(contents.Format().Standard);
+    return false;
+  }
+  quicktime::MovieWriter movie;
+  if (const int error = movie.Open(file.path); error != 0) {
+    HostLog(kModuleId, host, LogLevel::Warning,
+            "Failed to open file \"%s\"for writing in QuickTime format. Error %d",
+            file.path.c_str(), error);
+    return false;
+  }
+  try {
+    WriteFrames(movie, *code, contents);
+    return true;
+  } catch (const std::exception&) {
+    HostLog(kModuleId, host, LogLevel::Warning,
+            "Failed to write video frames to QuickTime format file %s", file.path.c_str());
+    return false;
+  }
+}
+
+bool WritePicture(const AttachmentFile& file, const VideoFrame& frame) {
+  std::unique_ptr<std::FILE, CloseFile> picture(std::fopen(file.path.c_str(), "w+b"));
+  if (!picture) return false;
+  const std::size_t written = std::fwrite(frame.Payload(), 1, frame.PayloadLength(), picture.get());
+  const bool closed = std::fclose(picture.release()) == 0;
+  if (written == frame.PayloadLength() && closed) return true;
+  std::remove(file.path.c_str());  // half a picture is none
+  return false;
+}
+
+}  // namespace
+
+bool WriteClipFile(AttachmentFile& file, const CVideoEmailStream& clip, HostServiceEntry host) {
+  const VideoBuffer& contents = clip.Contents();
+  if (contents.Empty() || contents.Groups().front().frames.empty() || file.path.empty()) {
+    return false;
+  }
+  const VideoFrame& first = contents.Groups().front().frames.front();
+  if (first.data->Handle() == nullptr || first.data->Length() == 0) return false;
+  return contents.Format().Standard == standard::kJpeg ? WritePicture(file, first)
+                                                       : WriteMovie(file, contents, host);
+}
+
+}  // namespace tvx
