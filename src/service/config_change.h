@@ -1,0 +1,44 @@
+// Changes of the configuration that come from the host's documents.
+//
+// Threads: the host's. Locks: every call is made under the intake mutex; what the change makes
+//          necessary outside (saving, publishing, reporting) is returned or left in the outcome.
+// Errors:  what is malformed is ignored without a word, and the previous configuration stays.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "config/event_action_table.h"
+#include "config/system_directory.h"
+#include "service/intake_outcome.h"
+#include "service/service_state.h"
+
+class TiXmlElement;
+
+namespace tvx {
+
+// What a full system document says, read before any lock is taken.
+struct SystemDocument {
+  std::shared_ptr<const SystemDirectory> directory;
+  std::optional<EventActionTable> eventActions;
+  std::optional<bool> secondReviewer;
+  std::vector<std::pair<std::int32_t, std::int32_t>> preAlarms;
+};
+SystemDocument ReadSystemDocument(const TiXmlElement& root);
+
+// Takes a full system document over, all of it or (when memory runs out) nothing. True when the
+// configuration has to be saved.
+bool ApplySystemDocument(SystemDocument document, ServiceState& state, IntakeOutcome& outcome);
+
+// Takes the "Notify" block of a document over. The profiles whose delivery it may affect, or
+// nothing when the block was rejected.
+std::optional<std::vector<std::int32_t>> ApplyNotifyChange(const TiXmlElement& root,
+                                                           ServiceState& state);
+
+// Makes what has been changed in the configuration visible to the worker and to the frame history.
+void PublishToWorker(ServiceState& state);
+
+}  // namespace tvx

@@ -1,0 +1,118 @@
+#include "service/notification_processing.h"
+
+#include <utility>
+#include <vector>
+
+#include "config/templates.h"
+#include "log/host_log.h"
+#include "mail/composition.h"
+#include "mail/retry_queue.h"
+#include "mail/spool.h"
+#include "mail/transfer.h"
+#include "service/web_link_step.h"
+#include "video/attachment_preparation.h"
+
+namespace tvx {
+namespace {
+
+// Files that go when the scope does, whatever its outcome.
+class FilesOfScope {
+ public:
+  explicit FilesOfScope(INotifyFileStream& stream) : stream_(stream) {}
+  ~FilesOfScope() {
+    for (const std::string& path : paths_) stream_.remove(path);
+  }
+  FilesOfScope(const FilesOfScope&) = delete;
+  FilesOfScope& operator=(const FilesOfScope&) = delete;
+
+  void Add(const std::string& path) { paths_.push_back(path); }
+  void Keep() { paths_.clear(); }
+
+ private:
+  INotifyFileStream& stream_;
+  std::vector<std::string> paths_;
+};
+
+// The mode may have come on while the notification was parked or queued.
+void OmitAttachmentsIfForbidden(NotifyWorkItem& item, const NotifyConfig& snapshot,
+                                HostServiceEntry host) {
+  if (!snapshot.secondReviewerMode || !item.attachVideo) return;
+  item.attachVideo = false;
+  item.videos.clear();
+  HostLog(kModuleId, host, LogLevel::Warning, "Attachments will be omitted for \"%s\"",
+          item.profileDescription.c_str());
+}
+
+bool ComposeAndClose(const NotifyWorkItem& item, const std::vector<AttachmentEntry>& group,
+                     std::int32_t part, std::int32_t partCount, NotifyHelper& helper,
+                     INotifyFileStream& stream, PendingMessage& pending) {
+  if (!ComposeMessage(item.content, group, part, partCount, helper.messageCounter, stream,
+                      pending)) {
+    stream.close();
+    return false;
+  }
+  stream.close();
+  return !stream.fail();  // a full disk may show only now
+}
+
+// Composes and sends the message of one group. True when it was delivered.
+bool SendGroup(const NotifyWorkItem& item, const std::vector<AttachmentEntry>& group,
+               std::int32_t part, std::int32_t partCount, const NotifyConfig& snapshot,
+               NotifyHelper& helper, INotifyFileStream& stream) {
+  const char* profile = item.profileDescription.c_str();
+  PendingMessage pending;
+  pending.profileDescription = item.profileDescription;
+  pending.profileId = item.content.profileId;
+  FilesOfScope messageFile(stream);
+  messageFile.Add(MessagePath(item.content, part, partCount, helper.messageCounter));
+
+  if (!ComposeAndClose(item, group, part, partCount, helper, stream, pending)) {
+    HostLog(kModuleId, helper.Host(), LogLevel::Error,
+            "Failed to prepare email notification file. (Profile Description: %s)", profile);
+    return false;
+  }
+  const SendResult result = SendMessage(pending, item.servers, helper);
+  if (result == SendResult::Retry) {
+    HostLog(kModuleId, helper.Host(), LogLevel::Error,
+            "Failed to send notification using profile %s.  This message will be retried", profile);
+    EnqueueForRetry(helper, std::move(pending), item.servers, snapshot.MaxRetryQueue, stream);
+    messageFile.Keep();  // the queue removes it
+  }
+  return result == SendResult::Sent;
+}
+
+}  // namespace
+
+void ProcessNotification(NotifyWorkItem& item, const NotifyConfig& snapshot, NotifyHelper& helper,
+                         INotifyFileStream& stream) {
+  const std::int32_t profileId = item.content.profileId;
+  if (!stream.createDirectory(DataDirectory())) {
+    HostLog(kModuleId, helper.Host(), LogLevel::Error, "Unable to create data directory: \"%s\"",
+            DataDirectory().c_str());
+    helper.ReportStatus(profileId, ProfileStatus::Failed);
+    return;
+  }
+  OmitAttachmentsIfForbidden(item, snapshot, helper.Host());
+
+  FilesOfScope attachmentFiles(stream);
+  const AttachmentGroups groups =
+      PrepareVideoAttachments(item.videos, item.bufferSize, DataDirectory(), helper.Host(),
+                              [&](const std::string& path) { attachmentFiles.Add(path); });
+  item.videos.clear();  // the frames are the host's again while the mail is on its way
+
+  if (item.usesPlaceholders) {
+    ExpandTemplates(
+        item.facts, [&] { return WebLinkFor(item, helper.Host()); }, item.content.subject,
+        item.content.body);
+  }
+
+  const auto partCount = static_cast<std::int32_t>(groups.size());
+  bool delivered = true;
+  std::int32_t part = partCount == 1 ? 0 : 1;
+  for (const std::vector<AttachmentEntry>& group : groups) {
+    if (!SendGroup(item, group, part++, partCount, snapshot, helper, stream)) delivered = false;
+  }
+  helper.ReportStatus(profileId, delivered ? ProfileStatus::Delivered : ProfileStatus::Failed);
+}
+
+}  // namespace tvx

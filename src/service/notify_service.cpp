@@ -1,0 +1,202 @@
+#include "service/notify_service.h"
+
+#include <new>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/clock.h"
+#include "config/config_file.h"
+#include "config/module_documents.h"
+#include "config/notify_writer.h"
+#include "config/xml_document.h"
+#include "host/host_entry.h"
+#include "log/host_log.h"
+#include "log/logger.h"
+#include "service/config_change.h"
+#include "service/event_document.h"
+#include "service/event_intake.h"
+
+namespace tvx {
+namespace {
+
+// Tells of a document that was refused before it was read. One that is no XML is ignored silently.
+void LogRefusal(HostServiceEntry host, const char* what, ParseOutcome outcome) {
+  const char* reason = RefusalReason(outcome);
+  if (reason == nullptr) return;
+  HostLog(kModuleId, host, LogLevel::Warning, "Ignored %s of the host: %s", what, reason);
+}
+
+}  // namespace
+
+NotifyService::NotifyService(HostServiceEntry host, ProcessChannel& channel)
+    : host_(host), channel_(channel), watchdog_(host), state_(host) {
+  GetLogger()->SetFileName("notifylog.txt");
+}
+
+void NotifyService::Open() {
+  MutexLock change(changeMutex_);
+  const bool smtps = CurlSupportsSmtps();
+  SendHostDocument(host_, HostCommand::ConfigDocument, RegistrationDocument());
+  {
+    MutexLock lock(intakeMutex_);
+    state_.config.curlSupportsSmtps = smtps;
+  }
+  if (LoadConfiguration() == LoadOutcome::Loaded) {
+    HostLog(kModuleId, host_, LogLevel::Information, "Loaded configuration from disk successfully");
+  } else {
+    HostLog(kModuleId, host_, LogLevel::Warning,
+            "Either no configuration or an improper configuration was found, continuing with empty "
+            "configuration.");
+  }
+  SaveAndPublish();
+}
+
+bool NotifyService::CurlSupportsSmtps() {
+  const auto program = channel_.RunProgram({"./curl", "-V"});
+  bool supported = false;
+  for (std::string line; ReadLine(*program, OutputStream::Output, line);) {
+    supported = supported || line.find("smtps") != std::string::npos;
+  }
+  return supported;
+}
+
+LoadOutcome NotifyService::LoadConfiguration() {
+  NotifyConfig config;
+  {
+    MutexLock lock(intakeMutex_);
+    config = state_.config;
+  }
+  const LoadOutcome outcome = LoadConfigFile(kConfigFile, config);
+  // It would be overwritten by the save that follows.
+  if (outcome == LoadOutcome::Rejected) KeepRejectedFile(kConfigFile);
+  MutexLock lock(intakeMutex_);
+  state_.config = std::move(config);
+  PublishToWorker(state_);
+  return outcome;
+}
+
+void NotifyService::SaveAndPublish() {
+  std::shared_ptr<const NotifyConfig> config;
+  {
+    MutexLock lock(intakeMutex_);
+    config = state_.snapshot;
+  }
+  const auto document = BuildNotifyDocument(*config);
+  SaveConfigFile(kConfigFile, *document);
+  SendHostDocument(host_, HostCommand::ConfigDocument, PrintDocument(*document));
+}
+
+void NotifyService::Stop() {
+  auto stop = std::make_shared<NotifyWorkItem>();
+  stop->kind = NotifyWorkItem::Kind::Stop;
+  queue_.EnqueueFirst(std::move(stop));
+}
+
+void NotifyService::RunWorker() {
+  RunWorkerLoop(queue_, *this, channel_, host_, [this] { return TakeWorkerConfig(); });
+  watchdog_.MarkStopped();
+}
+
+WorkerConfig NotifyService::TakeWorkerConfig() {
+  MutexLock lock(intakeMutex_);
+  return {state_.snapshot, std::exchange(state_.configurationChanged, false)};
+}
+
+template <typename Operation>
+void NotifyService::UnderIntakeMutex(Operation operation) {
+  IntakeOutcome outcome;
+  try {
+    MutexLock lock(intakeMutex_);
+    operation(state_, outcome);
+  } catch (...) {
+    Conclude(outcome);  // what was accepted before the failure is not lost with it
+    throw;
+  }
+  Conclude(outcome);
+}
+
+void NotifyService::ReceiveEventDocument(const char* text, std::size_t length) {
+  const ParsedDocument parsed = ParseDocument(text, length);
+  LogRefusal(host_, "an event document", parsed.outcome);
+  const TiXmlElement* root = parsed.Root();
+  if (root == nullptr) return;
+  const EventDocument document = ReadEventDocument(*root);
+  UnderIntakeMutex([&](ServiceState& state, IntakeOutcome& outcome) {
+    ReceiveEvents(document, state, outcome);
+  });
+}
+
+bool NotifyService::ReceiveFrame(const IncomingFrame& frame) {
+  bool taken = false;
+  try {
+    UnderIntakeMutex([&](ServiceState& state, IntakeOutcome& outcome) {
+      taken = state.buffers.TakeFrame(frame, outcome.dropped);
+      if (taken) DispatchReady(state, outcome);
+    });
+  } catch (const std::bad_alloc&) {
+    // A frame that was taken is ours, and the host has to be told. What is ready goes to the worker
+    // with the next frame or tick.
+    if (!taken) throw;
+  }
+  return taken;
+}
+
+void NotifyService::Tick() {
+  const std::int64_t now = WallSeconds();
+  UnderIntakeMutex([&](ServiceState& state, IntakeOutcome& outcome) {
+    state.parked.ReleaseDue(now);
+    DispatchReady(state, outcome);
+  });
+}
+
+void NotifyService::Conclude(IntakeOutcome& outcome) {
+  outcome.log.Write(host_);
+  queue_.Enqueue(std::move(outcome.dispatched));
+}
+
+void NotifyService::ApplyUpdate(const char* text, std::size_t length) {
+  const ParsedDocument parsed = ParseDocument(text, length);
+  LogRefusal(host_, "a configuration document", parsed.outcome);
+  const TiXmlElement* root = parsed.Root();
+  if (root == nullptr) return;
+  const auto delta = IntAttribute(*root, "Delta");
+  if (!delta) return;
+  if (*delta != 0) {
+    ChangeNotification(*root);
+  } else {
+    TakeSystemDocument(*root);
+  }
+}
+
+void NotifyService::ChangeNotification(const TiXmlElement& root) {
+  MutexLock change(changeMutex_);
+  std::optional<std::vector<std::int32_t>> concerned;
+  {
+    MutexLock lock(intakeMutex_);
+    concerned = ApplyNotifyChange(root, state_);
+  }
+  if (!concerned) return;
+  HostLog(kModuleId, host_, LogLevel::Information, "Updated configuration successfully");
+  SaveAndPublish();
+  if (concerned->empty()) return;
+  SendHostDocument(host_, HostCommand::StatusDocument,
+                   StatusDocument(*concerned, ProfileStatus::Changed, WallSeconds()));
+}
+
+void NotifyService::TakeSystemDocument(const TiXmlElement& root) {
+  SystemDocument document = ReadSystemDocument(root);
+  MutexLock change(changeMutex_);
+  bool isSaveDue = false;
+  UnderIntakeMutex([&](ServiceState& state, IntakeOutcome& outcome) {
+    isSaveDue = ApplySystemDocument(std::move(document), state, outcome);
+  });
+  if (isSaveDue) SaveAndPublish();
+}
+
+void NotifyService::ReportStatus(std::int32_t profileId, ProfileStatus status) {
+  SendHostDocument(host_, HostCommand::StatusDocument,
+                   StatusDocument({profileId}, status, WallSeconds()));
+}
+
+}  // namespace tvx

@@ -1,0 +1,43 @@
+// Everything that the intake mutex guards.
+//
+// Threads: whoever holds the intake mutex.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "config/event_action_table.h"
+#include "config/notify_config.h"
+#include "config/system_directory.h"
+#include "service/parked_notifications.h"
+#include "service/throttle.h"
+#include "video/video_buffer_set.h"
+
+namespace tvx {
+
+struct ServiceState {
+  explicit ServiceState(HostServiceEntry host) : buffers(host) {}
+
+  NotifyConfig config;
+  // What the worker sees of it: replaced at every change, never changed itself.
+  std::shared_ptr<const NotifyConfig> snapshot = std::make_shared<const NotifyConfig>();
+  // Set by updates of the notification configuration, cleared by the worker: queued retries were
+  // addressed by settings that no longer hold.
+  bool configurationChanged = false;
+
+  EventActionTable eventActions;
+  VideoBufferSet buffers;
+
+  ParkedNotifications parked;
+  Throttle throttle;
+
+  // What the host's last full system document says of its devices.
+  const SystemDirectory& Directory() const { return buffers.Directory(); }
+
+  // Of the host system, from event documents.
+  std::string serial;
+  std::string description;
+  std::string macAddress;
+};
+
+}  // namespace tvx

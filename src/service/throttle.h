@@ -1,0 +1,26 @@
+// The least time between two notifications of one profile.
+//
+// Threads: the intake's, under the intake mutex.
+#pragma once
+
+#include <cstdint>
+#include <map>
+
+namespace tvx {
+
+class Throttle {
+ public:
+  // Whether a profile may notify now (a tick), given its interval in seconds; 0 or less does not
+  // throttle. The first notification, and the first after the interval changed, always may. Only a
+  // notification that may starts the interval anew.
+  bool Admit(std::int32_t profileId, std::int32_t intervalSeconds, std::uint32_t now);
+
+ private:
+  struct Last {
+    std::int32_t intervalSeconds;
+    std::uint32_t tick;
+  };
+  std::map<std::int32_t, Last> last_;
+};
+
+}  // namespace tvx

@@ -1,0 +1,27 @@
+#include "service/web_link_step.h"
+
+#include "config/event_types.h"
+#include "web/web_link.h"
+
+namespace tvx {
+namespace {
+
+// Whether there may be video to search for. A test message has none, but shows whether the web
+// server can be asked.
+bool MayHaveVideo(const NotifyWorkItem& item) {
+  return IsVideoEvent(item.facts.eventType) || item.source.value == NotifyWorkItem::kNoSource ||
+         !item.cameras.empty();
+}
+
+}  // namespace
+
+std::string WebLinkFor(const NotifyWorkItem& item, HostServiceEntry host) {
+  WebLinkEvent event;
+  // Without an address the reader is told so, whatever the event.
+  event.fromVideoSource = item.webAddress.empty() || MayHaveVideo(item);
+  event.windowStart = item.facts.eventTime - item.preTriggerSeconds;
+  event.windowEnd = item.facts.eventTime + item.maxDurationSeconds;
+  return BuildWebLink(event, item.webAddress, item.facts.serial, item.cameras, {kModuleId, host});
+}
+
+}  // namespace tvx

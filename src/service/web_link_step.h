@@ -1,0 +1,15 @@
+// What a notification's "{weblink}" becomes.
+#pragma once
+
+#include <string>
+
+#include "host/host_records.h"
+#include "service/work_item.h"
+
+namespace tvx {
+
+// The link into the web client for the event's cameras, or a bracketed notice. Asks the web server,
+// so it may take as long as an HTTP exchange may. Never throws but for memory exhaustion.
+std::string WebLinkFor(const NotifyWorkItem& item, HostServiceEntry host);
+
+}  // namespace tvx

@@ -1,0 +1,47 @@
+#include "service/work_queue.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <thread>
+
+namespace tvx {
+namespace {
+
+WorkQueue::Item Notification(std::int32_t profileId) {
+  auto item = std::make_shared<NotifyWorkItem>();
+  item->content.profileId = profileId;
+  return item;
+}
+
+TEST(WorkQueue, TheStopItemOvertakesEverything) {
+  WorkQueue queue;
+  queue.Enqueue({Notification(1), Notification(2)});
+  auto stop = Notification(0);
+  stop->kind = NotifyWorkItem::Kind::Stop;
+  queue.EnqueueFirst(stop);
+  EXPECT_EQ(queue.Take(), stop);
+  EXPECT_EQ(queue.Take()->content.profileId, 1);
+  EXPECT_EQ(queue.TakeWithin(boost::chrono::milliseconds(0))->content.profileId, 2);
+  EXPECT_EQ(queue.TakeWithin(boost::chrono::milliseconds(1)), nullptr);
+}
+
+TEST(WorkQueue, WakesItsWorkerForEveryItem) {
+  constexpr int kItems = 2000;
+  WorkQueue queue;
+  std::thread producers[2];
+  for (std::thread& producer : producers) {
+    producer = std::thread([&] {
+      for (int i = 0; i < kItems; ++i) queue.Enqueue({Notification(i)});
+    });
+  }
+  for (int taken = 0; taken < 2 * kItems; ++taken) {
+    // Both ways to wait see the same items.
+    const auto item = taken % 2 == 0 ? queue.Take() : queue.TakeWithin(boost::chrono::seconds(10));
+    ASSERT_NE(item, nullptr);
+  }
+  for (std::thread& producer : producers) producer.join();
+}
+
+}  // namespace
+}  // namespace tvx
