@@ -1,0 +1,76 @@
+// What happens in the simulated host, as the timeline prints it: one small record for each kind.
+//
+// A new kind is a record here and one function in each printer (the compiler asks for it).
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace tvx::tool {
+
+// What the host itself does.
+struct HostAction {
+  std::string text;
+};
+
+// A log line of the plug-in.
+struct LogLine {
+  std::uint32_t level = 0;
+  std::string text;
+};
+
+// The plug-in asks for a program. Its standard input is never shown: it holds passwords.
+struct Launch {
+  std::uint32_t request = 0;
+  std::vector<std::string> arguments;
+};
+
+struct LaunchFailure {
+  std::uint32_t request = 0;
+  std::string program;
+  int error = 0;  // errno
+};
+
+struct ProgramEnd {
+  std::uint32_t request = 0;
+  std::string program;
+  int waitStatus = 0;  // as waitpid gives it
+  double seconds = 0;  // it ran
+};
+
+// One profile of a status document.
+struct ProfileStatus {
+  std::int32_t profile = 0;
+  std::int32_t status = 0;
+  std::int64_t time = 0;  // seconds since 1970, as the plug-in reported
+};
+constexpr std::int32_t kStatusUnknown = -1;
+constexpr std::int32_t kStatusDelivered = 0;
+
+// The plug-in's configuration, as it published it.
+struct Configuration {
+  int servers = 0;
+  std::vector<std::pair<std::int32_t, std::string>> profiles;  // ID and description
+  bool smtps = false;                                          // TLS is offered to users
+};
+
+struct ModuleRegistration {
+  std::string name;
+  std::string version;
+};
+
+struct WatchdogEvent {};
+
+// The contract was broken, or something did not end.
+struct Fault {
+  std::string text;
+};
+
+using Happening =
+    std::variant<HostAction, LogLine, Launch, LaunchFailure, ProgramEnd, ProfileStatus,
+                 Configuration, ModuleRegistration, WatchdogEvent, Fault>;
+
+}  // namespace tvx::tool

@@ -1,0 +1,153 @@
+#include "simulated_host/human_printer.h"
+
+#include <sys/wait.h>
+
+#include <cstring>
+#include <string>
+#include <system_error>
+#include <variant>
+
+namespace tvx::tool {
+namespace {
+
+// Texts come from documents and programs: no control character of theirs reaches the terminal.
+std::string Printable(const std::string& text) {
+  std::string printable;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= 0x20 && byte != 0x7F) {
+      printable += c;
+      continue;
+    }
+    char escape[5];
+    std::snprintf(escape, sizeof(escape), "\\x%02x", byte);
+    printable += escape;
+  }
+  return printable;
+}
+
+// An argument as a shell would take it.
+std::string ShellWord(const std::string& argument) {
+  constexpr const char* kPlain =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_./:@=+,%";
+  if (!argument.empty() && argument.find_first_not_of(kPlain) == std::string::npos) return argument;
+  std::string quoted = "'";
+  for (const char c : Printable(argument)) {
+    if (c == '\'') {
+      quoted += "'\\''";
+    } else {
+      quoted += c;
+    }
+  }
+  return quoted + "'";
+}
+
+std::string Seconds(double seconds) {
+  char text[32];
+  std::snprintf(text, sizeof(text), "%.3f s", seconds);
+  return text;
+}
+
+std::string Outcome(int waitStatus) {
+  if (WIFSIGNALED(waitStatus)) {
+    return "killed by signal " + std::to_string(WTERMSIG(waitStatus)) + " (" +
+           strsignal(WTERMSIG(waitStatus)) + ")";
+  }
+  return "exit " + std::to_string(WEXITSTATUS(waitStatus));
+}
+
+std::string Level(std::uint32_t level) {
+  switch (level) {
+    case 25:
+      return "info";
+    case 50:
+      return "warning";
+    case 75:
+      return "error";
+    default:
+      return "level " + std::to_string(level);
+  }
+}
+
+std::string StatusInWords(std::int32_t status) {
+  switch (status) {
+    case kStatusUnknown:
+      return "not known yet";
+    case kStatusDelivered:
+      return "delivered";
+    case 1:
+      return "failed";
+    default:
+      return "status " + std::to_string(status);
+  }
+}
+
+std::string Count(std::size_t count, const char* noun) {
+  return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+struct Line {
+  std::string label;
+  std::string text;
+};
+
+Line Describe(const HostAction& action) {
+  return {"host", Printable(action.text)};
+}
+Line Describe(const LogLine& line) {
+  return {Level(line.level), Printable(line.text)};
+}
+Line Describe(const WatchdogEvent&) {
+  return {"watchdog", "alive"};
+}
+Line Describe(const Fault& fault) {
+  return {"FAULT", Printable(fault.text)};
+}
+
+Line Describe(const Launch& launch) {
+  std::string command;
+  for (const std::string& argument : launch.arguments) {
+    command += (command.empty() ? "" : " ") + ShellWord(argument);
+  }
+  return {"launch", command};
+}
+
+Line Describe(const LaunchFailure& failure) {
+  return {"ended", Printable(failure.program) +
+                       " could not be started: " + std::generic_category().message(failure.error)};
+}
+
+Line Describe(const ProgramEnd& end) {
+  return {"ended", Printable(end.program) + ": " + Outcome(end.waitStatus) + " after " +
+                       Seconds(end.seconds)};
+}
+
+Line Describe(const ProfileStatus& status) {
+  return {"status",
+          "profile " + std::to_string(status.profile) + ": " + StatusInWords(status.status)};
+}
+
+Line Describe(const Configuration& configuration) {
+  std::string text = Count(static_cast<std::size_t>(configuration.servers), "server") + ", " +
+                     Count(configuration.profiles.size(), "profile");
+  const char* separator = ": ";
+  for (const auto& [id, description] : configuration.profiles) {
+    text += separator + std::to_string(id) + " \"" + Printable(description) + "\"";
+    separator = ", ";
+  }
+  return {"config", text + (configuration.smtps ? "; TLS offered" : "; TLS not offered")};
+}
+
+Line Describe(const ModuleRegistration& module) {
+  return {"module", Printable(module.name) + " version " + Printable(module.version)};
+}
+
+}  // namespace
+
+void HumanPrinter::Print(double seconds, const Happening& happening) {
+  const Line line = std::visit([](const auto& it) { return Describe(it); }, happening);
+  std::fprintf(out_, "%9.3f  %-8s  %s\n", seconds, line.label.c_str(), line.text.c_str());
+  std::fflush(out_);
+}
+
+}  // namespace tvx::tool

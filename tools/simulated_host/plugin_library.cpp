@@ -1,0 +1,187 @@
+#include "simulated_host/plugin_library.h"
+
+#include <dlfcn.h>
+
+#include <array>
+#include <cstring>
+#include <vector>
+
+#include "simulated_host/result_record.h"
+
+namespace tvx::tool {
+namespace {
+
+// Any value will do: the plug-in stores it and nothing more.
+constexpr std::uint32_t kHostWord = 0x484F5354;
+
+// An event document is what is neither a frame nor addressed to the plug-in.
+constexpr auto kEventKind = static_cast<RecordKind>(2);
+
+void* OpenLibrary(const std::string& path) {
+  void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (library == nullptr) throw PluginError(std::string("cannot load the plug-in: ") + dlerror());
+  return library;
+}
+
+void SetCapabilities(PluginCapabilities& capabilities) {
+  capabilities.module = kModuleId;
+  capabilities.word12 = 0x200006C;
+  capabilities.word16 = 0;
+  capabilities.word20 = 0x2000010;
+  capabilities.word24 = 0;
+  capabilities.word28 = 0;
+  capabilities.word32 = 0x3000000;
+  capabilities.word36 = 0;
+  capabilities.word40 = 0;
+  const std::uint8_t flags[6] = {1, 0, 1, 1, 0, 0};
+  std::memcpy(capabilities.flags52, flags, sizeof(flags));
+  capabilities.word60 = 0;
+}
+
+// A copy of exactly the document's size, so that a read behind its end is one that memory checkers
+// can see.
+std::vector<char> WithoutTerminator(const std::string& text) {
+  std::vector<char> bytes(text.begin(), text.end());
+  bytes.shrink_to_fit();
+  return bytes;
+}
+
+}  // namespace
+
+void PluginLibrary::Closer::operator()(void* library) const {
+  dlclose(library);
+}
+
+PluginLibrary::PluginLibrary(const std::string& path, Timeline& timeline)
+    : timeline_(timeline),
+      path_(path),
+      library_(OpenLibrary(path)),
+      load_(Find("Load")),
+      open_(Find("Open")),
+      close_(Find("Close")),
+      read_(Find("Read")),
+      write_(Find("Write")),
+      seek_(Find("Seek")),
+      ioctl_(Find("IOCTL")),
+      unload_(Find("Unload")) {}
+
+PluginLibrary::~PluginLibrary() {
+  library_.reset();
+  if (dlopen(path_.c_str(), RTLD_NOW | RTLD_NOLOAD) != nullptr) {
+    timeline_.Record(Fault{"the library is still loaded after dlclose"});
+  }
+}
+
+PluginLibrary::Export PluginLibrary::Find(const char* name) const {
+  void* address = dlsym(library_.get(), name);
+  if (address == nullptr) throw PluginError(std::string("the plug-in has no export ") + name);
+  return reinterpret_cast<Export>(address);
+}
+
+template <typename Request, typename Result>
+void PluginLibrary::Call(const char* name, Export function, const Request& request,
+                         Result& result) {
+  // Compared as bytes, so that padding counts too.
+  using Bytes = std::array<unsigned char, sizeof(Request)>;
+  Bytes before{};
+  std::memcpy(before.data(), &request, sizeof(request));
+  alignas(Request) Bytes passed = before;
+  const int returned = function(passed.data(), result.Address());
+  if (returned != 0) {
+    timeline_.Record(
+        Fault{std::string(name) + " returned " + std::to_string(returned) + " instead of 0"});
+  }
+  const std::string difference = result.Difference();
+  if (!difference.empty()) timeline_.Record(Fault{std::string(name) + ": " + difference});
+  if (passed != before) {
+    timeline_.Record(Fault{std::string(name) + " changed its request record"});
+  }
+}
+
+void PluginLibrary::Load(HostServiceEntry entry) {
+  LoadRequest request{};
+  request.hostWord = kHostWord;
+  request.entry = entry;
+  ResultRecord<PluginCapabilities> result;
+  SetCapabilities(result.Expected());
+  Call("Load", load_, request, result);
+}
+
+void PluginLibrary::Open() {
+  ResultRecord<OpenResult> result;
+  result.Expected().result = 0;
+  result.Expected().result12 = 0;
+  Call("Open", open_, PlainResult{}, result);
+}
+
+void PluginLibrary::CallPlain(const char* name, Export function) {
+  ResultRecord<PlainResult> result;
+  result.Expected().result = 0;
+  Call(name, function, PlainResult{}, result);
+}
+
+void PluginLibrary::Close() {
+  CallPlain("Close", close_);
+}
+void PluginLibrary::Seek() {
+  CallPlain("Seek", seek_);
+}
+void PluginLibrary::Unload() {
+  CallPlain("Unload", unload_);
+}
+
+void PluginLibrary::RunWatchdog() {
+  ReadRequest request{};
+  request.runWatchdog = 1;
+  ResultRecord<ReadResult> result;
+  result.Expected().result = 0;
+  Call("Read", read_, request, result);
+}
+
+void PluginLibrary::CallIoctl(const char* name, ControlCode code, const void* payload,
+                              std::uint32_t length) {
+  IoctlRequest request{};
+  request.code = code;
+  request.payload = payload;
+  request.length = length;
+  ResultRecord<IoctlResult> result;
+  result.Expected().result = 0;
+  Call(name, ioctl_, request, result);
+}
+
+void PluginLibrary::RunWorker() {
+  CallIoctl("IOCTL 1", ControlCode::RunWorker, nullptr, 0);
+}
+
+void PluginLibrary::SendUpdate(const std::string& document) {
+  const std::vector<char> bytes = WithoutTerminator(document);
+  CallIoctl("IOCTL 2", ControlCode::Update, bytes.data(), static_cast<std::uint32_t>(bytes.size()));
+}
+
+void PluginLibrary::SendChunk(const void* chunk, std::uint32_t size) {
+  CallIoctl("IOCTL 4", ControlCode::ChannelMessage, chunk, size);
+}
+
+void PluginLibrary::CallWrite(const char* name, const WriteRequest& request) {
+  ResultRecord<WriteResult> result;
+  result.Expected().result = 0;
+  Call(name, write_, request, result);
+}
+
+void PluginLibrary::SendEvent(const std::string& document) {
+  const std::vector<char> bytes = WithoutTerminator(document);
+  WriteRequest request{};
+  request.data = bytes.data();
+  request.length = static_cast<std::uint32_t>(bytes.size());
+  request.kind = kEventKind;
+  CallWrite("Write of an event", request);
+}
+
+void PluginLibrary::SendTick() {
+  WriteRequest request{};
+  request.addressee = kModuleId;
+  request.kind = RecordKind::Tick;
+  CallWrite("Write of a tick", request);
+}
+
+}  // namespace tvx::tool

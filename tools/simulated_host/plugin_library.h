@@ -1,0 +1,65 @@
+// The plug-in as the host sees it: a shared library with eight calls, each checked.
+//
+// Owns:    the loaded library, until destruction. One that then stays in the process is a fault.
+// Threads: as the plug-in allows: everything but Load and Unload may be called concurrently.
+// Errors:  a library that cannot be loaded, or lacks an export, is a PluginError. Whatever a call
+//          does against the contract is recorded as a fault, and the run goes on.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "host/host_records.h"
+#include "simulated_host/timeline.h"
+
+namespace tvx::tool {
+
+class PluginError : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+class PluginLibrary {
+ public:
+  // The timeline must outlive this object.
+  PluginLibrary(const std::string& path, Timeline& timeline);
+  ~PluginLibrary();
+  PluginLibrary(const PluginLibrary&) = delete;
+  PluginLibrary& operator=(const PluginLibrary&) = delete;
+
+  void Load(HostServiceEntry entry);
+  void Open();
+  void Close();
+  void RunWatchdog();  // returns when the worker has ended
+  void RunWorker();    // returns after Close
+  void Seek();
+  void Unload();
+
+  // The text is handed over without a terminator, as the host does.
+  void SendEvent(const std::string& document);
+  void SendUpdate(const std::string& document);
+  void SendTick();
+  void SendChunk(const void* chunk, std::uint32_t size);
+
+ private:
+  using Export = int (*)(void* request, void* result);
+
+  Export Find(const char* name) const;
+  template <typename Request, typename Result>
+  void Call(const char* name, Export function, const Request& request, Result& result);
+  void CallIoctl(const char* name, ControlCode code, const void* payload, std::uint32_t length);
+  void CallWrite(const char* name, const WriteRequest& request);
+  void CallPlain(const char* name, Export function);
+
+  struct Closer {
+    void operator()(void* library) const;
+  };
+
+  Timeline& timeline_;
+  const std::string path_;
+  std::unique_ptr<void, Closer> library_;
+  const Export load_, open_, close_, read_, write_, seek_, ioctl_, unload_;
+};
+
+}  // namespace tvx::tool

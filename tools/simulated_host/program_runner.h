@@ -1,0 +1,63 @@
+// The programs that run for the plug-in, and the host's half of the process channel.
+//
+// Owns:    the programs.
+// Threads: Take from any thread (it returns at once: the plug-in holds locks while it sends);
+//          everything else on the event loop, which is where reports go out from.
+// Errors:  a chunk that fits no program is recorded as a fault.
+#pragma once
+
+#include <boost/asio/io_context.hpp>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "simulated_host/progress.h"
+#include "simulated_host/timeline.h"
+
+namespace tvx::tool {
+
+class Program;
+
+class ProgramRunner {
+ public:
+  // Hands one chunk to the plug-in.
+  using Deliver = std::function<void(const void* chunk, std::uint32_t size)>;
+
+  // All references must outlive this object.
+  ProgramRunner(boost::asio::io_context& loop, Timeline& timeline, Progress& progress,
+                Deliver deliver);
+  ~ProgramRunner();
+  ProgramRunner(const ProgramRunner&) = delete;
+  ProgramRunner& operator=(const ProgramRunner&) = delete;
+
+  // Takes one well-formed chunk of the plug-in, which stays the caller's.
+  void Take(const void* chunk);
+
+  void Reap();
+  void KillAll();
+
+  // The paths of the programs that have not ended.
+  std::vector<std::string> Names() const;
+
+ private:
+  void Launch(std::uint32_t request, std::vector<std::string> arguments);
+  void Feed(std::uint32_t request, std::string bytes, bool last);
+  void Ended(std::uint32_t request, int waitStatus, double seconds);
+  void Report(std::uint32_t request, std::uint32_t kind, std::uint32_t word);
+
+  struct Entry {
+    std::string name;
+    std::shared_ptr<Program> program;
+  };
+
+  boost::asio::io_context& loop_;
+  Timeline& timeline_;
+  Progress& progress_;
+  const Deliver deliver_;
+  std::map<std::uint32_t, Entry> programs_;  // by request identifier
+};
+
+}  // namespace tvx::tool

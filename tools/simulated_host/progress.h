@@ -1,0 +1,50 @@
+// How far the plug-in has come with what it was given: what a scenario waits for.
+//
+// Threads: any. Locks: its own; nothing is called with it.
+#pragma once
+
+#include <cstdint>
+#include <set>
+#include <vector>
+
+#include "base/mutex.h"
+
+namespace tvx::tool {
+
+class Progress {
+ public:
+  // An event document goes out, with these profiles; told before it is sent.
+  void EventSent(const std::vector<std::int32_t>& profiles) EXCLUDES(mutex_);
+  void StatusReported(std::int32_t profile, std::int32_t status) EXCLUDES(mutex_);
+  void ProgramRequested() EXCLUDES(mutex_);
+  void ProgramGone() EXCLUDES(mutex_);
+  // Any other sign of life.
+  void Happened() EXCLUDES(mutex_);
+
+  // Ends every wait, also those to come.
+  void Interrupt() EXCLUDES(mutex_);
+
+  // The waits return false when they were interrupted.
+  bool Pause(double seconds) EXCLUDES(mutex_);
+  bool WaitUntilInterrupted() EXCLUDES(mutex_);
+  // Until this many notifications have been reported delivered since the start.
+  bool WaitDelivered(int count) EXCLUDES(mutex_);
+  // Until no program runs and each profile of each event has been reported on. Not every event is
+  // due a notification, so silence of settleSeconds counts as well.
+  bool WaitIdle(double settleSeconds) EXCLUDES(mutex_);
+
+ private:
+  using Time = ConditionVariable::SteadyTime;
+
+  void Touch() REQUIRES(mutex_);
+
+  Mutex mutex_;
+  ConditionVariable changed_;
+  std::multiset<std::int32_t> awaited_ GUARDED_BY(mutex_);  // profiles of events sent
+  int delivered_ GUARDED_BY(mutex_) = 0;
+  int programs_ GUARDED_BY(mutex_) = 0;
+  Time lastSign_ GUARDED_BY(mutex_);
+  bool interrupted_ GUARDED_BY(mutex_) = false;
+};
+
+}  // namespace tvx::tool

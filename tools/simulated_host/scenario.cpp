@@ -1,0 +1,110 @@
+#include "simulated_host/scenario.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <sstream>
+
+namespace tvx::tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::optional<DocumentKind> KindOf(const std::string& word) {
+  if (word == "system") return DocumentKind::System;
+  if (word == "update") return DocumentKind::Update;
+  if (word == "event") return DocumentKind::Event;
+  return std::nullopt;
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  if (!file.is_open() || file.bad()) throw ScenarioError("cannot read " + path);
+  return text;
+}
+
+// What follows the first word of a line, without blanks around it.
+std::string Rest(std::istream& words) {
+  std::string rest;
+  std::getline(words >> std::ws, rest);
+  while (!rest.empty() && (rest.back() == ' ' || rest.back() == '\t' || rest.back() == '\r')) {
+    rest.pop_back();
+  }
+  return rest;
+}
+
+double ReadSeconds(const std::string& text) {
+  char* end = nullptr;
+  const double seconds = std::strtod(text.c_str(), &end);
+  if (text.empty() || *end != '\0' || !std::isfinite(seconds) || seconds < 0) {
+    throw ScenarioError("\"wait\" is followed by seconds, \"idle\" or \"delivered N\"");
+  }
+  return seconds;
+}
+
+int ReadCount(const std::string& text) {
+  int count = 0;
+  const char* end = text.data() + text.size();
+  const auto result = std::from_chars(text.data(), end, count);
+  if (result.ec != std::errc() || result.ptr != end || count < 1) {
+    throw ScenarioError("\"wait delivered\" is followed by a number from 1");
+  }
+  return count;
+}
+
+Step ReadWait(std::istream& words) {
+  std::string what;
+  words >> what;
+  const std::string argument = Rest(words);
+  if (what == "delivered") return AwaitDelivered{ReadCount(argument)};
+  if (!argument.empty()) throw ScenarioError("nothing can follow \"wait " + what + "\"");
+  if (what == "idle") return AwaitIdle{};
+  return Pause{ReadSeconds(what)};
+}
+
+Step ReadStep(const std::string& line, const fs::path& folder) {
+  std::istringstream words(line);
+  std::string word;
+  words >> word;
+  if (word == "wait") return ReadWait(words);
+  const std::string argument = Rest(words);
+  if (word == "tick") {
+    if (!argument.empty()) throw ScenarioError("nothing can follow \"tick\"");
+    return SendTick{};
+  }
+  const std::optional<DocumentKind> kind = KindOf(word);
+  if (!kind) throw ScenarioError("unknown step \"" + word + "\"");
+  if (argument.empty()) throw ScenarioError("\"" + word + "\" is followed by a file name");
+  return ReadDocument(*kind, (folder / argument).string());
+}
+
+}  // namespace
+
+SendDocument ReadDocument(DocumentKind kind, const std::string& path) {
+  return {kind, path, ReadFile(path)};
+}
+
+std::vector<Step> ReadScenario(const std::string& path) {
+  std::istringstream lines(ReadFile(path));
+  const fs::path folder = fs::path(path).parent_path();
+  std::vector<Step> steps;
+  int number = 0;
+  for (std::string line; std::getline(lines, line);) {
+    ++number;
+    const std::size_t begin = line.find_first_not_of(" \t\r");
+    if (begin == std::string::npos || line[begin] == '#') continue;
+    try {
+      steps.push_back(ReadStep(line, folder));
+    } catch (const ScenarioError& error) {
+      throw ScenarioError(path + ":" + std::to_string(number) + ": " + error.what());
+    }
+  }
+  return steps;
+}
+
+}  // namespace tvx::tool

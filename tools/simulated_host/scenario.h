@@ -1,0 +1,51 @@
+// What the host does between start and stop, step by step.
+//
+// A scenario file has one step a line; blank lines and lines that begin with "#" are skipped:
+//
+//   system FILE        send a full system document
+//   update FILE        send a configuration document
+//   event FILE         send an event document
+//   tick               send a tick beside those of every second
+//   wait SECONDS       let the time pass
+//   wait idle          until no program runs and every event has been reported on
+//   wait delivered N   until N notifications have been delivered since the start
+//
+// File names are relative to the folder of the scenario file. Documents are read with the scenario,
+// so that a missing one is found before anything is sent.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace tvx::tool {
+
+enum class DocumentKind { System, Update, Event };
+
+struct SendDocument {
+  DocumentKind kind;
+  std::string name;  // the file, for people
+  std::string text;
+};
+struct SendTick {};
+struct Pause {
+  double seconds;
+};
+struct AwaitIdle {};
+struct AwaitDelivered {
+  int count;
+};
+
+using Step = std::variant<SendDocument, SendTick, Pause, AwaitIdle, AwaitDelivered>;
+
+// The scenario cannot be used; the text names file and line.
+class ScenarioError : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Both throw ScenarioError.
+SendDocument ReadDocument(DocumentKind kind, const std::string& path);
+std::vector<Step> ReadScenario(const std::string& path);
+
+}  // namespace tvx::tool

@@ -1,0 +1,222 @@
+#include "simulated_host/simulated_host.h"
+
+#include <signal.h>
+
+#include <atomic>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+#include <variant>
+
+#include "simulated_host/event_loop.h"
+#include "simulated_host/host_services.h"
+#include "simulated_host/plugin_document.h"
+#include "simulated_host/plugin_library.h"
+#include "simulated_host/program_runner.h"
+#include "simulated_host/progress.h"
+#include "simulated_host/ticker.h"
+
+namespace tvx::tool {
+namespace {
+
+constexpr boost::chrono::milliseconds kTickInterval{1000};
+
+// A stopping plug-in may still be in an exchange with a web server, which ends after ten seconds.
+constexpr std::chrono::seconds kStopLimit{30};
+
+// Some senders signal a process and its group, so that one signal arrives twice.
+constexpr std::chrono::seconds kOneSignal{1};
+
+constexpr int kFaultFound = 1;
+
+// The threads and objects of one run.
+class Host {
+ public:
+  Host(const HostOptions& options, Timeline& timeline)
+      : options_(options),
+        timeline_(timeline),
+        programs_(
+            loop_.Context(), timeline_, progress_,
+            [this](const void* chunk, std::uint32_t size) { plugin_.SendChunk(chunk, size); }),
+        services_(timeline_, progress_, programs_),
+        plugin_(options.plugin, timeline_),
+        limit_(loop_.Context()) {}
+
+  // False when it was stopped early.
+  bool Run();
+
+ private:
+  void Say(std::string text) { timeline_.Record(HostAction{std::move(text)}); }
+  void OnSignal(int signal);
+  void LimitTime();
+  void LimitStop();
+  [[noreturn]] void GiveUp(const std::string& why);
+  std::string StillRunning() const;
+  void LendThreads();
+  void RunSteps();
+  bool Do(const SendDocument& step);
+  bool Do(const SendTick& step);
+  bool Do(const Pause& step) { return progress_.Pause(step.seconds); }
+  bool Do(const AwaitIdle&) { return progress_.WaitIdle(options_.settle); }
+  bool Do(const AwaitDelivered& step) { return progress_.WaitDelivered(step.count); }
+  void Stop();
+
+  const HostOptions& options_;
+  Timeline& timeline_;
+  Progress progress_;
+  EventLoop loop_;  // before everything that starts threads
+  ProgramRunner programs_;
+  HostServices services_;
+  PluginLibrary plugin_;
+  boost::asio::steady_timer limit_;  // on the loop's thread, once that runs
+  // Set on the loop's thread, read when that has ended: a signal has come, or the time is up.
+  bool stopping_ = false;
+  std::chrono::steady_clock::time_point stoppingSince_;
+  std::atomic<bool> closed_{false};
+  std::thread worker_;
+  std::thread watchdog_;
+};
+
+bool Host::Run() {
+  loop_.Start([this](int signal) { OnSignal(signal); });
+  if (options_.timeLimit > 0) boost::asio::post(loop_.Context(), [this] { LimitTime(); });
+
+  Say("load " + options_.plugin);
+  plugin_.Load(&HostServices::Entry);
+  Say("open");
+  plugin_.Open();
+  plugin_.Seek();
+  LendThreads();
+  {
+    const Ticker ticks(kTickInterval, [this] { plugin_.SendTick(); });
+    RunSteps();
+  }
+  Stop();
+  return !stopping_;
+}
+
+void Host::LendThreads() {
+  worker_ = std::thread([this] {
+    plugin_.RunWorker();
+    if (!closed_) timeline_.Record(Fault{"the worker's thread came back before Close"});
+  });
+  watchdog_ = std::thread([this] {
+    plugin_.RunWatchdog();
+    if (!closed_) timeline_.Record(Fault{"the watchdog's thread came back before Close"});
+  });
+}
+
+void Host::RunSteps() {
+  if (!options_.steps) {
+    Say("running until Ctrl-C");
+    progress_.WaitUntilInterrupted();
+    return;
+  }
+  for (const Step& step : *options_.steps) {
+    if (!std::visit([this](const auto& it) { return Do(it); }, step)) return;
+  }
+  progress_.WaitIdle(options_.settle);
+}
+
+bool Host::Do(const SendDocument& step) {
+  switch (step.kind) {
+    case DocumentKind::System:
+      Say("system document " + step.name);
+      plugin_.SendUpdate(step.text);
+      break;
+    case DocumentKind::Update:
+      Say("configuration document " + step.name);
+      plugin_.SendUpdate(step.text);
+      break;
+    case DocumentKind::Event:
+      Say("event document " + step.name);
+      progress_.EventSent(ProfilesOfEvent(step.text));
+      plugin_.SendEvent(step.text);
+      break;
+  }
+  return true;
+}
+
+bool Host::Do(const SendTick&) {
+  plugin_.SendTick();
+  return true;
+}
+
+void Host::Stop() {
+  boost::asio::post(loop_.Context(), [this] { LimitStop(); });
+  Say("close");
+  closed_ = true;
+  plugin_.Close();
+  worker_.join();
+  watchdog_.join();
+  // No report may reach the library once it is gone, so the loop ends first.
+  loop_.Stop();
+  for (const std::string& name : programs_.Names()) Say("killing " + name);
+  programs_.KillAll();
+  plugin_.Unload();
+  services_.Unloaded();
+  Say("unloaded");
+}
+
+void Host::OnSignal(int signal) {
+  if (signal == SIGCHLD) return programs_.Reap();
+  const auto now = std::chrono::steady_clock::now();
+  if (stopping_ && now - stoppingSince_ < kOneSignal) return;
+  if (stopping_) GiveUp("stopped at once by a second signal");
+  stopping_ = true;
+  stoppingSince_ = now;
+  Say("stopping");
+  progress_.Interrupt();
+  LimitStop();
+}
+
+std::string Host::StillRunning() const {
+  std::string text;
+  for (const std::string& name : programs_.Names()) {
+    text += (text.empty() ? "; still running: " : ", ") + name;
+  }
+  return text;
+}
+
+void Host::LimitTime() {
+  limit_.expires_after(std::chrono::milliseconds(static_cast<long>(options_.timeLimit * 1000)));
+  limit_.async_wait([this](const boost::system::error_code& error) {
+    if (error || stopping_) return;
+    stopping_ = true;
+    stoppingSince_ = std::chrono::steady_clock::now();
+    char text[64];
+    std::snprintf(text, sizeof(text), "not done after %g s", options_.timeLimit);
+    timeline_.Record(Fault{text + StillRunning()});
+    progress_.Interrupt();
+    LimitStop();
+  });
+}
+
+// From here on the plug-in has its last time to come to an end. Cancels the limit before.
+void Host::LimitStop() {
+  limit_.expires_after(kStopLimit);
+  limit_.async_wait([this](const boost::system::error_code& error) {
+    if (error) return;
+    GiveUp("the plug-in did not come to an end within " + std::to_string(kStopLimit.count()) +
+           " s" + StillRunning());
+  });
+}
+
+// Threads are inside the plug-in and cannot be called back: only the process can end.
+void Host::GiveUp(const std::string& why) {
+  timeline_.Record(Fault{why});
+  programs_.KillAll();
+  std::fflush(nullptr);
+  std::_Exit(kFaultFound);
+}
+
+}  // namespace
+
+bool RunHost(const HostOptions& options, Timeline& timeline) {
+  return Host(options, timeline).Run();
+}
+
+}  // namespace tvx::tool

@@ -1,0 +1,33 @@
+// A host for one plug-in: from Load to Unload, in the order and on the threads of a real one.
+//
+// Threads: Run uses the calling thread for Load, Open, the steps, Close and Unload; one thread each
+//          for the worker, the watchdog, the ticks, and the event loop (signals, programs, time
+//          limit), from which programs' reports reach the plug-in.
+// Signals: SIGINT, SIGTERM and SIGCHLD are blocked in the process for good and taken by the event
+//          loop (event_loop.h). The first SIGINT or SIGTERM stops the plug-in cleanly, the second
+//          ends the process.
+// Errors:  PluginError when the library cannot be loaded. Everything else is a fault in the
+//          timeline. A plug-in that does not give its threads back ends the process with status 1.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "simulated_host/scenario.h"
+#include "simulated_host/timeline.h"
+
+namespace tvx::tool {
+
+struct HostOptions {
+  std::string plugin;  // absolute path
+  // Nothing: run until a signal comes. Otherwise the run ends behind the last step, once idle.
+  std::optional<std::vector<Step>> steps;
+  double timeLimit = 0;  // seconds for everything before Close; 0: none
+  double settle = 0;     // seconds of silence that count as idle (Progress::WaitIdle)
+};
+
+// False when a signal or the time limit ended the run early.
+bool RunHost(const HostOptions& options, Timeline& timeline);
+
+}  // namespace tvx::tool
