@@ -1,9 +1,11 @@
 #include "config/config_file.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <tinyxml.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
@@ -29,10 +31,12 @@ mode_t ModeOf(const std::string& path) {
 }
 
 bool WriteFlushed(const std::string& path, mode_t mode, const TiXmlDocument& document) {
-  File file(std::fopen(path.c_str(), "wbe"));
+  // Private from the first byte; opened up, if at all, only as far as the file that it replaces.
+  const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kPrivate);
+  File file(descriptor < 0 ? nullptr : ::fdopen(descriptor, "wb"));
   if (!file) return false;
-  const int descriptor = ::fileno(file.get());
-  if (::fchmod(descriptor, mode) != 0) return false;
+  // A file system without permissions refuses; then there is nothing to keep either.
+  static_cast<void>(::fchmod(descriptor, mode));
   document.Print(file.get(), 0);
   if (std::ferror(file.get()) != 0 || std::fflush(file.get()) != 0) return false;
   if (::fsync(descriptor) != 0) return false;
@@ -41,21 +45,31 @@ bool WriteFlushed(const std::string& path, mode_t mode, const TiXmlDocument& doc
 
 }  // namespace
 
-LoadOutcome LoadConfigFile(const std::string& path, NotifyConfig& config) {
+ConfigDocument ReadConfigFile(const std::string& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) return {LoadOutcome::Missing, nullptr};
+  // Asked first: reading a pipe might never end, and a huge file would not fit into the process.
+  const bool isReadable =
+      S_ISREG(status.st_mode) && static_cast<std::uint64_t>(status.st_size) <= kMaxDocumentBytes;
+  if (!isReadable) return {LoadOutcome::Rejected, nullptr};
   std::ifstream file(path, std::ios::binary);
-  if (!file)
-    return ::access(path.c_str(), F_OK) == 0 ? LoadOutcome::Rejected : LoadOutcome::Missing;
   const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  const ParsedDocument parsed = ParseDocument(text.data(), text.size());
-  const TiXmlElement* root = parsed.document ? parsed.document->RootElement() : nullptr;
-  NotifyConfig read = config;
-  if (root == nullptr || !ReadNotify(*root, read)) return LoadOutcome::Rejected;
-  config = std::move(read);
+  ParsedDocument parsed = ParseDocument(text.data(), text.size());
+  return {parsed.document ? LoadOutcome::Loaded : LoadOutcome::Rejected,
+          std::move(parsed.document)};
+}
+
+LoadOutcome TakeConfigDocument(const ConfigDocument& file, NotifyConfig& config) {
+  if (file.outcome != LoadOutcome::Loaded) return file.outcome;
+  const TiXmlElement* root = file.document->RootElement();
+  NotifyConfig taken = config;
+  if (root == nullptr || !ReadNotify(*root, taken)) return LoadOutcome::Rejected;
+  config = std::move(taken);
   return LoadOutcome::Loaded;
 }
 
-void KeepRejectedFile(const std::string& path) {
-  std::rename(path.c_str(), (path + ".rejected").c_str());
+bool KeepRejectedFile(const std::string& path) {
+  return std::rename(path.c_str(), (path + ".rejected").c_str()) == 0;
 }
 
 bool SaveConfigFile(const std::string& path, const TiXmlDocument& document) {

@@ -1,13 +1,14 @@
 // "notify.xml" in the working directory: where the configuration outlives the process.
 //
-// Threads: one at a time (the service's change mutex sees to that).
+// Threads: one at a time; the service sees to that.
 #pragma once
 
+#include <tinyxml.h>
+
+#include <memory>
 #include <string>
 
 #include "config/notify_config.h"
-
-class TiXmlDocument;
 
 namespace tvx {
 
@@ -16,15 +17,23 @@ constexpr const char* kConfigFile = "notify.xml";
 enum class LoadOutcome {
   Loaded,
   Missing,
-  Rejected,  // there, but unreadable or without its essentials
+  Rejected,  // there, but unreadable, too large, or without its essentials
 };
 
-// Reads a file into the configuration; one that is rejected leaves it as it was.
-LoadOutcome LoadConfigFile(const std::string& path, NotifyConfig& config);
+// The file's document, unread yet. The outcome is Loaded when there is one.
+struct ConfigDocument {
+  LoadOutcome outcome = LoadOutcome::Missing;
+  std::unique_ptr<TiXmlDocument> document;
+};
+ConfigDocument ReadConfigFile(const std::string& path);
+
+// Takes a file's document into the configuration. One that is rejected leaves it as it was. Neither
+// the name of the root nor its attributes matter.
+LoadOutcome TakeConfigDocument(const ConfigDocument& file, NotifyConfig& config);
 
 // Keeps a rejected file beside its place under a name of its own (".rejected" behind it), so that
-// the next save does not destroy what an administrator may want to mend.
-void KeepRejectedFile(const std::string& path);
+// the next save does not destroy what an administrator may want to mend. False when that failed.
+bool KeepRejectedFile(const std::string& path);
 
 // Replaces a file whole or not at all: written beside it, flushed to the disk, renamed. An existing
 // file keeps its permissions; a new one is its owner's alone, as it holds passwords. False when

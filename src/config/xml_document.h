@@ -2,7 +2,8 @@
 //
 // Standard: XML 1.0, as far as TinyXML goes.
 // Threads:  any; nothing is shared.
-// Limits:   kMaxDocumentBytes and kMaxNesting. TinyXML recurses once a level, on the host's stack.
+// Limits:   kMaxDocumentBytes, kMaxNesting, kMaxAttributes. TinyXML recurses once a level, on the
+//           host's stack, and its time grows with the square of an element's attributes.
 // Not here: what the documents mean.
 #pragma once
 
@@ -19,17 +20,19 @@ namespace tvx {
 // Ten thousand cameras need about 6 MB; a tree takes several times its text in a 32-bit process.
 constexpr std::size_t kMaxDocumentBytes = 16u << 20;
 constexpr int kMaxNesting = 256;
+constexpr int kMaxAttributes = 64;  // of one element; the host's have a dozen
 
 enum class ParseOutcome {
   Parsed,
-  Empty,       // no bytes, or a null pointer
-  TooLarge,    // above kMaxDocumentBytes
-  TooDeep,     // nested above kMaxNesting
+  Empty,     // no bytes, or a null pointer
+  TooLarge,  // above kMaxDocumentBytes
+  TooDeep,   // nested above kMaxNesting
+  TooManyAttributes,
   Unreadable,  // not XML
 };
 
 // Parses length bytes, which need no terminator and are copied. The document is null unless the
-// outcome is Parsed. White space in texts is kept.
+// outcome is Parsed. White space in texts is kept, but a text of nothing else reads as none.
 struct ParsedDocument {
   ParseOutcome outcome = ParseOutcome::Empty;
   std::unique_ptr<TiXmlDocument> document;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "base/immortal.h"
 #include "host/host_entry.h"
 #include "host/host_records.h"
 #include "host/process_channel.h"
@@ -22,16 +23,9 @@ struct Plugin {
   std::unique_ptr<NotifyService> service;
 };
 
-// Not destroyed with the library: a host that exits without Unload still has threads inside.
-union PluginStorage {
-  PluginStorage() : plugin() {}
-  ~PluginStorage() {}
-  Plugin plugin;
-};
-
 Plugin& ThePlugin() {
-  static PluginStorage storage;
-  return storage.plugin;
+  static Immortal<Plugin> plugin;
+  return plugin.value;
 }
 
 // The type and version words and the switches, in the host's own numbering.
@@ -146,6 +140,7 @@ NOTIFYPI_EXPORT int IOCTL(void* request, void* result) {
 
 NOTIFYPI_EXPORT int Unload(void* /*request*/, void* result) {
   tvx::ThePlugin().service.reset();
+  tvx::TheProcessChannel().Register(tvx::kModuleId, {});
   static_cast<tvx::PlainResult*>(result)->result = 0;
   return 0;
 }

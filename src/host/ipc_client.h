@@ -51,6 +51,8 @@ struct client {
   State state GUARDED_BY(mutex) = State::Requested;
   // The word of the last state report: exit status when finished, error when failed.
   std::uint32_t value GUARDED_BY(mutex) = 0;
+  // Finished only because the channel was closed: nobody knows what became of the program.
+  bool abandoned GUARDED_BY(mutex) = false;
   LineBuffer output GUARDED_BY(mutex);
   LineBuffer errors GUARDED_BY(mutex);
   // Key in the table of pending programs. Written once, before the program can report.

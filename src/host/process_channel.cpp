@@ -6,6 +6,8 @@
 #include <new>
 #include <utility>
 
+#include "base/immortal.h"
+
 namespace tvx {
 namespace {
 
@@ -47,7 +49,7 @@ void SetState(ipc::client& program, ipc::State state, std::uint32_t value) {
 // Sends one message, split into chunks where that is allowed: only standard input may be.
 bool Send(const ProcessChannel::Sender* sender, std::uint32_t request, std::uint32_t kind,
           std::uint32_t word, const char* payload, std::size_t length) {
-  if (sender == nullptr || !*sender) return false;
+  if (sender == nullptr) return false;
   if (length > kMaxPayload && kind != kInput) return false;
   for (;;) {
     const std::size_t part = std::min(length, kMaxPayload);
@@ -68,7 +70,8 @@ bool Send(const ProcessChannel::Sender* sender, std::uint32_t request, std::uint
 }  // namespace
 
 void ProcessChannel::Register(std::uint32_t module, Sender sender) {
-  auto installed = std::make_shared<const Sender>(std::move(sender));
+  std::shared_ptr<const Sender> installed;
+  if (sender) installed = std::make_shared<const Sender>(std::move(sender));
   {
     MutexLock lock(mutex_);
     module_ = module;
@@ -164,6 +167,7 @@ void ProcessChannel::Close() {
     const bool launched = program->state == ipc::State::Running;
     program->state = launched ? ipc::State::Finished : ipc::State::Failed;
     program->value = 0;
+    program->abandoned = launched;
     program->changed.NotifyAll();
   }
   pending_.clear();
@@ -181,8 +185,8 @@ bool ReadLine(ipc::client& program, OutputStream stream, std::string& line) {
 }
 
 ProcessChannel& TheProcessChannel() {
-  static ProcessChannel channel;
-  return channel;
+  static Immortal<ProcessChannel> channel;
+  return channel.value;
 }
 
 }  // namespace tvx

@@ -32,7 +32,7 @@ class ProcessChannel {
   // Takes one chunk (malloc'ed; the receiver's from then on, also when it answers false).
   using Sender = std::function<bool(void* chunk, std::uint32_t size)>;
 
-  // Installs the sender; the previous one is destroyed after the exchange.
+  // Installs the sender, none if it is empty; the previous one is destroyed after the exchange.
   void Register(std::uint32_t module, Sender sender) EXCLUDES(mutex_);
 
   // Launches a program and waits until the host reports it running, failed or finished, however

@@ -15,7 +15,7 @@ void DeferredLog::Add(LogLevel level, const char* format, ...) {
 }
 
 void DeferredLog::Write(HostServiceEntry host) {
-  for (const Line& line : lines_) HostLog(kModuleId, host, line.level, "%s", line.text.c_str());
+  for (const Line& line : lines_) HostLogText(kModuleId, host, line.level, line.text);
   lines_.clear();
 }
 

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "log/host_log.h"
@@ -15,6 +16,9 @@ class DeferredLog {
  public:
   // Formats as HostLog does and keeps the line.
   [[gnu::format(printf, 3, 4)]] void Add(LogLevel level, const char* format, ...);
+
+  // Keeps a line that is a text already.
+  void AddText(LogLevel level, std::string text) { lines_.push_back({level, std::move(text)}); }
 
   // Writes the lines in the order in which they were added, and forgets them.
   void Write(HostServiceEntry host);

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 #include "host/host_records.h"
 
@@ -21,5 +22,9 @@ constexpr std::size_t kLogLineSize = 512;
 // host adds time and module name; no line end is appended.
 [[gnu::format(printf, 4, 5)]] void HostLog(std::uint32_t module, HostServiceEntry entry,
                                            LogLevel level, const char* format, ...);
+
+// The same for a line that is a text already.
+void HostLogText(std::uint32_t module, HostServiceEntry entry, LogLevel level,
+                 std::string_view text);
 
 }  // namespace tvx

@@ -1,15 +1,18 @@
 #include "mail/notify_helper.h"
 
 #include <memory>
+#include <optional>
 #include <utility>
 
 namespace tvx {
 namespace {
 
-// Waits until the program is no longer running, and gives its raw wait status.
-std::uint32_t WaitForEnd(ipc::client& program) {
+// Waits until the program is no longer running, and gives its raw wait status. Nothing when the
+// plug-in was stopped meanwhile: an end that nobody saw must not count as a delivery.
+std::optional<std::uint32_t> WaitForEnd(ipc::client& program) {
   MutexLock lock(program.mutex);
   while (program.state == ipc::State::Running) program.changed.Wait(program.mutex);
+  if (program.abandoned) return std::nullopt;
   return program.value;
 }
 
@@ -32,8 +35,9 @@ bool NotifyHelper::RunTransfer(const std::vector<std::string>& arguments, const 
   for (std::string line; ReadLine(*program, OutputStream::Output, line);) {
     if (lines.size() < kMaxOutputLines) lines.push_back(std::move(line));
   }
-  const std::uint32_t raw = WaitForEnd(*program);
-  exitValue = static_cast<std::int32_t>(((raw << 8) & 0xFFFFu) | ((raw >> 8) & 0xFFu));
+  const std::optional<std::uint32_t> raw = WaitForEnd(*program);
+  if (!raw) return false;
+  exitValue = static_cast<std::int32_t>(((*raw << 8) & 0xFFFFu) | ((*raw >> 8) & 0xFFu));
   return true;
 }
 

@@ -37,9 +37,10 @@ class NotifyHelper {
   virtual void ReportStatus(std::int32_t profileId, ProfileStatus status);
 
   // Runs a program with this standard input and waits for its end. False when it could not be
-  // launched. The exit value is the raw wait status with its two low bytes exchanged: a normal exit
-  // gives its code, an end by signal 256 times the signal. lines gets what the program wrote to its
-  // standard output, at most kMaxOutputLines of it.
+  // launched, or the plug-in was stopped before its end. The exit value is the raw wait status with
+  // its two low bytes exchanged: a normal exit gives its code, an end by signal 256 times the
+  // signal. lines gets what the program wrote to its standard output, at most kMaxOutputLines of
+  // it.
   virtual bool RunTransfer(const std::vector<std::string>& arguments, const std::string& input,
                            std::int32_t& exitValue, std::vector<std::string>& lines);
 
@@ -53,6 +54,9 @@ class NotifyHelper {
   std::uint32_t retryInterval = 0;  // milliseconds: the current back-off
   std::uint32_t nextRetry = 0;      // tick at which the next round may start
   std::list<PendingMessage> queue;  // oldest at the front; a list, as any of them may leave
+  // All before it have been tried in this round, so that a pass need not walk a long queue. Whoever
+  // changes the queue outside a pass sets it to the beginning.
+  std::list<PendingMessage>::iterator untried = queue.begin();
 
  private:
   IStatusReceiver& owner_;

@@ -1,7 +1,6 @@
 #include "mail/retry_queue.h"
 
 #include <algorithm>
-#include <limits>
 #include <utility>
 
 #include "base/clock.h"
@@ -13,8 +12,9 @@ namespace tvx {
 namespace {
 
 constexpr std::uint32_t kFirstInterval = 60'000;  // milliseconds
-// Beyond half the clock's range a time to come would look like one gone by.
-constexpr std::uint32_t kLongestInterval = std::numeric_limits<std::int32_t>::max();
+// Twelve days. Beyond half the clock's range a time to come would look like one gone by, and the
+// last attempt must still be in the same half.
+constexpr std::uint32_t kLongestInterval = 1u << 30;
 // Messages up to this size free too little to be worth losing.
 constexpr std::uint32_t kSmallMessage = 4096;
 
@@ -78,7 +78,9 @@ void EnqueueForRetry(NotifyHelper& helper, PendingMessage message,
   if (!helper.queue.empty() && maxQueue <= static_cast<std::int64_t>(helper.queue.size())) {
     PushOutOldest(helper, maxQueue, stream);
   }
-  if (!MakeRoom(helper, stream)) {
+  const bool hasRoom = MakeRoom(helper, stream);
+  helper.untried = helper.queue.begin();  // it may have stood on a message that is gone
+  if (!hasRoom) {
     HostLog(kModuleId, helper.Host(), LogLevel::Warning,
             "Unable to free up space by removing items from notification retry queue. Message (%s) "
             "for profile %s will be discarded",
@@ -93,6 +95,7 @@ void EnqueueForRetry(NotifyHelper& helper, PendingMessage message,
   message.lastAttempt = now;
   message.servers = servers;
   helper.queue.push_back(std::move(message));
+  helper.untried = helper.queue.begin();
   ++helper.messageCounter;
 }
 
@@ -101,24 +104,26 @@ bool RetryPass(NotifyHelper& helper, INotifyFileStream& stream, std::int32_t max
   const std::uint32_t now = TickNow();
   if (TickDifference(now, helper.nextRetry) < 0) return false;
 
-  const auto untried =
-      std::find_if(helper.queue.begin(), helper.queue.end(), [&](const PendingMessage& message) {
+  helper.untried =
+      std::find_if(helper.untried, helper.queue.end(), [&](const PendingMessage& message) {
         return TickDifference(message.lastAttempt, helper.nextRetry) < 0;
       });
-  if (untried == helper.queue.end()) {
+  if (helper.untried == helper.queue.end()) {
     helper.retryInterval =
         helper.retryInterval > kLongestInterval / 2 ? kLongestInterval : helper.retryInterval * 2;
     helper.nextRetry = now + helper.retryInterval;
+    helper.untried = helper.queue.begin();
     return false;
   }
-  untried->lastAttempt = now;
+  const auto message = helper.untried++;
+  message->lastAttempt = now;
   HostLog(kModuleId, helper.Host(), LogLevel::Information,
-          "Retrying failed notification for file %s", untried->path.c_str());
-  const SendResult result = SendMessage(*untried, untried->servers, helper);
-  if (!IsFinished(helper, *untried, result, now, maxRetrySeconds)) return true;
-  stream.remove(untried->path);
+          "Retrying failed notification for file %s", message->path.c_str());
+  const SendResult result = SendMessage(*message, message->servers, helper);
+  if (!IsFinished(helper, *message, result, now, maxRetrySeconds)) return true;
+  stream.remove(message->path);
   helper.retryInterval = kFirstInterval;
-  helper.queue.erase(untried);
+  helper.queue.erase(message);
   return true;
 }
 
@@ -129,6 +134,7 @@ void ClearRetryQueue(NotifyHelper& helper, INotifyFileStream& stream) {
           static_cast<int>(helper.queue.size()));
   for (const PendingMessage& message : helper.queue) stream.remove(message.path);
   helper.queue.clear();
+  helper.untried = helper.queue.begin();
 }
 
 }  // namespace tvx

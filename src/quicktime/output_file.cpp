@@ -107,7 +107,7 @@ void OutputFile::Buffer(ByteView bytes) {
   buffered_ += bytes.size;
 }
 
-// What does not fit any more goes out together with what was kept, straight from where it is.
+// In one call, and the bytes straight from where they are.
 void OutputFile::WriteBlockAnd(ByteView bytes) {
   iovec pieces[] = {{buffer_.get(), buffered_},
                     {const_cast<std::uint8_t*>(bytes.data), bytes.size}};

@@ -23,8 +23,11 @@ namespace quicktime {
 
 class OutputFile {
  public:
-  // A write to the system is at least this many bytes, but for the last.
-  static constexpr std::size_t kBlock = std::size_t{1} << 20;
+  // Short pieces are gathered to blocks of this many bytes: enough to make calls to the system
+  // rare, and few enough to stay in the processor's cache until they are written.
+  static constexpr std::size_t kBlock = std::size_t{512} << 10;
+  // A piece of this many goes to the system from where it is.
+  static constexpr std::size_t kLongPiece = std::size_t{128} << 10;
 
   OutputFile() = default;
   ~OutputFile() { Discard(); }
@@ -39,8 +42,7 @@ class OutputFile {
   void LeaveRoom(std::size_t bytes);
 
   void Append(ByteView bytes) {
-    // In the caller's loop for the short pieces, of which there are many.
-    if (bytes.size <= kBlock - buffered_) {
+    if (bytes.size < kLongPiece && bytes.size <= kBlock - buffered_) {
       Buffer(bytes);
     } else {
       WriteBlockAnd(bytes);

@@ -45,9 +45,12 @@ std::vector<std::uint64_t> SampleTable::ChunkOffsets(std::uint64_t first) const 
 
 SampleTable SampleTable::Longest(std::uint32_t samples, std::uint32_t samplesPerChunk) {
   SampleTable table(samplesPerChunk);
-  table.Reserve(samples);
+  // A last chunk that is not full has an entry of its own, which a table of fewer samples may need
+  // where one of all of them does not.
+  const std::uint32_t count = samples % table.samplesPerChunk_ == 0 ? samples + 1 : samples;
+  table.Reserve(count);
   // All but one: where every sample is a sync sample, the list of them is left out.
-  for (std::uint32_t i = 0; i < samples; ++i) table.Add(0, i != 0);
+  for (std::uint32_t i = 0; i < count; ++i) table.Add(0, i != 0);
   return table;
 }
 

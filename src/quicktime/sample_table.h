@@ -34,7 +34,7 @@ class SampleTable {
   // Where each chunk begins when the first begins there.
   std::vector<std::uint64_t> ChunkOffsets(std::uint64_t first) const;
 
-  // The table of so many samples that takes the most room in a file.
+  // A table that takes at least as much room in a file as any of so many samples or fewer.
   static SampleTable Longest(std::uint32_t samples, std::uint32_t samplesPerChunk);
 
  private:

@@ -1,7 +1,6 @@
 #include "service/config_change.h"
 
 #include <algorithm>
-#include <map>
 #include <memory>
 
 #include "config/notify_reader.h"
@@ -9,8 +8,6 @@
 
 namespace tvx {
 namespace {
-
-using Profiles = std::map<std::int32_t, NotifyProfile>;
 
 bool HasSameMailSettings(const NotifyProfile& a, const NotifyProfile& b) {
   return a.from == b.from && a.to == b.to && a.cc == b.cc && a.bcc == b.bcc &&
@@ -25,15 +22,13 @@ bool ConcernsAll(const std::vector<SmtpServer>& before, const std::vector<SmtpSe
   });
 }
 
-std::vector<std::int32_t> ConcernedProfiles(const std::vector<SmtpServer>& serversBefore,
-                                            const Profiles& profilesBefore,
-                                            const NotifyConfig& config) {
-  const bool all = ConcernsAll(serversBefore, config.servers);
+std::vector<std::int32_t> ConcernedProfiles(const NotifyConfig& before, const NotifyConfig& after) {
+  const bool all = ConcernsAll(before.servers, after.servers);
   std::vector<std::int32_t> concerned;
-  for (const auto& [id, profile] : config.profiles) {
-    const auto before = profilesBefore.find(id);
+  for (const auto& [id, profile] : after.profiles) {
+    const auto previous = before.profiles.find(id);
     const bool same =
-        before != profilesBefore.end() && HasSameMailSettings(before->second, profile);
+        previous != before.profiles.end() && HasSameMailSettings(previous->second, profile);
     if (all || !same) concerned.push_back(id);
   }
   return concerned;
@@ -47,7 +42,7 @@ SystemDocument ReadSystemDocument(const TiXmlElement& root) {
 }
 
 bool ApplySystemDocument(SystemDocument document, ServiceState& state, IntakeOutcome& outcome) {
-  NotifyConfig config = state.config;
+  NotifyConfig config = *state.config;
   const bool wasOn = config.secondReviewerMode;
   config.secondReviewerMode = document.secondReviewer.value_or(wasOn);
   const bool changesMode = config.secondReviewerMode != wasOn;
@@ -55,33 +50,33 @@ bool ApplySystemDocument(SystemDocument document, ServiceState& state, IntakeOut
     outcome.log.Add(LogLevel::Information, "Disabled all attachments for second reviewer mode.");
   }
   for (const auto& [id, seconds] : document.preAlarms) config.preAlarms[id] = seconds;
-  auto snapshot = std::make_shared<const NotifyConfig>(config);
+  auto changed = std::make_shared<const NotifyConfig>(std::move(config));
 
   EventActionTable actions =
       document.eventActions ? std::move(*document.eventActions) : state.eventActions;
   state.buffers.SelectStreams(std::move(document.directory), actions.sources, outcome.dropped);
   // Nothing below can fail.
   state.eventActions.sources.swap(actions.sources);
-  state.config = std::move(config);
-  state.snapshot = std::move(snapshot);
+  state.config = std::move(changed);
   return changesMode;
 }
 
 std::optional<std::vector<std::int32_t>> ApplyNotifyChange(const TiXmlElement& root,
                                                            ServiceState& state) {
-  const std::vector<SmtpServer> servers = state.config.servers;
-  const Profiles profiles = state.config.profiles;
-  const bool accepted = ReadNotify(root, state.config);
+  NotifyConfig config = *state.config;
+  std::optional<std::vector<std::int32_t>> concerned;
+  if (ReadNotify(root, config)) {
+    concerned = ConcernedProfiles(*state.config, config);
+  }
   // A rejected block may have brought delivery settings all the same.
-  PublishToWorker(state);
-  if (!accepted) return std::nullopt;
-  state.configurationChanged = true;
-  return ConcernedProfiles(servers, profiles, state.config);
+  ReplaceConfig(std::move(config), state);
+  if (concerned) state.configurationChanged = true;
+  return concerned;
 }
 
-void PublishToWorker(ServiceState& state) {
-  state.snapshot = std::make_shared<const NotifyConfig>(state.config);
-  state.buffers.SetByteLimit(MegabytesToBytes(state.config.EmailSizeLimitMB));
+void ReplaceConfig(NotifyConfig config, ServiceState& state) {
+  state.config = std::make_shared<const NotifyConfig>(std::move(config));
+  state.buffers.SetByteLimit(MegabytesToBytes(state.config->EmailSizeLimitMB));
 }
 
 }  // namespace tvx

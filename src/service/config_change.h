@@ -38,7 +38,7 @@ bool ApplySystemDocument(SystemDocument document, ServiceState& state, IntakeOut
 std::optional<std::vector<std::int32_t>> ApplyNotifyChange(const TiXmlElement& root,
                                                            ServiceState& state);
 
-// Makes what has been changed in the configuration visible to the worker and to the frame history.
-void PublishToWorker(ServiceState& state);
+// Makes this the configuration, for the intake, the worker and the frame history.
+void ReplaceConfig(NotifyConfig config, ServiceState& state);
 
 }  // namespace tvx

@@ -18,7 +18,7 @@ namespace {
 constexpr std::int32_t kGraceSeconds = 2;
 
 bool IsSameEvent(const NotifyWorkItem& item, const ProfileEvent& event) {
-  return item.isStart == event.isStart && item.content.eventSeconds == event.time &&
+  return item.isStart == event.isStart && item.eventSeconds == event.time &&
          item.eventMilliseconds == event.milliseconds;
 }
 
@@ -30,7 +30,7 @@ void ReleaseEarlier(const ProfileEvent& event, ServiceState& state) {
   state.parked.ReleaseIf([&](const SNOTIFY_CALLBACK& callback) {
     const NotifyWorkItem& item = *callback.Item();
     if (item.source != source || IsSameEvent(item, event)) return false;
-    switch (item.eventEdge) {
+    switch (item.profile->EventEdge) {
       case event_edge::kBoth:
         return true;
       case event_edge::kEnd:
@@ -64,7 +64,7 @@ void StartCapture(SourceId input, const std::shared_ptr<SNOTIFY_CALLBACK>& callb
   const ClipSource source = FindClipSource(input, state.Directory(), state.buffers.Selection());
   if (!source.mapped) LogUnmappedInput(outcome.log);
   auto clip = state.buffers.TakeClip(source.streamId, item.preTriggerSeconds,
-                                     item.maxDurationSeconds, callback);
+                                     item.profile->MaxVideoSeconds, callback);
   if (clip == nullptr) LogNoFrames(outcome.log, source.streamId);
   item.videos.push_back({state.Directory().Name(NameKind::VideoInput, input), std::move(clip)});
 }
@@ -77,15 +77,14 @@ std::vector<EventReference> SourcesOf(const ProfileEvent& event, const SystemDir
 void TakeUp(const ProfileEvent& event, const std::shared_ptr<NotifyWorkItem>& item,
             ServiceState& state, IntakeOutcome& outcome) {
   const std::int64_t deadline =
-      WallSeconds() + item->maxDurationSeconds + std::int64_t{kGraceSeconds};
+      WallSeconds() + item->profile->MaxVideoSeconds + std::int64_t{kGraceSeconds};
   const auto callback = std::make_shared<SNOTIFY_CALLBACK>(state.parked, item, deadline);
   for (const EventReference& source : SourcesOf(event, state.Directory())) {
     if (!IsVideoEvent(source.type)) continue;
     item->cameras.push_back(source.source);
     if (item->attachVideo) StartCapture(source.source, callback, state, outcome);
   }
-  outcome.log.Add(LogLevel::Information, "%s",
-                  ProfileLine(*item, event, state.Directory(), state.config).c_str());
+  outcome.log.AddText(LogLevel::Information, ProfileLine(*item, event, state.Directory()));
   if (item->videos.empty()) {
     outcome.dispatched.push_back(item);
   } else if (HasOpenClip(*item)) {
@@ -97,8 +96,8 @@ void TakeUp(const ProfileEvent& event, const std::shared_ptr<NotifyWorkItem>& it
 
 void ReceiveEvent(const ProfileEvent& event, ServiceState& state, IntakeOutcome& outcome) {
   ReleaseEarlier(event, state);
-  const auto found = state.config.profiles.find(event.profileId);
-  if (found == state.config.profiles.end()) {
+  const auto found = state.config->profiles.find(event.profileId);
+  if (found == state.config->profiles.end()) {
     outcome.log.Add(LogLevel::Information,
                     "Received a notification request for an unknown profile %d. Request will be "
                     "ignored",
@@ -110,13 +109,12 @@ void ReceiveEvent(const ProfileEvent& event, ServiceState& state, IntakeOutcome&
   if (!state.throttle.Admit(profile.ID, profile.ThrottleSeconds, TickNow())) return;
 
   const auto item = BuildNotification(event, profile, state);
-  if (state.config.secondReviewerMode && item->attachVideo) {
+  if (state.config->secondReviewerMode && item->attachVideo) {
     item->attachVideo = false;
     outcome.log.Add(LogLevel::Warning, "Attachments will be omitted for \"%s\"",
-                    item->profileDescription.c_str());
+                    profile.description.c_str());
   }
-  if (event.IsTest()) {
-    MakeTestMessage(event, *item);
+  if (item->isTest) {
     outcome.dispatched.push_back(item);
   } else {
     TakeUp(event, item, state, outcome);
@@ -145,6 +143,7 @@ void DispatchReady(ServiceState& state, IntakeOutcome& outcome) {
       if (video.clip != nullptr) video.clip->Finish(outcome.dropped);
     }
   }
+  if (!items.empty()) state.buffers.DropCompleteClips(outcome.dropped);
   outcome.dispatched.splice(outcome.dispatched.end(), items);
 }
 

@@ -19,46 +19,32 @@ const char* EventState(const ProfileEvent& event) {
   return event.isStart ? "Start" : "End";
 }
 
-MessageContent BuildContent(const ProfileEvent& event, const NotifyProfile& profile) {
-  MessageContent content;
-  content.profileId = profile.ID;
-  content.from = profile.from;
-  content.to = profile.to;
-  content.cc = profile.cc;
-  content.bcc = profile.bcc;
-  content.subject = profile.subject;
-  content.body = profile.body;
-  content.eventSeconds = event.time;
-  content.eventMilliseconds = static_cast<std::uint16_t>(event.milliseconds);
-  return content;
-}
-
 }  // namespace
 
 std::shared_ptr<NotifyWorkItem> BuildNotification(const ProfileEvent& event,
                                                   const NotifyProfile& profile,
                                                   const ServiceState& state) {
   auto item = std::make_shared<NotifyWorkItem>();
+  item->config = state.config;
+  item->profile = &profile;
   item->attachVideo = profile.attach;
-  item->usesPlaceholders = profile.usesPlaceholders;
-  item->profileDescription = profile.description;
-  item->maxDurationSeconds = profile.MaxVideoSeconds;
-  item->eventEdge = profile.EventEdge;
-  item->content = BuildContent(event, profile);
-
-  item->preTriggerSeconds = PreTriggerOf(event, state.config);
-  item->bufferSize = MegabytesToBytes(state.config.EmailSizeLimitMB);
-  item->servers = state.config.servers;
-  item->webAddress = state.config.webAddress;
-
-  const EventReference reference = event.Source();
-  item->source = reference.source;
+  item->preTriggerSeconds = PreTriggerOf(event, *state.config);
+  item->isTest = event.IsTest();
   item->isStart = event.isStart;
+  item->eventSeconds = event.time;
   item->eventMilliseconds = event.milliseconds;
-  item->facts.eventTime = item->content.eventSeconds;
-  item->facts.eventType = reference.type;
-  item->facts.sourceName = SourceText(state.Directory(), reference.source, reference.type);
+  item->facts.eventTime = event.time;
   item->facts.serial = state.serial;
+  if (item->isTest) {
+    item->source = SourceId{NotifyWorkItem::kNoSource};
+    item->facts.eventType = event_type::kTestMessage;
+    item->facts.sourceName = "[Test Event Source]";
+  } else {
+    const EventReference reference = event.Source();
+    item->source = reference.source;
+    item->facts.eventType = reference.type;
+    item->facts.sourceName = SourceText(state.Directory(), reference.source, reference.type);
+  }
   if (profile.usesPlaceholders) {
     item->facts.systemName = state.description;
     item->facts.macAddress = state.macAddress;
@@ -67,29 +53,22 @@ std::shared_ptr<NotifyWorkItem> BuildNotification(const ProfileEvent& event,
   return item;
 }
 
-void MakeTestMessage(const ProfileEvent& event, NotifyWorkItem& item) {
-  item.content.body = event.message + "\r\n" + item.content.body;
-  item.source = SourceId{NotifyWorkItem::kNoSource};
-  item.facts.eventType = event_type::kTestMessage;
-  item.facts.sourceName = "[Test Event Source]";
-}
-
 std::string ProfileLine(const NotifyWorkItem& item, const ProfileEvent& event,
-                        const SystemDirectory& directory, const NotifyConfig& config) {
-  std::string line = "Profile " + item.profileDescription;
-  line += ": PreTrigger(" + std::to_string(item.preTriggerSeconds) + ")";
-  line += ", MaxDuration(" + std::to_string(item.maxDurationSeconds) + ")";
-  line += ", MaxSizeMB(" + std::to_string(config.EmailSizeLimitMB) + ")";
-  if (event.fromGroup) {
-    line += ",  event source group (" + item.facts.sourceName + ")";
-  } else if (event.sources.empty()) {
-    line += ", event source (" + item.facts.sourceName + ")";
+                        const SystemDirectory& directory) {
+  std::string line;
+  line.reserve(kProfileLineSize);
+  line.append("Profile ").append(item.profile->description);
+  line.append(": PreTrigger(").append(std::to_string(item.preTriggerSeconds)).append(")");
+  line.append(", MaxDuration(").append(std::to_string(item.profile->MaxVideoSeconds)).append(")");
+  line.append(", MaxSizeMB(").append(std::to_string(item.config->EmailSizeLimitMB)).append(")");
+  line.append(event.fromGroup ? ",  event source group (" : ", event source (");
+  line.append(item.facts.sourceName).append(")");
+  for (std::size_t i = 1; i < event.sources.size(); ++i) {
+    const EventReference& source = event.sources[i];
+    line.append(", event source (").append(SourceText(directory, source.source, source.type));
+    line.append(")");
   }
-  for (const EventReference& source : event.sources) {
-    if (event.fromGroup) break;
-    line += ", event source (" + SourceText(directory, source.source, source.type) + ")";
-  }
-  line += std::string(", event state (") + EventState(event) + ")";
+  line.append(", event state (").append(EventState(event)).append(")");
   line.resize(std::min(line.size(), kProfileLineSize));
   return line;
 }

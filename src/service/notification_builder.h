@@ -12,16 +12,13 @@
 
 namespace tvx {
 
+// profile is one of the state's configuration.
 std::shared_ptr<NotifyWorkItem> BuildNotification(const ProfileEvent& event,
                                                   const NotifyProfile& profile,
                                                   const ServiceState& state);
 
-// Makes the notification the message of somebody who tries the profile out: it says so, and has no
-// source.
-void MakeTestMessage(const ProfileEvent& event, NotifyWorkItem& item);
-
 // The log line that tells which event set off which profile, at most 500 characters.
 std::string ProfileLine(const NotifyWorkItem& item, const ProfileEvent& event,
-                        const SystemDirectory& directory, const NotifyConfig& config);
+                        const SystemDirectory& directory);
 
 }  // namespace tvx

@@ -40,14 +40,29 @@ void OmitAttachmentsIfForbidden(NotifyWorkItem& item, const NotifyConfig& snapsh
   item.attachVideo = false;
   item.videos.clear();
   HostLog(kModuleId, host, LogLevel::Warning, "Attachments will be omitted for \"%s\"",
-          item.profileDescription.c_str());
+          item.profile->description.c_str());
 }
 
-bool ComposeAndClose(const NotifyWorkItem& item, const std::vector<AttachmentEntry>& group,
+// What the message says, before its placeholders are replaced.
+MessageContent ContentOf(const NotifyWorkItem& item) {
+  const NotifyProfile& profile = *item.profile;
+  MessageContent content;
+  content.profileId = profile.ID;
+  content.from = profile.from;
+  content.to = profile.to;
+  content.cc = profile.cc;
+  content.bcc = profile.bcc;
+  content.subject = profile.subject;
+  content.body = item.isTest ? "Testing Profile\r\n" + profile.body : profile.body;
+  content.eventSeconds = item.eventSeconds;
+  content.eventMilliseconds = static_cast<std::uint16_t>(item.eventMilliseconds);
+  return content;
+}
+
+bool ComposeAndClose(const MessageContent& content, const std::vector<AttachmentEntry>& group,
                      std::int32_t part, std::int32_t partCount, NotifyHelper& helper,
                      INotifyFileStream& stream, PendingMessage& pending) {
-  if (!ComposeMessage(item.content, group, part, partCount, helper.messageCounter, stream,
-                      pending)) {
+  if (!ComposeMessage(content, group, part, partCount, helper.messageCounter, stream, pending)) {
     stream.close();
     return false;
   }
@@ -56,26 +71,27 @@ bool ComposeAndClose(const NotifyWorkItem& item, const std::vector<AttachmentEnt
 }
 
 // Composes and sends the message of one group. True when it was delivered.
-bool SendGroup(const NotifyWorkItem& item, const std::vector<AttachmentEntry>& group,
-               std::int32_t part, std::int32_t partCount, const NotifyConfig& snapshot,
-               NotifyHelper& helper, INotifyFileStream& stream) {
-  const char* profile = item.profileDescription.c_str();
+bool SendGroup(const NotifyWorkItem& item, const MessageContent& content,
+               const std::vector<AttachmentEntry>& group, std::int32_t part, std::int32_t partCount,
+               const NotifyConfig& snapshot, NotifyHelper& helper, INotifyFileStream& stream) {
+  const char* profile = item.profile->description.c_str();
   PendingMessage pending;
-  pending.profileDescription = item.profileDescription;
-  pending.profileId = item.content.profileId;
+  pending.profileDescription = item.profile->description;
+  pending.profileId = content.profileId;
   FilesOfScope messageFile(stream);
-  messageFile.Add(MessagePath(item.content, part, partCount, helper.messageCounter));
+  messageFile.Add(MessagePath(content, part, partCount, helper.messageCounter));
 
-  if (!ComposeAndClose(item, group, part, partCount, helper, stream, pending)) {
+  if (!ComposeAndClose(content, group, part, partCount, helper, stream, pending)) {
     HostLog(kModuleId, helper.Host(), LogLevel::Error,
             "Failed to prepare email notification file. (Profile Description: %s)", profile);
     return false;
   }
-  const SendResult result = SendMessage(pending, item.servers, helper);
+  const SendResult result = SendMessage(pending, item.config->servers, helper);
   if (result == SendResult::Retry) {
     HostLog(kModuleId, helper.Host(), LogLevel::Error,
             "Failed to send notification using profile %s.  This message will be retried", profile);
-    EnqueueForRetry(helper, std::move(pending), item.servers, snapshot.MaxRetryQueue, stream);
+    EnqueueForRetry(helper, std::move(pending), item.config->servers, snapshot.MaxRetryQueue,
+                    stream);
     messageFile.Keep();  // the queue removes it
   }
   return result == SendResult::Sent;
@@ -85,7 +101,7 @@ bool SendGroup(const NotifyWorkItem& item, const std::vector<AttachmentEntry>& g
 
 void ProcessNotification(NotifyWorkItem& item, const NotifyConfig& snapshot, NotifyHelper& helper,
                          INotifyFileStream& stream) {
-  const std::int32_t profileId = item.content.profileId;
+  const std::int32_t profileId = item.profile->ID;
   if (!stream.createDirectory(DataDirectory())) {
     HostLog(kModuleId, helper.Host(), LogLevel::Error, "Unable to create data directory: \"%s\"",
             DataDirectory().c_str());
@@ -95,22 +111,23 @@ void ProcessNotification(NotifyWorkItem& item, const NotifyConfig& snapshot, Not
   OmitAttachmentsIfForbidden(item, snapshot, helper.Host());
 
   FilesOfScope attachmentFiles(stream);
-  const AttachmentGroups groups =
-      PrepareVideoAttachments(item.videos, item.bufferSize, DataDirectory(), helper.Host(),
-                              [&](const std::string& path) { attachmentFiles.Add(path); });
+  const AttachmentGroups groups = PrepareVideoAttachments(
+      item.videos, MegabytesToBytes(item.config->EmailSizeLimitMB), DataDirectory(), helper.Host(),
+      [&](const std::string& path) { attachmentFiles.Add(path); });
   item.videos.clear();  // the frames are the host's again while the mail is on its way
 
-  if (item.usesPlaceholders) {
+  MessageContent content = ContentOf(item);
+  if (item.profile->usesPlaceholders) {
     ExpandTemplates(
-        item.facts, [&] { return WebLinkFor(item, helper.Host()); }, item.content.subject,
-        item.content.body);
+        item.facts, [&] { return WebLinkFor(item, helper.Host()); }, content.subject, content.body);
   }
 
   const auto partCount = static_cast<std::int32_t>(groups.size());
   bool delivered = true;
   std::int32_t part = partCount == 1 ? 0 : 1;
   for (const std::vector<AttachmentEntry>& group : groups) {
-    if (!SendGroup(item, group, part++, partCount, snapshot, helper, stream)) delivered = false;
+    if (!SendGroup(item, content, group, part++, partCount, snapshot, helper, stream))
+      delivered = false;
   }
   helper.ReportStatus(profileId, delivered ? ProfileStatus::Delivered : ProfileStatus::Failed);
 }

@@ -35,14 +35,9 @@ NotifyService::NotifyService(HostServiceEntry host, ProcessChannel& channel)
 }
 
 void NotifyService::Open() {
-  MutexLock change(changeMutex_);
   const bool smtps = CurlSupportsSmtps();
   SendHostDocument(host_, HostCommand::ConfigDocument, RegistrationDocument());
-  {
-    MutexLock lock(intakeMutex_);
-    state_.config.curlSupportsSmtps = smtps;
-  }
-  if (LoadConfiguration() == LoadOutcome::Loaded) {
+  if (LoadConfiguration(smtps) == LoadOutcome::Loaded) {
     HostLog(kModuleId, host_, LogLevel::Information, "Loaded configuration from disk successfully");
   } else {
     HostLog(kModuleId, host_, LogLevel::Warning,
@@ -61,30 +56,50 @@ bool NotifyService::CurlSupportsSmtps() {
   return supported;
 }
 
-LoadOutcome NotifyService::LoadConfiguration() {
-  NotifyConfig config;
+LoadOutcome NotifyService::LoadConfiguration(bool curlSupportsSmtps) {
+  const ConfigDocument file = ReadConfigFile(kConfigFile);
+  LoadOutcome outcome = file.outcome;
   {
     MutexLock lock(intakeMutex_);
-    config = state_.config;
+    NotifyConfig config = *state_.config;
+    config.curlSupportsSmtps = curlSupportsSmtps;
+    outcome = TakeConfigDocument(file, config);
+    ReplaceConfig(std::move(config), state_);
   }
-  const LoadOutcome outcome = LoadConfigFile(kConfigFile, config);
   // It would be overwritten by the save that follows.
-  if (outcome == LoadOutcome::Rejected) KeepRejectedFile(kConfigFile);
-  MutexLock lock(intakeMutex_);
-  state_.config = std::move(config);
-  PublishToWorker(state_);
+  if (outcome == LoadOutcome::Rejected && !KeepRejectedFile(kConfigFile)) {
+    HostLog(
+        kModuleId, host_, LogLevel::Warning,
+        "The rejected notify.xml could not be renamed to notify.xml.rejected and stays as it is "
+        "until the next change of the configuration");
+    MutexLock lock(intakeMutex_);
+    spareFile_ = true;
+  }
   return outcome;
 }
 
 void NotifyService::SaveAndPublish() {
-  std::shared_ptr<const NotifyConfig> config;
   {
     MutexLock lock(intakeMutex_);
-    config = state_.snapshot;
+    publishDue_ = true;
+    if (std::exchange(publishing_, true)) return;
   }
-  const auto document = BuildNotifyDocument(*config);
-  SaveConfigFile(kConfigFile, *document);
-  SendHostDocument(host_, HostCommand::ConfigDocument, PrintDocument(*document));
+  while (const auto config = NextToPublish()) {
+    const auto document = BuildNotifyDocument(*config);
+    bool spared = false;
+    {
+      MutexLock lock(intakeMutex_);
+      spared = std::exchange(spareFile_, false);
+    }
+    if (!spared) SaveConfigFile(kConfigFile, *document);
+    SendHostDocument(host_, HostCommand::ConfigDocument, PrintDocument(*document));
+  }
+}
+
+std::shared_ptr<const NotifyConfig> NotifyService::NextToPublish() {
+  MutexLock lock(intakeMutex_);
+  publishing_ = std::exchange(publishDue_, false);
+  return publishing_ ? state_.config : nullptr;
 }
 
 void NotifyService::Stop() {
@@ -94,13 +109,17 @@ void NotifyService::Stop() {
 }
 
 void NotifyService::RunWorker() {
+  // However the loop ends, the watchdog must not go on saying that it runs.
+  struct StopWatchdog {
+    ~StopWatchdog() { watchdog.MarkStopped(); }
+    Watchdog& watchdog;
+  } stopWatchdog{watchdog_};
   RunWorkerLoop(queue_, *this, channel_, host_, [this] { return TakeWorkerConfig(); });
-  watchdog_.MarkStopped();
 }
 
 WorkerConfig NotifyService::TakeWorkerConfig() {
   MutexLock lock(intakeMutex_);
-  return {state_.snapshot, std::exchange(state_.configurationChanged, false)};
+  return {state_.config, std::exchange(state_.configurationChanged, false)};
 }
 
 template <typename Operation>
@@ -145,6 +164,7 @@ bool NotifyService::ReceiveFrame(const IncomingFrame& frame) {
 void NotifyService::Tick() {
   const std::int64_t now = WallSeconds();
   UnderIntakeMutex([&](ServiceState& state, IntakeOutcome& outcome) {
+    state.throttle.Advance(TickNow());
     state.parked.ReleaseDue(now);
     DispatchReady(state, outcome);
   });
@@ -170,7 +190,6 @@ void NotifyService::ApplyUpdate(const char* text, std::size_t length) {
 }
 
 void NotifyService::ChangeNotification(const TiXmlElement& root) {
-  MutexLock change(changeMutex_);
   std::optional<std::vector<std::int32_t>> concerned;
   {
     MutexLock lock(intakeMutex_);
@@ -186,7 +205,6 @@ void NotifyService::ChangeNotification(const TiXmlElement& root) {
 
 void NotifyService::TakeSystemDocument(const TiXmlElement& root) {
   SystemDocument document = ReadSystemDocument(root);
-  MutexLock change(changeMutex_);
   bool isSaveDue = false;
   UnderIntakeMutex([&](ServiceState& state, IntakeOutcome& outcome) {
     isSaveDue = ApplySystemDocument(std::move(document), state, outcome);

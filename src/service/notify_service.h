@@ -5,9 +5,8 @@
 //
 // Owns:    configuration, frame history, parked and queued notifications. Destroying it drops them
 //          unsent and gives every frame back; the host has seen both loops return before.
-// Locks:   docs/architecture.md has the order. The change mutex keeps configuration changes one
-//          behind the other, from the document to the saved file; the intake mutex covers the state
-//          and is held for moments only, never while the host is called.
+// Locks:   the intake mutex covers the state and is held for moments only, never while the host is
+//          called; docs/architecture.md has the others.
 // Errors:  none are reported; they are logged. Only memory exhaustion leaves by exception.
 #pragma once
 
@@ -38,7 +37,7 @@ class NotifyService : public IStatusReceiver {
   // Finds out what the transfer program can do, announces the module, loads the configuration from
   // its file and publishes it. Waits for the program, whose reports come on other threads
   // meanwhile.
-  void Open() EXCLUDES(changeMutex_, intakeMutex_);
+  void Open() EXCLUDES(intakeMutex_);
 
   // Ends the worker at its next turn, before anything that is still queued.
   void Stop();
@@ -55,17 +54,21 @@ class NotifyService : public IStatusReceiver {
   void Tick() EXCLUDES(intakeMutex_);
 
   // A document of the host that changes the configuration: a delta, or the full system document.
-  void ApplyUpdate(const char* text, std::size_t length) EXCLUDES(changeMutex_, intakeMutex_);
+  void ApplyUpdate(const char* text, std::size_t length) EXCLUDES(intakeMutex_);
 
   // Reports what became of a profile's notification.
   void ReportStatus(std::int32_t profileId, ProfileStatus status) override;
 
  private:
   bool CurlSupportsSmtps();
-  LoadOutcome LoadConfiguration() REQUIRES(changeMutex_) EXCLUDES(intakeMutex_);
-  void SaveAndPublish() REQUIRES(changeMutex_) EXCLUDES(intakeMutex_);
-  void ChangeNotification(const TiXmlElement& root) EXCLUDES(changeMutex_, intakeMutex_);
-  void TakeSystemDocument(const TiXmlElement& root) EXCLUDES(changeMutex_, intakeMutex_);
+  LoadOutcome LoadConfiguration(bool curlSupportsSmtps) EXCLUDES(intakeMutex_);
+  // Saves the newest configuration and publishes it to the host. While one thread is at it, another
+  // leaves it to that one, which then does it once more: no lock is held while the host is called,
+  // and what goes out last is the newest.
+  void SaveAndPublish() EXCLUDES(intakeMutex_);
+  std::shared_ptr<const NotifyConfig> NextToPublish() EXCLUDES(intakeMutex_);
+  void ChangeNotification(const TiXmlElement& root) EXCLUDES(intakeMutex_);
+  void TakeSystemDocument(const TiXmlElement& root) EXCLUDES(intakeMutex_);
   WorkerConfig TakeWorkerConfig() EXCLUDES(intakeMutex_);
   // Runs operation(state, outcome) under the intake mutex, and concludes its outcome without it.
   template <typename Operation>
@@ -80,9 +83,12 @@ class NotifyService : public IStatusReceiver {
   WorkQueue queue_;
   Watchdog watchdog_;
 
-  Mutex changeMutex_;
   Mutex intakeMutex_;
   ServiceState state_ GUARDED_BY(intakeMutex_);
+  bool publishing_ GUARDED_BY(intakeMutex_) = false;
+  bool publishDue_ GUARDED_BY(intakeMutex_) = false;
+  // Set when a rejected file could not be kept aside: it is not overwritten by the first save.
+  bool spareFile_ GUARDED_BY(intakeMutex_) = false;
 };
 
 }  // namespace tvx

@@ -18,9 +18,8 @@ namespace tvx {
 struct ServiceState {
   explicit ServiceState(HostServiceEntry host) : buffers(host) {}
 
-  NotifyConfig config;
-  // What the worker sees of it: replaced at every change, never changed itself.
-  std::shared_ptr<const NotifyConfig> snapshot = std::make_shared<const NotifyConfig>();
+  // Replaced at every change, never changed itself: the worker and the notifications share it.
+  std::shared_ptr<const NotifyConfig> config = std::make_shared<const NotifyConfig>();
   // Set by updates of the notification configuration, cleared by the worker: queued retries were
   // addressed by settings that no longer hold.
   bool configurationChanged = false;

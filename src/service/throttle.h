@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 
 namespace tvx {
 
@@ -15,12 +16,17 @@ class Throttle {
   // notification that may starts the interval anew.
   bool Admit(std::int32_t profileId, std::int32_t intervalSeconds, std::uint32_t now);
 
+  // Keeps count of time beyond a turn of the clock; called at least once a turn (49.7 days).
+  void Advance(std::uint32_t now);
+
  private:
   struct Last {
     std::int32_t intervalSeconds;
-    std::uint32_t tick;
+    std::int64_t milliseconds;
   };
   std::map<std::int32_t, Last> last_;
+  std::int64_t milliseconds_ = 0;  // since the first tick seen
+  std::optional<std::uint32_t> lastTick_;
 };
 
 }  // namespace tvx

@@ -18,10 +18,11 @@ bool MayHaveVideo(const NotifyWorkItem& item) {
 std::string WebLinkFor(const NotifyWorkItem& item, HostServiceEntry host) {
   WebLinkEvent event;
   // Without an address the reader is told so, whatever the event.
-  event.fromVideoSource = item.webAddress.empty() || MayHaveVideo(item);
+  event.fromVideoSource = item.config->webAddress.empty() || MayHaveVideo(item);
   event.windowStart = item.facts.eventTime - item.preTriggerSeconds;
-  event.windowEnd = item.facts.eventTime + item.maxDurationSeconds;
-  return BuildWebLink(event, item.webAddress, item.facts.serial, item.cameras, {kModuleId, host});
+  event.windowEnd = item.facts.eventTime + item.profile->MaxVideoSeconds;
+  return BuildWebLink(event, item.config->webAddress, item.facts.serial, item.cameras,
+                      {kModuleId, host});
 }
 
 }  // namespace tvx

@@ -6,14 +6,11 @@
 
 #include <cstdint>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "config/event_reference.h"
-#include "config/notify_profile.h"
-#include "config/smtp_server.h"
+#include "config/notify_config.h"
 #include "config/templates.h"
-#include "mail/composition.h"
 #include "video/attachment_source.h"
 
 namespace tvx {
@@ -23,23 +20,18 @@ struct NotifyWorkItem {
 
   Kind kind = Kind::Notification;
 
-  // From the profile, as it was when the event came.
-  bool attachVideo = false;
-  bool usesPlaceholders = false;
-  std::string profileDescription;
-  std::int32_t maxDurationSeconds = 0;
-  std::int32_t eventEdge = event_edge::kStart;
-  MessageContent content;  // subject and body are still templates
+  // As they were when the event came. Shared, not copied: a configuration never changes.
+  std::shared_ptr<const NotifyConfig> config;
+  const NotifyProfile* profile = nullptr;  // in config
 
-  // From the configuration.
+  bool attachVideo = false;
   std::int32_t preTriggerSeconds = 0;
-  std::uint32_t bufferSize = 10485760;  // bytes that one message's attachments may have; 0 = any
-  std::vector<SmtpServer> servers;
-  std::string webAddress;
 
   // From the event.
-  SourceId source;
+  bool isTest = false;  // somebody tries the profile out
   bool isStart = false;
+  SourceId source;
+  std::int32_t eventSeconds = 0;  // since 1970
   std::int32_t eventMilliseconds = 0;
   TemplateFacts facts;
   std::vector<SourceId> cameras;  // its video inputs, whether or not their video is attached

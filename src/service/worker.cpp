@@ -2,6 +2,7 @@
 
 #include <boost/thread/exceptions.hpp>
 #include <exception>
+#include <string>
 
 #include "log/host_log.h"
 #include "mail/notify_file_stream.h"
@@ -29,23 +30,36 @@ class Worker {
   void ClearRetries() { ClearRetryQueue(helper_, stream_); }
 
   void Process(NotifyWorkItem& item, const NotifyConfig& snapshot) {
-    try {
-      ProcessNotification(item, snapshot, helper_, stream_);
-    } catch (const boost::thread_exception&) {
-      throw;  // locks that fail cannot be trusted again
-    } catch (const std::exception& error) {
-      HostLog(kModuleId, helper_.Host(), LogLevel::Error,
-              "Failed to process notification of profile %s: %s", item.profileDescription.c_str(),
-              error.what());
-      helper_.ReportStatus(item.content.profileId, ProfileStatus::Failed);
-    }
+    const bool processed = Guarded(item.profile->description,
+                                   [&] { ProcessNotification(item, snapshot, helper_, stream_); });
+    if (processed) return;
+    Guarded(item.profile->description,
+            [&] { helper_.ReportStatus(item.profile->ID, ProfileStatus::Failed); });
   }
 
   void Retry(const NotifyConfig& snapshot) {
-    retried_ = RetryPass(helper_, stream_, snapshot.MaxRetrySeconds);
+    retried_ = false;
+    Guarded("(retry)", [&] { retried_ = RetryPass(helper_, stream_, snapshot.MaxRetrySeconds); });
   }
 
  private:
+  // Runs a step, which one bad notification must not make the worker's last. False when it threw.
+  template <typename Step>
+  bool Guarded(const std::string& profile, Step step) {
+    try {
+      step();
+      return true;
+    } catch (const boost::thread_exception&) {
+      throw;  // locks that fail cannot be trusted again
+    } catch (const boost::condition_error&) {
+      throw;
+    } catch (const std::exception& error) {
+      HostLog(kModuleId, helper_.Host(), LogLevel::Error,
+              "Failed to process notification of profile %s: %s", profile.c_str(), error.what());
+      return false;
+    }
+  }
+
   NotifyFileStreamImpl stream_;
   NotifyHelper helper_;
   bool retried_ = false;  // the last pass tried a message, so another may be due at once

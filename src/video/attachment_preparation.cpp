@@ -69,11 +69,11 @@ AttachmentGroups PrepareVideoAttachments(const std::vector<AttachmentSource>& so
     const VideoBuffer& contents = source.clip->Contents();
     const fs::path path = fs::path(directory) / FileName(source.name, contents.Format());
     AttachmentFile file{path.string(), {}};
-    onFile(file.path);
     if (!WriteClipFile(file, *source.clip, host)) {
       groups.back().push_back({false, file.path, FailureText(path, file.error)});
       continue;
     }
+    onFile(file.path);
     groupBytes += contents.Bytes();
     if (sizeLimit != 0 && groupBytes > sizeLimit && !groups.back().empty()) {
       groups.emplace_back();

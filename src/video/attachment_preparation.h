@@ -21,8 +21,8 @@ namespace tvx {
 using AttachmentGroups = std::vector<std::vector<AttachmentEntry>>;
 
 // Writes a file into the directory for each source that has a clip. sizeLimit is in bytes of clip
-// data a message, 0 for no limit; a clip that is larger goes alone. onFile is told of every path
-// before it is written.
+// data a message, 0 for no limit; a clip that is larger goes alone. onFile is told of every file
+// that was written.
 AttachmentGroups PrepareVideoAttachments(const std::vector<AttachmentSource>& sources,
                                          std::uint32_t sizeLimit, const std::string& directory,
                                          HostServiceEntry host,

@@ -53,6 +53,13 @@ std::shared_ptr<CVideoEmailStream> ChannelVideo::TakeClip(std::uint32_t triggerT
   return clip;
 }
 
+void ChannelVideo::DropCompleteClips(FrameBin& bin) noexcept {
+  for (auto next = clips_.begin(); next != clips_.end();) {
+    const auto clip = next++;
+    if ((*clip)->Complete()) bin.clips.splice(bin.clips.end(), clips_, clip);
+  }
+}
+
 void ChannelVideo::Clear(FrameBin& bin) noexcept {
   buffer_.Clear(bin);
   bin.clips.splice(bin.clips.end(), clips_);

@@ -35,6 +35,9 @@ class ChannelVideo {
                                               std::int32_t maxSeconds,
                                               std::weak_ptr<INotifyReady> ready);
 
+  // Lets go of clips that are complete.
+  void DropCompleteClips(FrameBin& bin) noexcept;
+
   // Open clips keep the limit that they were cut with.
   void SetByteLimit(std::uint32_t byteLimit) { buffer_.SetByteLimit(byteLimit); }
 

@@ -58,6 +58,7 @@ bool WriteMovie(AttachmentFile& file, const VideoBuffer& contents, HostServiceEn
     HostLog(kModuleId, host, LogLevel::Warning,
             "Failed to open file \"%s\"for writing in QuickTime format. Error %d",
             file.path.c_str(), error);
+    movie.Finish(0.0);
     return false;
   }
   try {

@@ -78,6 +78,10 @@ std::shared_ptr<CVideoEmailStream> VideoBufferSet::TakeClip(std::int32_t streamI
   return found->second.video.TakeClip(TickNow(), preTriggerSeconds, maxSeconds, std::move(ready));
 }
 
+void VideoBufferSet::DropCompleteClips(FrameBin& bin) noexcept {
+  for (auto& entry : channels_) entry.second.video.DropCompleteClips(bin);
+}
+
 void VideoBufferSet::SetByteLimit(std::uint32_t byteLimit) {
   byteLimit_ = byteLimit;
   for (auto& entry : channels_) entry.second.video.SetByteLimit(byteLimit);

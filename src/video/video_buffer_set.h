@@ -70,6 +70,10 @@ class VideoBufferSet {
                                               std::int32_t maxSeconds,
                                               std::weak_ptr<INotifyReady> ready);
 
+  // Lets go of clips that were finished from outside. A stream that falls silent would hold them,
+  // and the host's frames, until its next frame.
+  void DropCompleteClips(FrameBin& bin) noexcept;
+
   // For each stream's history and, at 0, for refusing all frames. Open clips keep theirs, and
   // histories shrink with their next frame.
   void SetByteLimit(std::uint32_t byteLimit);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cstdio>
 #include <string>
 
 #include "config/notify_writer.h"
@@ -11,6 +12,10 @@
 
 namespace tvx {
 namespace {
+
+LoadOutcome Load(NotifyConfig& config) {
+  return TakeConfigDocument(ReadConfigFile(kConfigFile), config);
+}
 
 TEST(ConfigFile, ComesBackAsItWasSaved) {
   const test::TemporaryFolder folder;
@@ -27,7 +32,7 @@ TEST(ConfigFile, ComesBackAsItWasSaved) {
   ASSERT_TRUE(SaveConfigFile(kConfigFile, *BuildNotifyDocument(saved)));
 
   NotifyConfig loaded;
-  ASSERT_EQ(LoadConfigFile(kConfigFile, loaded), LoadOutcome::Loaded);
+  ASSERT_EQ(Load(loaded), LoadOutcome::Loaded);
   EXPECT_EQ(loaded.servers, saved.servers);
   EXPECT_EQ(loaded.profiles.at(3).description, profile.description);
   EXPECT_EQ(loaded.profiles.at(3).body, profile.body);
@@ -37,15 +42,20 @@ TEST(ConfigFile, ComesBackAsItWasSaved) {
 TEST(ConfigFile, RejectedFilesLeaveTheDefaultsAndAreKeptBeside) {
   const test::TemporaryFolder folder;
   NotifyConfig config;
-  EXPECT_EQ(LoadConfigFile(kConfigFile, config), LoadOutcome::Missing);
+  EXPECT_EQ(Load(config), LoadOutcome::Missing);
   test::WriteFile(kConfigFile, "<tDVR><Notify ID='786432' MaxRetryQueue='7'><Servers/></Notify>");
-  EXPECT_EQ(LoadConfigFile(kConfigFile, config), LoadOutcome::Rejected);
+  EXPECT_EQ(Load(config), LoadOutcome::Rejected);
   EXPECT_EQ(config.MaxRetryQueue, 100);
-  KeepRejectedFile(kConfigFile);
+  EXPECT_TRUE(KeepRejectedFile(kConfigFile));
   EXPECT_TRUE(test::FileExists("notify.xml.rejected"));
+  ASSERT_EQ(::mkfifo(kConfigFile, 0600), 0);  // would be waited for
+  EXPECT_EQ(Load(config), LoadOutcome::Rejected);
+  ASSERT_EQ(std::remove(kConfigFile), 0);
+  test::WriteFile(kConfigFile, std::string((16u << 20) + 1, ' '));
+  EXPECT_EQ(Load(config), LoadOutcome::Rejected);
   // Neither the root's name nor its "Delta" is asked for.
   test::WriteFile(kConfigFile, "<any><Notify ID='786432'><Servers/><Profiles/></Notify></any>");
-  EXPECT_EQ(LoadConfigFile(kConfigFile, config), LoadOutcome::Loaded);
+  EXPECT_EQ(Load(config), LoadOutcome::Loaded);
 }
 
 TEST(ConfigFile, IsReplacedWholeOrNotAtAllAndKeepsItsPermissions) {

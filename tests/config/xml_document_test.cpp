@@ -36,8 +36,25 @@ TEST(ParseDocument, BoundsNestingHoweverItIsWritten) {
   EXPECT_EQ(Outcome(Repeat("<a b='/>'>", 100000)), ParseOutcome::TooDeep);
   EXPECT_EQ(Outcome(Repeat("<a><!-- </a> -->", 100000)), ParseOutcome::TooDeep);
   EXPECT_EQ(Outcome(Repeat("<a><![CDATA[</a>]]>", 100000)), ParseOutcome::TooDeep);
+  // Nor must ends that the library does not take for ends; each of these once overran the stack.
+  const std::string ends = Repeat("</a>", 100000);
+  const std::string starts = Repeat("<a>", 100000);
+  EXPECT_EQ(Outcome(ends + starts), ParseOutcome::Unreadable);
+  EXPECT_EQ(Outcome("<a><1 " + Repeat("</ ", 100000) + ">" + starts), ParseOutcome::Unreadable);
+  EXPECT_EQ(Outcome("<a><?xml version=\"" + ends + "\"?>" + starts), ParseOutcome::Unreadable);
+  EXPECT_EQ(Outcome("<a b=x<!-- >" + starts + "-->"), ParseOutcome::Unreadable);
   // Width is no depth.
   EXPECT_EQ(Outcome("<a>" + Repeat("<b c='>'/>", 10000) + "</a>"), ParseOutcome::Parsed);
+}
+
+TEST(ParseDocument, BoundsTheAttributesOfAnElement) {
+  const auto element = [](int attributes) {
+    std::string text = "<tDVR";
+    for (int i = 0; i < attributes; ++i) text += " a" + std::to_string(i) + "='='";
+    return text + "/>";
+  };
+  EXPECT_EQ(Outcome(element(kMaxAttributes)), ParseOutcome::Parsed);
+  EXPECT_EQ(Outcome(element(kMaxAttributes + 1)), ParseOutcome::TooManyAttributes);
 }
 
 TEST(ParseDocument, NeedsNoTerminatorAndSkipsAByteOrderMark) {

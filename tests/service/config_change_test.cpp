@@ -79,18 +79,18 @@ TEST_F(ConfigChangeTest, RejectedBlocksChangeTheSettingsOnly) {
   state_.configurationChanged = false;
   EXPECT_EQ(Apply("<Notify ID='786432' MaxRetryQueue='3'><Servers/></Notify>"), std::nullopt);
   EXPECT_EQ(Apply(""), std::nullopt);
-  EXPECT_EQ(state_.snapshot->MaxRetryQueue, 3);
-  EXPECT_EQ(state_.snapshot->profiles.size(), 1u);
+  EXPECT_EQ(state_.config->MaxRetryQueue, 3);
+  EXPECT_EQ(state_.config->profiles.size(), 1u);
   EXPECT_FALSE(state_.configurationChanged);
 }
 
 TEST_F(ConfigChangeTest, AnAcceptedChangeReachesWorkerAndFrameHistory) {
   TakeSystem(test::kTwoCameras);
   EXPECT_TRUE(Frame(test::kGate));
-  const auto before = state_.snapshot;
+  const auto before = state_.config;
   ASSERT_TRUE(Change(Server("A"), Profile(1), "EmailSizeLimitMB='0'"));
   EXPECT_TRUE(state_.configurationChanged);
-  EXPECT_NE(state_.snapshot, before);
+  EXPECT_NE(state_.config, before);
   EXPECT_FALSE(Frame(test::kGate));  // no video fits into mails of no size
 }
 
@@ -99,14 +99,14 @@ TEST_F(ConfigChangeTest, SecondReviewerModeGoesBothWays) {
     host_.ClearLog();
     TakeSystem(std::string("<Users><SecondReviewer Enabled='") + enabled + "'/></Users>");
   };
-  AddProfile(1).attach = true;
-  AddProfile(2).attach = true;
+  AddProfile(1, event_edge::kStart, [](NotifyProfile& profile) { profile.attach = true; });
+  AddProfile(2, event_edge::kStart, [](NotifyProfile& profile) { profile.attach = true; });
   mode("5");
   EXPECT_TRUE(saveDue_);
   EXPECT_EQ(host_.LogTexts(),
             (std::vector<std::string>{"Disabled all attachments for second reviewer mode."}));
-  EXPECT_FALSE(state_.config.profiles[1].attach || state_.config.profiles[2].attach);
-  EXPECT_TRUE(state_.snapshot->secondReviewerMode);
+  EXPECT_FALSE(state_.config->profiles.at(1).attach || state_.config->profiles.at(2).attach);
+  EXPECT_TRUE(state_.config->secondReviewerMode);
   EXPECT_FALSE(state_.configurationChanged);  // retries stay
   mode("1");
   EXPECT_FALSE(saveDue_);
@@ -121,9 +121,9 @@ TEST_F(ConfigChangeTest, SecondReviewerModeGoesBothWays) {
 
 TEST_F(ConfigChangeTest, SystemDocumentsKeepWhatTheyDoNotMention) {
   TakeSystem(test::kTwoCameras);
-  EXPECT_EQ(state_.config.preAlarms, (std::map<std::int32_t, std::int32_t>{{7, 5}}));
+  EXPECT_EQ(state_.config->preAlarms, (std::map<std::int32_t, std::int32_t>{{7, 5}}));
   TakeSystem("<Events><Event ID='9' PreAlarm='3'/><Event ID='10'/></Events>");
-  EXPECT_EQ(state_.config.preAlarms, (std::map<std::int32_t, std::int32_t>{{7, 5}, {9, 3}}));
+  EXPECT_EQ(state_.config->preAlarms, (std::map<std::int32_t, std::int32_t>{{7, 5}, {9, 3}}));
   EXPECT_TRUE(state_.eventActions.sources.empty());  // "Events" without actions empties the table
   TakeSystem(test::kTwoCameras);
   TakeSystem("");

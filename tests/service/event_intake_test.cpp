@@ -44,27 +44,23 @@ TEST_F(EventIntakeTest, SkipsWhatIsNotItsOwnOrIncomplete) {
 
 TEST_F(EventIntakeTest, FillsTheItemFromProfileConfigurationAndDocument) {
   TakeSystem(test::kTwoCameras);
-  NotifyProfile& profile = AddProfile(1);
-  profile.cc = {"c@x"};
-  profile.bcc = {"d@x"};
-  profile.usesPlaceholders = true;
-  profile.MaxVideoSeconds = 30;
-  state_.config.servers = {{"s", "mail", 25, 0, "", ""}};
-  state_.config.webAddress = "web:81";
-  state_.config.EmailSizeLimitMB = 3;
+  AddProfile(1, event_edge::kStart, [](NotifyProfile& profile) {
+    profile.usesPlaceholders = true;
+    profile.MaxVideoSeconds = 30;
+  });
+  Configure([](NotifyConfig& config) { config.EmailSizeLimitMB = 3; });
+  const auto config = state_.config;
   Send(Entry(1, true),
        "<Servers><Server Serial='S' Description='D' MAC='M'/>"
        "<Server Serial='other'/></Servers>");
   ASSERT_EQ(Dispatched(), (Ids{1}));
-  const NotifyWorkItem& item = *last_;
-  EXPECT_EQ(item.content.bcc, (std::vector<std::string>{"d@x"}));
-  EXPECT_EQ(item.content.eventSeconds, 1500000000);
-  EXPECT_EQ(item.content.eventMilliseconds, 250);
+  const auto held = last_;
+  const NotifyWorkItem& item = *held;
+  EXPECT_EQ(item.config, config);
+  EXPECT_EQ(item.profile, &config->profiles.at(1));
+  EXPECT_EQ(item.eventSeconds, 1500000000);
+  EXPECT_EQ(item.eventMilliseconds, 250);
   EXPECT_EQ(item.preTriggerSeconds, 5);
-  EXPECT_EQ(item.maxDurationSeconds, 30);
-  EXPECT_EQ(item.bufferSize, 3u << 20);
-  EXPECT_EQ(item.servers, state_.config.servers);
-  EXPECT_EQ(item.webAddress, "web:81");
   EXPECT_EQ(item.facts.sourceName, "Gate");
   EXPECT_EQ(item.facts.eventState, "Start");
   EXPECT_EQ(item.facts.systemName + item.facts.serial + item.facts.macAddress, "DSM");
@@ -73,7 +69,9 @@ TEST_F(EventIntakeTest, FillsTheItemFromProfileConfigurationAndDocument) {
             (test::LogLine{25,
                            "Profile Profile 1: PreTrigger(5), MaxDuration(30), MaxSizeMB(3), "
                            "event source (Gate), event state (Start)"}));
-  // What a later document does not say stays.
+  // What a later document does not say stays; what a later configuration says does not reach back.
+  Configure(1, [](NotifyProfile& profile) { profile.body = "new"; });
+  EXPECT_EQ(item.profile->body, "b");
   Send(Entry(1, true), "<Servers><Server Description='E'/></Servers>");
   Dispatched();
   EXPECT_EQ(last_->facts.systemName + last_->facts.serial, "ES");
@@ -81,26 +79,26 @@ TEST_F(EventIntakeTest, FillsTheItemFromProfileConfigurationAndDocument) {
 
 TEST_F(EventIntakeTest, TheProfileLineNamesGroupsAndIsCut) {
   TakeSystem(test::kTwoCameras);
-  NotifyProfile& profile = AddProfile(1);
+  AddProfile(1);
   Send(Entry(1, false));
   Send(Entry(1, true, "", "<SourceGroup ID='3'/>"));
   EXPECT_EQ(host_.Log().back().text,
             "Profile Profile 1: PreTrigger(5), MaxDuration(0), MaxSizeMB(10),  event source group "
             "(Perimeter), event state (Start)");
   EXPECT_EQ(dispatched_.back()->cameras, (std::vector<SourceId>{{test::kGate}, {test::kYard}}));
-  profile.description = std::string(600, 'x');
+  Configure(1, [](NotifyProfile& profile) { profile.description = std::string(600, 'x'); });
   Send(Entry(1, true));
   EXPECT_EQ(host_.Log().back().text, "Profile " + std::string(492, 'x'));
 }
 
 TEST_F(EventIntakeTest, TestMessagesAreAlwaysDueAndSaySo) {
   TakeSystem(test::kTwoCameras);
-  AddProfile(1, event_edge::kEnd).attach = true;
+  AddProfile(1, event_edge::kEnd, [](NotifyProfile& profile) { profile.attach = true; });
   Send(Entry(1, true, "Message='Testing Profile '"));
   EXPECT_EQ(Dispatched(), Ids{});
   Send(Entry(1, true, "Message='Testing Profile'"));
   ASSERT_EQ(Dispatched(), (Ids{1}));
-  EXPECT_EQ(last_->content.body, "Testing Profile\r\nb");
+  EXPECT_TRUE(last_->isTest);
   EXPECT_EQ(last_->facts.eventType, -1);
   EXPECT_EQ(last_->facts.sourceName, "[Test Event Source]");
   EXPECT_EQ(last_->source.value, 0xFFFFFFFFu);
@@ -109,8 +107,11 @@ TEST_F(EventIntakeTest, TestMessagesAreAlwaysDueAndSaySo) {
 }
 
 TEST_F(EventIntakeTest, ThrottlesEachProfileByItsInterval) {
-  AddProfile(1).ThrottleSeconds = 10;
-  AddProfile(2);
+  AddProfile(1);
+  const auto setInterval = [&](std::int32_t seconds) {
+    Configure(1, [&](NotifyProfile& profile) { profile.ThrottleSeconds = seconds; });
+  };
+  setInterval(10);
   tick_ = 0xFFFFFFFF - 5000;  // the clock wraps in between
   const auto dueAfter = [&](std::uint32_t milliseconds, const std::string& attributes = "") {
     tick_ += milliseconds;
@@ -121,13 +122,17 @@ TEST_F(EventIntakeTest, ThrottlesEachProfileByItsInterval) {
   EXPECT_EQ(dueAfter(9999), 0u);
   EXPECT_EQ(dueAfter(1), 1u);  // the throttled one did not move the time
   EXPECT_EQ(dueAfter(5000, "Message='Testing Profile'"), 0u);
-  state_.config.profiles[1].ThrottleSeconds = 20;
+  setInterval(20);
   EXPECT_EQ(dueAfter(0), 1u);  // a new interval starts anew
   EXPECT_EQ(dueAfter(19999), 0u);
-  state_.config.profiles[1].ThrottleSeconds = 0;
+  setInterval(0);
   EXPECT_EQ(dueAfter(0) + dueAfter(0), 2u);
-  state_.config.profiles[1].ThrottleSeconds = 2147483647;
+  setInterval(2147483647);
   EXPECT_EQ(dueAfter(0) + dueAfter(0x7FFFFFFF), 1u);
+  setInterval(10);
+  EXPECT_EQ(dueAfter(0), 1u);
+  state_.throttle.Advance(tick_ + 0x80000000u);
+  EXPECT_EQ(dueAfter(5000), 1u);  // a turn of the clock and five seconds later
 }
 
 class ParkingTest : public test::IntakeFixture {
@@ -143,9 +148,10 @@ class ParkingTest : public test::IntakeFixture {
   ~ParkingTest() override { EXPECT_TRUE(host_.MalformedRequests().empty()); }
 
   void AddVideoProfile(std::int32_t id, std::int32_t edge) {
-    NotifyProfile& profile = AddProfile(id, edge);
-    profile.attach = true;
-    profile.MaxVideoSeconds = 30;
+    AddProfile(id, edge, [](NotifyProfile& profile) {
+      profile.attach = true;
+      profile.MaxVideoSeconds = 30;
+    });
   }
 
   // An event at another time than the ones before, so that it is not the same one.
@@ -185,13 +191,12 @@ TEST_F(ParkingTest, TheFrameThatCompletesTheLastClipDispatches) {
 }
 
 TEST_F(ParkingTest, ClipsThatAreCompleteAtOnceDoNotWait) {
-  state_.config.profiles[1].MaxVideoSeconds = 0;
+  Configure(1, [](NotifyProfile& profile) { profile.MaxVideoSeconds = 0; });
   Send(Entry(1, true));
   EXPECT_EQ(Dispatched(), (Ids{1}));
 }
 
 TEST_F(ParkingTest, WithoutAnyFrameTheMailGoesOutAtOnce) {
-  state_.config.profiles[1].attach = true;
   Send(Entry(1, true, "", "<EventSource ID='66561' Type='2'/>"));  // a camera nobody knows
   EXPECT_EQ(Dispatched(), (Ids{1}));
   ASSERT_EQ(last_->videos.size(), 1u);
@@ -203,6 +208,16 @@ TEST_F(ParkingTest, WithoutAnyFrameTheMailGoesOutAtOnce) {
             1);
   Send(Entry(1, true, "", "<EventSource ID='66049' Type='3'/>"));  // no video event
   EXPECT_EQ(Dispatched(), (Ids{1}));
+}
+
+TEST_F(ParkingTest, ASilentStreamKeepsNoFinishedClips) {
+  for (int i = 0; i < 3; ++i) {
+    Send(Entry(1, true));
+    wall_ += 100;
+    Tick();
+  }
+  EXPECT_EQ(Dispatched(), (Ids{1, 1, 1}));
+  EXPECT_EQ(state_.buffers.FindChannel(test::kGate)->OpenClips(), 0u);
 }
 
 TEST_F(ParkingTest, ALaterEventOfTheSourceReleasesByTheProfilesEdge) {
@@ -237,7 +252,8 @@ TEST_F(ParkingTest, ProfilesOfOneEventDoNotReleaseEachOther) {
 TEST_F(ParkingTest, SecondReviewerModeOmitsAttachments) {
   TakeSystem("<Users><SecondReviewer Enabled='1'/></Users>");
   EXPECT_TRUE(saveDue_);
-  state_.config.profiles[1].attach = true;  // whatever put it there
+  // Whatever put it there.
+  Configure(1, [](NotifyProfile& profile) { profile.attach = true; });
   host_.ClearLog();
   Send(Entry(1, true));
   EXPECT_EQ(Dispatched(), (Ids{1}));

@@ -6,8 +6,10 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/clock.h"
@@ -31,9 +33,23 @@ class IntakeFixture : public testing::Test {
     SetWallClock({});
   }
 
-  // One profile of the configuration, besides those that are there.
-  NotifyProfile& AddProfile(std::int32_t id, std::int32_t edge = event_edge::kStart) {
-    NotifyProfile& profile = state_.config.profiles[id];
+  // Changes the configuration, as an update would.
+  void Configure(const std::function<void(NotifyConfig&)>& change) {
+    NotifyConfig config = *state_.config;
+    change(config);
+    ReplaceConfig(std::move(config), state_);
+  }
+
+  // Changes one profile.
+  void Configure(std::int32_t id, const std::function<void(NotifyProfile&)>& change) {
+    Configure([&](NotifyConfig& config) { change(config.profiles.at(id)); });
+  }
+
+  // One profile more.
+  void AddProfile(
+      std::int32_t id, std::int32_t edge = event_edge::kStart,
+      const std::function<void(NotifyProfile&)>& change = [](NotifyProfile&) {}) {
+    NotifyProfile profile;
     profile.ID = id;
     profile.description = "Profile " + std::to_string(id);
     profile.from = "f@x";
@@ -41,7 +57,8 @@ class IntakeFixture : public testing::Test {
     profile.subject = "s";
     profile.body = "b";
     profile.EventEdge = edge;
-    return profile;
+    change(profile);
+    Configure([&](NotifyConfig& config) { config.profiles[id] = profile; });
   }
 
   // A full system document with these elements in its root.
@@ -98,7 +115,7 @@ class IntakeFixture : public testing::Test {
   // The profiles of what was dispatched since the last call.
   std::vector<std::int32_t> Dispatched() {
     std::vector<std::int32_t> profiles;
-    for (const auto& item : dispatched_) profiles.push_back(item->content.profileId);
+    for (const auto& item : dispatched_) profiles.push_back(item->profile->ID);
     last_ = dispatched_.empty() ? nullptr : dispatched_.back();
     dispatched_.clear();
     return profiles;

@@ -156,6 +156,21 @@ TEST_F(NotifyServiceTest, AnEventBecomesAMessageFileThatCurlIsGiven) {
   EXPECT_FALSE(test::FileExists("data/notify-mail-1-1500000000-0-0"));
 }
 
+TEST_F(NotifyServiceTest, ATestMessageSaysSo) {
+  Open();
+  std::string composed;
+  programs_.OnRun([&](const test::Arguments& arguments) {
+    composed = test::ReadFile(arguments[arguments.size() - 2]);
+    return test::ProgramEnd{};
+  });
+  StartWorker();
+  std::string event = Event();
+  event.replace(event.find("Alarm='1'"), 9, "Alarm='0' Message='Testing Profile'");
+  Send(event);
+  ASSERT_TRUE(WaitForStatuses(1));
+  EXPECT_EQ(composed, "From: f@x\r\nTo: t@x\r\nSubject: s\r\n\r\nTesting Profile\r\nb");
+}
+
 TEST_F(NotifyServiceTest, FailuresAreReportedAndLeaveNoFileThatNobodySends) {
   Open();
   StartWorker();
@@ -240,6 +255,7 @@ TEST_F(NotifyServiceTest, ABlockedLaunchDoesNotHoldUpTheStop) {
   Send(Event(1500000001));
   StopWorker();  // ends curl's wait; the second event is dropped unsent
   EXPECT_EQ(programs_.Launches().size(), 2u);
+  EXPECT_EQ(Statuses(), (Texts{"1:1"}));  // an end that nobody saw is no delivery
 }
 
 TEST_F(NotifyServiceTest, UpdatesAreSavedPublishedAndReported) {

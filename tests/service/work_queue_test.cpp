@@ -8,9 +8,9 @@
 namespace tvx {
 namespace {
 
-WorkQueue::Item Notification(std::int32_t profileId) {
+WorkQueue::Item Notification(std::int32_t number) {
   auto item = std::make_shared<NotifyWorkItem>();
-  item->content.profileId = profileId;
+  item->eventSeconds = number;
   return item;
 }
 
@@ -21,8 +21,8 @@ TEST(WorkQueue, TheStopItemOvertakesEverything) {
   stop->kind = NotifyWorkItem::Kind::Stop;
   queue.EnqueueFirst(stop);
   EXPECT_EQ(queue.Take(), stop);
-  EXPECT_EQ(queue.Take()->content.profileId, 1);
-  EXPECT_EQ(queue.TakeWithin(boost::chrono::milliseconds(0))->content.profileId, 2);
+  EXPECT_EQ(queue.Take()->eventSeconds, 1);
+  EXPECT_EQ(queue.TakeWithin(boost::chrono::milliseconds(0))->eventSeconds, 2);
   EXPECT_EQ(queue.TakeWithin(boost::chrono::milliseconds(1)), nullptr);
 }
 
