@@ -36,16 +36,21 @@ class MarkupScan {
 
  private:
   ParseOutcome TakeMarkup() {
-    if (Begins("<!--")) return SkipBehind("-->");
-    if (Begins("<![CDATA[")) return SkipBehind("]]>");
-    if (Begins("<!")) return SkipBehind(">");
-    if (Begins("<?")) return depth_ == 0 ? SkipBehind("?>") : ParseOutcome::Unreadable;
-    if (Begins("</")) return --depth_ < 0 ? ParseOutcome::Unreadable : TakeTag();
-    const auto first = static_cast<unsigned char>(at_[1]);
-    const bool isName = std::isalpha(first) != 0 || first == '_' || first >= 127;
-    if (!isName) return ParseOutcome::Unreadable;
-    if (++depth_ > kMaxNesting) return ParseOutcome::TooDeep;
-    return TakeTag();
+    switch (const auto first = static_cast<unsigned char>(at_[1])) {
+      case '!':
+        if (Begins("<!--")) return SkipBehind("-->");
+        return SkipBehind(Begins("<![CDATA[") ? "]]>" : ">");
+      case '?':
+        return depth_ == 0 ? SkipBehind("?>") : ParseOutcome::Unreadable;
+      case '/':
+        return --depth_ < 0 ? ParseOutcome::Unreadable : TakeTag();
+      default:
+        if (std::isalpha(first) == 0 && first != '_' && first < 127) {
+          return ParseOutcome::Unreadable;
+        }
+        if (++elements_ > kMaxElements) return ParseOutcome::TooManyElements;
+        return ++depth_ > kMaxNesting ? ParseOutcome::TooDeep : TakeTag();
+    }
   }
 
   bool Begins(const char* mark) const { return std::strncmp(at_, mark, std::strlen(mark)) == 0; }
@@ -76,6 +81,7 @@ class MarkupScan {
 
   const char* at_;
   int depth_ = 0;
+  int elements_ = 0;
 };
 
 // The library's only switch for this is process-wide, and the plug-in never wants the other
@@ -135,6 +141,8 @@ const char* RefusalReason(ParseOutcome outcome) {
       return "it is larger than 16 MiB";
     case ParseOutcome::TooDeep:
       return "its elements are nested more than 256 deep";
+    case ParseOutcome::TooManyElements:
+      return "it has more than 500000 elements";
     case ParseOutcome::TooManyAttributes:
       return "one of its elements has more than 64 attributes";
     default:
@@ -168,9 +176,9 @@ std::optional<std::uint32_t> PatternAttribute(const TiXmlElement& element, const
 }
 
 std::optional<std::string> TextAttribute(const TiXmlElement& element, const char* name) {
-  const std::string* text = element.Attribute(std::string(name));
+  const char* text = element.Attribute(name);
   if (text == nullptr) return std::nullopt;
-  return *text;
+  return text;
 }
 
 std::unique_ptr<TiXmlDocument> NewDocument() {

@@ -2,7 +2,8 @@
 //
 // Standard: XML 1.0, as far as TinyXML goes.
 // Threads:  any; nothing is shared.
-// Limits:   kMaxDocumentBytes, kMaxNesting, kMaxAttributes. TinyXML recurses once a level, on the
+// Limits:   kMaxDocumentBytes, kMaxNesting, kMaxElements, kMaxAttributes. TinyXML recurses once a
+// level, on the
 //           host's stack, and its time grows with the square of an element's attributes.
 // Not here: what the documents mean.
 #pragma once
@@ -17,16 +18,19 @@
 
 namespace tvx {
 
-// Ten thousand cameras need about 6 MB; a tree takes several times its text in a 32-bit process.
+// Ten thousand cameras need about 8 MB and 250,000 elements. A tree takes several times its text,
+// and the process has 32 bits.
 constexpr std::size_t kMaxDocumentBytes = 16u << 20;
 constexpr int kMaxNesting = 256;
-constexpr int kMaxAttributes = 64;  // of one element; the host's have a dozen
+constexpr int kMaxElements = 500'000;  // each is some 150 bytes of tree
+constexpr int kMaxAttributes = 64;     // of one element; the host's have a dozen
 
 enum class ParseOutcome {
   Parsed,
   Empty,     // no bytes, or a null pointer
   TooLarge,  // above kMaxDocumentBytes
   TooDeep,   // nested above kMaxNesting
+  TooManyElements,
   TooManyAttributes,
   Unreadable,  // not XML
 };

@@ -1,6 +1,5 @@
 #include "mail/base64_file.h"
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -9,25 +8,22 @@
 namespace tvx {
 namespace {
 
-constexpr std::size_t kBytesPerLine = 57;
-// Whole lines at a time, so that neither reading nor writing is done in small pieces.
-constexpr std::size_t kBlock = kBytesPerLine * 4096;
+// Whole lines at a time, so that neither reading nor writing is done in small pieces; few enough
+// that the block and its text stay in the processor's cache.
+constexpr std::size_t kLines = 2048;
+constexpr std::size_t kLineCharacters = Base64Length(kBase64LineBytes) + 1;  // and its line feed
 
 }  // namespace
 
 void Base64EncodeFile(INotifyFile& source, INotifyFileStream& stream) {
-  std::vector<unsigned char> block(kBlock);
+  std::vector<unsigned char> block(kLines * kBase64LineBytes);
   std::string text;
-  text.reserve(kBlock / kBytesPerLine * 77);
   while (source.good()) {
     const std::size_t count = source.read(reinterpret_cast<char*>(block.data()), block.size());
     if (count == 0) return;
-    text.clear();
-    for (std::size_t at = 0; at < count; at += kBytesPerLine) {
-      const std::size_t length = std::min(kBytesPerLine, count - at);
-      AppendBase64(block.data() + at, length, text);
-      if (length % 3 == 0) text.push_back('\n');
-    }
+    text.resize(kLines * kLineCharacters);
+    const char* const end = EncodeBase64Lines(block.data(), count, text.data());
+    text.resize(static_cast<std::size_t>(end - text.data()));
     stream.write(text);
   }
 }

@@ -3,7 +3,8 @@
 namespace tvx {
 namespace {
 
-constexpr std::size_t kBufferSize = 256u << 10;
+// Small beside what the encoder reads at once: such a read goes past the buffer, without a copy.
+constexpr std::size_t kBufferSize = 16u << 10;
 
 }  // namespace
 

@@ -54,8 +54,7 @@ class NotifyHelper {
   std::uint32_t retryInterval = 0;  // milliseconds: the current back-off
   std::uint32_t nextRetry = 0;      // tick at which the next round may start
   std::list<PendingMessage> queue;  // oldest at the front; a list, as any of them may leave
-  // All before it have been tried in this round, so that a pass need not walk a long queue. Whoever
-  // changes the queue outside a pass sets it to the beginning.
+  // All before it have been tried in this round, so that a pass need not walk a long queue.
   std::list<PendingMessage>::iterator untried = queue.begin();
 
  private:

@@ -1,6 +1,7 @@
 #include "mail/retry_queue.h"
 
 #include <algorithm>
+#include <list>
 #include <utility>
 
 #include "base/clock.h"
@@ -18,6 +19,14 @@ constexpr std::uint32_t kLongestInterval = 1u << 30;
 // Messages up to this size free too little to be worth losing.
 constexpr std::uint32_t kSmallMessage = 4096;
 
+using Messages = std::list<PendingMessage>;
+
+// Takes a message out of the queue; returns the one behind it.
+Messages::iterator Drop(NotifyHelper& helper, Messages::iterator message) {
+  if (helper.untried == message) ++helper.untried;
+  return helper.queue.erase(message);
+}
+
 void PushOutOldest(NotifyHelper& helper, std::int32_t maxQueue, INotifyFileStream& stream) {
   const PendingMessage& oldest = helper.queue.front();
   HostLog(kModuleId, helper.Host(), LogLevel::Information,
@@ -25,7 +34,7 @@ void PushOutOldest(NotifyHelper& helper, std::int32_t maxQueue, INotifyFileStrea
   HostLog(kModuleId, helper.Host(), LogLevel::Information,
           "Message for profile %s will be discarded", oldest.profileDescription.c_str());
   stream.remove(oldest.path);
-  helper.queue.pop_front();
+  Drop(helper, helper.queue.begin());
 }
 
 // Drops large messages, oldest first, until the volume has room again. False when it has not.
@@ -46,7 +55,7 @@ bool MakeRoom(NotifyHelper& helper, INotifyFileStream& stream) {
             "Minimum free space threshold exceeded. Message for profile %s (%s) will be discarded",
             message->profileDescription.c_str(), message->path.c_str());
     if (stream.remove(message->path)) available += message->size;
-    message = helper.queue.erase(message);
+    message = Drop(helper, message);
   }
   // The sum is only what should have become free; others write to the volume, too.
   return available >= kFreeSpaceThreshold && stream.space(DataDirectory()) >= kFreeSpaceThreshold;
@@ -78,9 +87,7 @@ void EnqueueForRetry(NotifyHelper& helper, PendingMessage message,
   if (!helper.queue.empty() && maxQueue <= static_cast<std::int64_t>(helper.queue.size())) {
     PushOutOldest(helper, maxQueue, stream);
   }
-  const bool hasRoom = MakeRoom(helper, stream);
-  helper.untried = helper.queue.begin();  // it may have stood on a message that is gone
-  if (!hasRoom) {
+  if (!MakeRoom(helper, stream)) {
     HostLog(kModuleId, helper.Host(), LogLevel::Warning,
             "Unable to free up space by removing items from notification retry queue. Message (%s) "
             "for profile %s will be discarded",
@@ -95,7 +102,7 @@ void EnqueueForRetry(NotifyHelper& helper, PendingMessage message,
   message.lastAttempt = now;
   message.servers = servers;
   helper.queue.push_back(std::move(message));
-  helper.untried = helper.queue.begin();
+  if (helper.untried == helper.queue.end()) --helper.untried;
   ++helper.messageCounter;
 }
 
@@ -123,7 +130,7 @@ bool RetryPass(NotifyHelper& helper, INotifyFileStream& stream, std::int32_t max
   if (!IsFinished(helper, *message, result, now, maxRetrySeconds)) return true;
   stream.remove(message->path);
   helper.retryInterval = kFirstInterval;
-  helper.queue.erase(message);
+  Drop(helper, message);
   return true;
 }
 
@@ -134,7 +141,7 @@ void ClearRetryQueue(NotifyHelper& helper, INotifyFileStream& stream) {
           static_cast<int>(helper.queue.size()));
   for (const PendingMessage& message : helper.queue) stream.remove(message.path);
   helper.queue.clear();
-  helper.untried = helper.queue.begin();
+  helper.untried = helper.queue.end();
 }
 
 }  // namespace tvx

@@ -4,11 +4,11 @@
 // (sample_format.h). The file is written once, forwards: the frame count tells how long the index
 // can become, so room for it is left in front of the samples and filled at the end.
 //
-// Owns:    the file until Finish, and one block of memory for writing (output_file.h); never a
-// frame. Threads: one at a time. Limits:  2,000,000 frames; a sample of less than 4 GiB; the movie
-// may be longer than that. Errors:  as ExportContainer says. A frame without a picture in it
-// (headers alone, garbage) makes
-//          no sample: what there is of it goes to the next picture, and the samples share the
+// Owns:    the file until Finish, and a block of memory for writing (output_file.h). No frames.
+// Threads: one at a time.
+// Limits:  2,000,000 frames; samples of less than 4 GiB each; the movie may be longer than that.
+// Errors:  as ExportContainer says. A frame without a picture in it (headers alone, garbage) is no
+//          sample: what there is of it goes to the next picture, and the samples share the
 //          duration. A movie without any picture is an error.
 #pragma once
 

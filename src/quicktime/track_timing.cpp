@@ -1,7 +1,6 @@
 #include "quicktime/track_timing.h"
 
 #include <algorithm>
-#include <cmath>
 #include <numeric>
 
 namespace quicktime {
@@ -16,7 +15,8 @@ std::uint64_t Milliseconds(double seconds, std::uint32_t samples) {
     return std::min(kUsualFrameMilliseconds * samples, kLargest);
   }
   const double limit = static_cast<double>(kLargest) / kMovieTimeScale;
-  const auto rounded = std::llround(std::min(seconds, limit) * kMovieTimeScale);
+  // To the nearest; the library's own rounding would need libm in the host's process.
+  const auto rounded = static_cast<std::int64_t>(std::min(seconds, limit) * kMovieTimeScale + 0.5);
   return std::clamp(static_cast<std::uint64_t>(rounded), std::uint64_t{1}, kLargest);
 }
 

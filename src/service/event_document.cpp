@@ -1,5 +1,8 @@
 #include "service/event_document.h"
 
+#include <tinyxml.h>
+
+#include <string_view>
 #include <utility>
 
 #include "base/clock.h"
@@ -28,7 +31,8 @@ std::optional<ProfileEvent> ReadProfileEvent(const TiXmlElement& entry, std::int
   event.isStart = *alarm != 0;
   event.profileId = IntAttribute(entry, "ID").value_or(0);
   event.action = IntAttribute(entry, "Action");
-  event.message = TextAttribute(entry, "Message").value_or("");
+  const char* message = entry.Attribute("Message");
+  event.isTest = message != nullptr && std::string_view(message) == kTestMessage;
   event.time = IntAttribute(entry, "Time").value_or(now);
   event.milliseconds = IntAttribute(entry, "Milliseconds").value_or(0);
   ReadSources(entry, event);

@@ -20,7 +20,7 @@ struct ProfileEvent {
   bool isStart = false;  // else the event ended
   std::int32_t profileId = 0;
   std::optional<std::int32_t> action;
-  std::string message;
+  bool isTest = false;    // somebody tries the profile out
   std::int32_t time = 0;  // seconds since 1970; of the reading when the document does not say
   std::int32_t milliseconds = 0;
   bool fromGroup = false;               // sources holds the one source group
@@ -28,9 +28,10 @@ struct ProfileEvent {
 
   // The source that the event goes by: the group, or the first single source.
   EventReference Source() const { return sources.empty() ? EventReference{} : sources.front(); }
-  // Somebody tries the profile out.
-  bool IsTest() const { return message == "Testing Profile"; }
 };
+
+// What an entry's "Message" says when somebody tries a profile out; the mail begins with it.
+constexpr const char* kTestMessage = "Testing Profile";
 
 struct EventDocument {
   // Of the first server, when the document says so.

@@ -44,7 +44,7 @@ void ReleaseEarlier(const ProfileEvent& event, ServiceState& state) {
 }
 
 bool IsDue(const ProfileEvent& event, const NotifyProfile& profile) {
-  if (event.IsTest()) return true;
+  if (event.isTest) return true;
   switch (profile.EventEdge) {
     case event_edge::kBoth:
       return true;
@@ -55,6 +55,13 @@ bool IsDue(const ProfileEvent& event, const NotifyProfile& profile) {
     default:
       return false;
   }
+}
+
+std::shared_ptr<SNOTIFY_CALLBACK> MakeCallback(const std::shared_ptr<NotifyWorkItem>& item,
+                                               ServiceState& state) {
+  const std::int64_t deadline =
+      WallSeconds() + item->profile->MaxVideoSeconds + std::int64_t{kGraceSeconds};
+  return std::make_shared<SNOTIFY_CALLBACK>(state.parked, item, deadline);
 }
 
 // Starts the capture of one video input.
@@ -69,23 +76,24 @@ void StartCapture(SourceId input, const std::shared_ptr<SNOTIFY_CALLBACK>& callb
   item.videos.push_back({state.Directory().Name(NameKind::VideoInput, input), std::move(clip)});
 }
 
-std::vector<EventReference> SourcesOf(const ProfileEvent& event, const SystemDirectory& directory) {
+const std::vector<EventReference>& SourcesOf(const ProfileEvent& event,
+                                             const SystemDirectory& directory) {
   return event.fromGroup ? directory.GroupMembers(event.Source().source) : event.sources;
 }
 
 // Queues a notification at once, or parks it until its clips are complete.
 void TakeUp(const ProfileEvent& event, const std::shared_ptr<NotifyWorkItem>& item,
             ServiceState& state, IntakeOutcome& outcome) {
-  const std::int64_t deadline =
-      WallSeconds() + item->profile->MaxVideoSeconds + std::int64_t{kGraceSeconds};
-  const auto callback = std::make_shared<SNOTIFY_CALLBACK>(state.parked, item, deadline);
+  std::shared_ptr<SNOTIFY_CALLBACK> callback;  // for a notification with captures
   for (const EventReference& source : SourcesOf(event, state.Directory())) {
     if (!IsVideoEvent(source.type)) continue;
     item->cameras.push_back(source.source);
-    if (item->attachVideo) StartCapture(source.source, callback, state, outcome);
+    if (!item->attachVideo) continue;
+    if (callback == nullptr) callback = MakeCallback(item, state);
+    StartCapture(source.source, callback, state, outcome);
   }
   outcome.log.AddText(LogLevel::Information, ProfileLine(*item, event, state.Directory()));
-  if (item->videos.empty()) {
+  if (callback == nullptr) {
     outcome.dispatched.push_back(item);
   } else if (HasOpenClip(*item)) {
     state.parked.AddWaiting(callback);

@@ -29,7 +29,7 @@ std::shared_ptr<NotifyWorkItem> BuildNotification(const ProfileEvent& event,
   item->profile = &profile;
   item->attachVideo = profile.attach;
   item->preTriggerSeconds = PreTriggerOf(event, *state.config);
-  item->isTest = event.IsTest();
+  item->isTest = event.isTest;
   item->isStart = event.isStart;
   item->eventSeconds = event.time;
   item->eventMilliseconds = event.milliseconds;

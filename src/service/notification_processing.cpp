@@ -9,6 +9,7 @@
 #include "mail/retry_queue.h"
 #include "mail/spool.h"
 #include "mail/transfer.h"
+#include "service/event_document.h"
 #include "service/web_link_step.h"
 #include "video/attachment_preparation.h"
 
@@ -53,7 +54,7 @@ MessageContent ContentOf(const NotifyWorkItem& item) {
   content.cc = profile.cc;
   content.bcc = profile.bcc;
   content.subject = profile.subject;
-  content.body = item.isTest ? "Testing Profile\r\n" + profile.body : profile.body;
+  content.body = item.isTest ? kTestMessage + ("\r\n" + profile.body) : profile.body;
   content.eventSeconds = item.eventSeconds;
   content.eventMilliseconds = static_cast<std::uint16_t>(item.eventMilliseconds);
   return content;

@@ -57,6 +57,10 @@ TEST(ParseDocument, BoundsTheAttributesOfAnElement) {
   EXPECT_EQ(Outcome(element(kMaxAttributes + 1)), ParseOutcome::TooManyAttributes);
 }
 
+TEST(ParseDocument, BoundsTheElementsOfADocument) {
+  EXPECT_EQ(Outcome("<a>" + Repeat("<b/>", kMaxElements) + "</a>"), ParseOutcome::TooManyElements);
+}
+
 TEST(ParseDocument, NeedsNoTerminatorAndSkipsAByteOrderMark) {
   const std::string text = "\xEF\xBB\xBF<tDVR Delta=\"1\"/>garbage behind the length";
   const ParsedDocument parsed = ParseDocument(text.data(), text.find("garbage"));

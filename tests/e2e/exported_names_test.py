@@ -1,0 +1,41 @@
+"""What the plug-in shows to the host's linker, and what it wants from it."""
+import re
+import subprocess
+import unittest
+
+import road
+
+
+def read(*command):
+    return subprocess.run([*command, road.PLUGIN], check=True, capture_output=True,
+                          text=True).stdout
+
+
+class ExportedNamesTest(unittest.TestCase):
+    def test_eight_names_and_no_other(self):
+        names = [line.split()[-1] for line in read("nm", "-D", "--defined-only").splitlines()]
+        self.assertEqual(sorted(names), [
+            "Close", "IOCTL", "Load", "Open", "Read", "Seek", "Unload", "Write"])
+
+    def test_needs_only_what_every_host_has(self):
+        needed = set(re.findall(r"\(NEEDED\).*\[(.*)\]", read("readelf", "-dW")))
+        self.assertLessEqual(needed, {
+            "libstdc++.so.6", "libgcc_s.so.1", "libc.so.6", "ld-linux.so.2"})
+
+    def test_is_hardened_32_bit_code(self):
+        header = read("readelf", "-hW")
+        self.assertRegex(header, r"Class:\s+ELF32\n")
+        self.assertRegex(header, r"Type:\s+DYN ")
+        dynamic = read("readelf", "-dW")
+        self.assertNotIn("TEXTREL", dynamic)
+        self.assertNotIn("RPATH", dynamic)
+        self.assertNotIn("RUNPATH", dynamic)
+        self.assertIn("BIND_NOW", dynamic)
+        segments = read("readelf", "-lW")
+        self.assertIn("GNU_RELRO", segments)
+        self.assertRegex(segments, r"GNU_STACK.* RW ")
+        self.assertIn("__stack_chk_fail", read("nm", "-D", "--undefined-only"))
+
+
+if __name__ == "__main__":
+    road.main()
