@@ -260,7 +260,7 @@ void WriteMdatHeader(ByteWriter& out, std::uint64_t mediaBytes) {
   } else {
     out.U32(kLengthFollows);
     out.U32(kMdat);
-    out.U64(mediaBytes + 2 * kAtomHeader);
+    out.U64(mediaBytes + std::uint64_t{2} * kAtomHeader);
   }
 }
 

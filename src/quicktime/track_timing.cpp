@@ -15,7 +15,8 @@ std::uint64_t Milliseconds(double seconds, std::uint32_t samples) {
     return std::min(kUsualFrameMilliseconds * samples, kLargest);
   }
   const double limit = static_cast<double>(kLargest) / kMovieTimeScale;
-  // To the nearest; the library's own rounding would need libm in the host's process.
+  // To the nearest, and positive; the library's rounding would need libm in the host's process.
+  // NOLINTNEXTLINE(bugprone-incorrect-roundings)
   const auto rounded = static_cast<std::int64_t>(std::min(seconds, limit) * kMovieTimeScale + 0.5);
   return std::clamp(static_cast<std::uint64_t>(rounded), std::uint64_t{1}, kLargest);
 }

@@ -58,7 +58,7 @@ bool NotifyService::CurlSupportsSmtps() {
 
 LoadOutcome NotifyService::LoadConfiguration(bool curlSupportsSmtps) {
   const ConfigDocument file = ReadConfigFile(kConfigFile);
-  LoadOutcome outcome = file.outcome;
+  LoadOutcome outcome{};
   {
     MutexLock lock(intakeMutex_);
     NotifyConfig config = *state_.config;

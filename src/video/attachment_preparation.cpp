@@ -1,5 +1,6 @@
 #include "video/attachment_preparation.h"
 
+#include <algorithm>
 #include <boost/filesystem/path.hpp>
 #include <cstdio>
 #include <cstring>
@@ -44,7 +45,7 @@ std::string Seconds(std::uint32_t milliseconds) {
 std::string AttachmentLine(const std::string& path, const CVideoEmailStream& clip) {
   const VideoBuffer& contents = clip.Contents();
   const std::int32_t preview = TickDifference(clip.TriggerTime(), contents.OldestTime());
-  const std::uint32_t length = contents.Span() == 0 ? 1 : contents.Span();
+  const std::uint32_t length = std::max(contents.Span(), 1u);
   // One is added to the frames: the last one is shown for a while, too.
   const std::uint32_t framesPerSecond = (contents.Frames() + 1) * 1000 / length;
   std::ostringstream line;
