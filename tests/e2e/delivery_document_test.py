@@ -1,4 +1,4 @@
-"""docs/delivery.md against the sources: it quotes no line that is not there, and leaves none out."""
+"""docs/delivery.md against the sources: it quotes no line that is not there, and omits none."""
 import pathlib
 import re
 import unittest

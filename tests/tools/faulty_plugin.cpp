@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <string>
 
 #include "base/mutex.h"
@@ -25,6 +26,9 @@ struct Plugin {
   ConditionVariable changed;
   int events GUARDED_BY(mutex) = 0;
   bool stopped GUARDED_BY(mutex) = false;
+  std::deque<const void*> frames GUARDED_BY(mutex);  // held, oldest first
+  const void* refused GUARDED_BY(mutex) = nullptr;
+  bool broken GUARDED_BY(mutex) = false;  // the books have been broken once, which is enough
 };
 
 Plugin& ThePlugin() {
@@ -93,6 +97,56 @@ void RunProgram() {
           errors.c_str());
 }
 
+void GiveBack(const void* frame) {
+  HostRequest request = MakeHostRequest(HostCommand::ReleaseFrame, PayloadKind::None);
+  request.payload = frame;
+  Send(request);
+}
+
+// Holds a few frames; what is the answer. One frame is handled as the fault wants it.
+std::uint32_t TakeFrame(const void* frame) {
+  constexpr std::size_t kHeld = 5;
+  Plugin& plugin = ThePlugin();
+  MutexLock lock(plugin.mutex);
+  if (Faulty("frame answer")) return 2;
+  if (!plugin.broken && Faulty("frame at once")) {
+    plugin.broken = true;
+    GiveBack(frame);
+    return 1;
+  }
+  if (!plugin.broken && Faulty("frame at once, refused")) {
+    plugin.broken = true;
+    GiveBack(frame);
+    return 0;
+  }
+  if (!plugin.broken && Faulty("frame refused")) {
+    if (plugin.refused == nullptr) {
+      plugin.refused = frame;
+      return 0;
+    }
+    plugin.broken = true;
+    GiveBack(plugin.refused);
+  }
+  plugin.frames.push_back(frame);
+  if (plugin.frames.size() > kHeld) {
+    GiveBack(plugin.frames.front());
+    if (!plugin.broken && Faulty("frame twice")) {
+      plugin.broken = true;
+      GiveBack(plugin.frames.front());
+    }
+    plugin.frames.pop_front();
+  }
+  return 1;
+}
+
+void GiveBackAll() {
+  Plugin& plugin = ThePlugin();
+  MutexLock lock(plugin.mutex);
+  if (Faulty("frame lost") && !plugin.frames.empty()) plugin.frames.pop_front();
+  for (const void* frame : plugin.frames) GiveBack(frame);
+  plugin.frames.clear();
+}
+
 int Plain(void* result) {
   As<PlainResult>(result).result = 0;
   return 0;
@@ -158,7 +212,9 @@ EXPORT Read(void*, void* result) {
 
 EXPORT Write(void* request, void* result) {
   const auto& record = As<WriteRequest>(request);
-  if (record.addressee != kModuleId) {
+  if (record.kind == RecordKind::Frame) {
+    As<WriteResult>(result).frameAccepted = TakeFrame(record.data);
+  } else if (record.addressee != kModuleId) {
     Plugin& plugin = ThePlugin();
     MutexLock lock(plugin.mutex);
     ++plugin.events;
@@ -201,5 +257,8 @@ EXPORT IOCTL(void* request, void* result) {
 }
 
 EXPORT Unload(void*, void* result) {
+  GiveBackAll();
+  // The channel outlives the library's other objects and would keep what was registered.
+  TheProcessChannel().Register(kModuleId, {});
   return Plain(result);
 }

@@ -6,8 +6,10 @@
 
 #include <array>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
@@ -200,20 +202,113 @@ TEST_F(HostCommand, FollowsAScript) {
   EXPECT_EQ(run.Lines("status").size(), 2u);
 }
 
+TEST_F(HostCommand, TakesItsMailServerAwayAndBringsItBack) {
+  WriteFile("script", "mail-server down\nmail-server down\nmail-server up\nmail-server up\n");
+  // The second process is one that the server's end alone would leave behind.
+  const Outcome run = RunHost(
+      "--script script --mail-server 'sleep 60 & echo $$ >> pids; echo $! >> pids; echo up; wait'");
+  EXPECT_EQ(run.exitCode, 0) << run.output;
+  std::vector<std::string> told;
+  for (const std::string& text : run.Texts("host")) {
+    if (text.find("mail server") != std::string::npos) told.push_back(text);
+  }
+  EXPECT_THAT(told, ElementsAre("starting the mail server", "mail server up", "mail server down",
+                                "starting the mail server", "mail server up", "mail server down"));
+  EXPECT_EQ(RunShell("wc -l < pids").output, "4\n");
+  // An orphan is there until its new parent has taken note of its end.
+  const std::string anyAlive = "for pid in $(cat pids); do kill -0 $pid && exit 0; done; exit 1";
+  for (int tries = 0; tries < 50 && RunShell(anyAlive).exitCode == 0; ++tries) {
+    RunShell("sleep 0.1");
+  }
+  EXPECT_EQ(RunShell(anyAlive).exitCode, 1);
+
+  const Outcome failed = RunHost("--script script --mail-server 'echo no port >&2; exit 3'");
+  EXPECT_EQ(failed.exitCode, 1);
+  EXPECT_THAT(failed.Texts("fault"), ElementsAre("the mail server did not come up: no port"));
+}
+
+TEST_F(HostCommand, KeepsTheBooksOfFrames) {
+  const struct {
+    const char* fault;
+    std::vector<std::string> found;
+  } cases[] = {
+      {"none", {}},
+      // Its release may overtake the answer.
+      {"frame at once", {}},
+      {"frame lost", {"1 frame of stream 66049 had not come back when Unload returned"}},
+      {"frame twice", {"a frame of stream 66049 was given back twice"}},
+      {"frame refused", {"a frame of stream 66049 was given back that Write had answered with 0"}},
+      {"frame at once, refused", {"a frame of stream 66049 was given back, but Write answered 0"}},
+  };
+  for (const auto& one : cases) {
+    SCOPED_TRACE(one.fault);
+    const Outcome run = RunHost("--pace 20 --before 0.4 --camera '66049 jpeg'",
+                                "PLUGIN_FAULT='" + std::string(one.fault) + "'");
+    EXPECT_EQ(run.exitCode, one.found.empty() ? 0 : 1) << run.output;
+    EXPECT_EQ(run.Texts("fault"), one.found);
+    ASSERT_EQ(run.Lines("frames").size(), 1u);
+    EXPECT_GT(run.Lines("frames")[0]["taken"], 10);
+  }
+  const Outcome answer =
+      RunHost("--before 0.2 --camera '66049 jpeg'", "PLUGIN_FAULT='frame answer'");
+  EXPECT_THAT(answer.output, HasSubstr("Write of a frame: the result record holds byte 0x02"));
+}
+
+TEST_F(HostCommand, FeedsThePluginWhatItsSystemDocumentPromises) {
+  // Without a document, the host makes one: the plug-in takes what notifies, and of a camera with
+  // pictures only those.
+  const Outcome run = RunShell(
+      NOTIFYPI_COMMAND " host --json --plugin " NOTIFYPI_PLUGIN
+                       " --settle 0.2 --pace 4 --before 1 --event event.xml --camera '66049 h264'"
+                       " --camera '66305 mpeg4' --camera '66305/1 jpeg'");
+  EXPECT_EQ(run.exitCode, 0) << run.output;
+  std::map<std::uint32_t, json> accounts;
+  for (const json& account : run.Lines("frames")) accounts[account["stream"]] = account;
+  ASSERT_EQ(accounts.size(), 3u);
+  for (const std::uint32_t taken : {66049u, 66305u | 1u << 28}) {
+    SCOPED_TRACE(taken);
+    EXPECT_GT(accounts[taken]["offered"], 5);
+    EXPECT_EQ(accounts[taken]["taken"], accounts[taken]["offered"]);
+    EXPECT_EQ(accounts[taken]["given_back"], accounts[taken]["offered"]);
+  }
+  EXPECT_GT(accounts[66305]["offered"], 5);
+  EXPECT_EQ(accounts[66305]["taken"], 0);
+}
+
+TEST_F(HostCommand, FeedsAFilePictureByPicture) {
+  RunShell("ffmpeg -v error -f lavfi -i testsrc2=size=64x48:rate=10:duration=2 -g 10 film.mp4");
+  WriteFile("script", "camera 66049 h264 film.mp4\nwait 3\n");
+  const Outcome run = RunHost("--script script --pace 1");
+  EXPECT_EQ(run.exitCode, 0) << run.output;
+  ASSERT_EQ(run.Lines("feed-end").size(), 1u);
+  EXPECT_EQ(run.Lines("feed-end")[0]["frames"], 20);
+  EXPECT_NEAR(run.Lines("feed-end")[0]["seconds"], 1.9, 0.5);
+}
+
 TEST_F(HostCommand, TellsWhatIsWrongWithItsUse) {
   WriteFile("bad-step", "tick\n\nsend event.xml\n");
   WriteFile("bad-wait", "wait soon\n");
   WriteFile("bad-count", "wait delivered 1x\n");
   WriteFile("missing", "event nowhere.xml\n");
+  WriteFile("server", "mail-server down\n");
+  WriteFile("bad-server", "mail-server away\n");
+  WriteFile("bad-camera", "camera 66049\n");
   const struct {
     const char* arguments;
     const char* told;
   } cases[] = {
+      {"--script bad-camera", "bad-camera:1: a camera's codec is h264, mpeg4 or jpeg, not \"\""},
+      {"--camera '0 h264'", "\"0\" is no stream"},
+      {"--camera '66049/16 h264'", "\"66049/16\" is no stream"},
+      {"--camera '66049 h264 event.xml'", "ffprobe finds no video in "},
       {"--script bad-step", "bad-step:3: unknown step \"send\""},
       {"--script bad-wait", "bad-wait:1: \"wait\" is followed by"},
       {"--script bad-count", "bad-count:1: \"wait delivered\" is followed by"},
       {"--script missing", "missing:1: cannot read nowhere.xml"},
+      {"--script server", "--mail-server is missing"},
+      {"--script bad-server", "bad-server:1: \"mail-server\" is followed by"},
       {"--script bad-wait --event event.xml", "--script excludes --event"},
+      {"--speed 2 --event event.xml --plugin " FAULTY_PLUGIN, "cannot be driven"},
       {"--event nowhere.xml", "nowhere.xml"},
       {"--plugin event.xml --event event.xml", "cannot load the plug-in"},
       {"--timeout -1", "--timeout"},

@@ -3,6 +3,7 @@
 // A new kind is a record here and one function in each printer (the compiler asks for it).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -55,6 +56,7 @@ struct Configuration {
   int servers = 0;
   std::vector<std::pair<std::int32_t, std::string>> profiles;  // ID and description
   bool smtps = false;                                          // TLS is offered to users
+  int longestClip = 0;                                         // seconds, of any profile
 };
 
 struct ModuleRegistration {
@@ -69,8 +71,40 @@ struct Fault {
   std::string text;
 };
 
-using Happening =
-    std::variant<HostAction, LogLine, Launch, LaunchFailure, ProgramEnd, ProfileStatus,
-                 Configuration, ModuleRegistration, WatchdogEvent, Fault>;
+// A change of the plug-in's retry queue, as its log tells it (retry_story.h).
+struct RetryChange {
+  enum class What { Queued, Tried, Sent, Discarded };
+  What what = What::Queued;
+  std::string file;
+  std::string why;          // it was discarded
+  int attempts = 1;         // with the one before it was queued
+  double age = 0;           // seconds since it was queued
+  std::size_t waiting = 0;  // messages in the queue from now on
+};
+
+// A camera's frames begin to go to the plug-in.
+struct FeedStart {
+  std::uint32_t stream = 0;
+  std::string source;  // what they show, for people
+};
+
+struct FeedEnd {
+  std::uint32_t stream = 0;
+  int frames = 0;
+  double seconds = 0;  // of the world's time, from the first frame on
+  double late = 0;     // the most seconds that a frame was fed after its time
+};
+
+// What became of one stream's frames, once the plug-in has gone.
+struct FrameAccount {
+  std::uint32_t stream = 0;
+  std::uint64_t offered = 0;
+  std::uint64_t taken = 0;
+  std::uint64_t givenBack = 0;
+};
+
+using Happening = std::variant<HostAction, LogLine, Launch, LaunchFailure, ProgramEnd,
+                               ProfileStatus, Configuration, ModuleRegistration, WatchdogEvent,
+                               Fault, RetryChange, FeedStart, FeedEnd, FrameAccount>;
 
 }  // namespace tvx::tool

@@ -8,11 +8,13 @@
 #include <string>
 #include <system_error>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "simulated_host/human_printer.h"
 #include "simulated_host/json_printer.h"
 #include "simulated_host/plugin_library.h"
+#include "simulated_host/retry_story.h"
 #include "simulated_host/simulated_host.h"
 
 namespace tvx::tool {
@@ -41,47 +43,101 @@ constexpr const char* kFooter =
   wait SECONDS       let the time pass
   wait idle          until no program runs and every event has been reported on
   wait delivered N   until N notifications have been delivered since the start
+  camera STREAM CODEC [FILE]
+                     feed a stream's frames from now on, see below
+  mail-server up     start the command of --mail-server, and wait until it is up
+  mail-server down   stop it, and wait until it is gone
+
+The mail server is a shell command that writes a line once it accepts mail. It runs in the working
+folder, from the start of the run on. Lines marked "retry" tell what becomes of the messages that
+could not be sent at once.
+
+With --speed, the plug-in's time passes N times faster, and with it the seconds of "wait" and those
+printed. Programs, --timeout and --settle keep the world's time.
+
+A camera's STREAM is the source identifier that events name, as 66049; 66049/1 is the stream of its
+sub-channel 1. CODEC is h264, mpeg4 or jpeg. FILE is any video file: its pictures are fed as they are
+when it is coded so, else recoded; without one, a test picture with a running clock. ffmpeg is used
+for all of it. Unless a system document is given, the host makes one: every event notifies, every
+source group has all cameras, and 5 seconds from before an event are kept. A jpeg stream of a
+sub-channel takes the place of its camera's own in e-mails. With options the cameras feed for
+--before seconds before the first event. Every frame that the plug-in takes must come back exactly
+once, those that it refuses never.
 
 The plug-in runs ./curl, and keeps notify.xml and its spool, in the working folder.
 
-Exit status: 0 done; 1 the plug-in broke the contract, or did not end in time; 2 wrong use.
+Exit status: 0 done; 1 the plug-in broke the contract, did not end in time, or the mail server did
+not come up; 2 wrong use.
 )";
 
 struct Arguments {
   std::string plugin;
   std::string directory;
+  std::string mailServer;
+  double speed = 1;
   std::string script;
   std::vector<std::string> systems;
   std::vector<std::string> updates;
   std::vector<std::string> events;
+  std::vector<std::string> cameras;
+  double before = 6;
+  double pace = 1;
   double timeLimit = 300;
   double settle = 3;
   int repeat = 1;
   bool json = false;
 };
 
-std::string PluginBesideCommand() {
-  return (fs::read_symlink("/proc/self/exe").parent_path() / "notifypi.so").string();
+std::string PluginBesideCommand(const char* name) {
+  return (fs::read_symlink("/proc/self/exe").parent_path() / name).string();
+}
+
+// Only a plug-in built for it lets its clocks be driven.
+std::string Plugin(const Arguments& arguments) {
+  if (!arguments.plugin.empty()) return fs::absolute(arguments.plugin).string();
+  return PluginBesideCommand(arguments.speed == 1 ? "notifypi.so" : "notifypi-speed.so");
+}
+
+void CheckMailServer(const HostOptions& options) {
+  if (!options.mailServer.empty() || !options.steps) return;
+  for (const Step& step : *options.steps) {
+    if (std::holds_alternative<SetMailServer>(step)) {
+      throw ScenarioError("the script has \"mail-server\" steps, but --mail-server is missing");
+    }
+  }
 }
 
 std::optional<std::vector<Step>> Steps(const Arguments& arguments) {
-  if (!arguments.script.empty()) return ReadScenario(arguments.script);
   std::vector<Step> steps;
+  if (!arguments.script.empty()) {
+    steps = ReadScenario(arguments.script);
+    CompleteCameras(steps);
+    return steps;
+  }
   const auto add = [&steps](DocumentKind kind, const std::vector<std::string>& paths) {
     for (const std::string& path : paths) steps.emplace_back(ReadDocument(kind, path));
   };
   add(DocumentKind::System, arguments.systems);
   add(DocumentKind::Update, arguments.updates);
+  for (const std::string& camera : arguments.cameras) {
+    steps.emplace_back(ReadCameraStep(camera, {}));
+  }
+  if (!arguments.cameras.empty()) steps.emplace_back(Pause{arguments.before});
   add(DocumentKind::Event, arguments.events);
+  CompleteCameras(steps);
   if (steps.empty()) return std::nullopt;
   return steps;
 }
 
 int Run(const Arguments& arguments) {
   HostOptions options;
-  options.plugin = fs::absolute(arguments.plugin).string();
+  options.plugin = Plugin(arguments);
+  options.speed = arguments.speed;
+  options.pace = arguments.pace;
+  options.mailServer = arguments.mailServer;
   options.steps = Steps(arguments);
   options.settle = arguments.settle;
+  CheckMailServer(options);
   if (options.steps) options.timeLimit = arguments.timeLimit;
 
   std::unique_ptr<TimelinePrinter> printer;
@@ -90,7 +146,7 @@ int Run(const Arguments& arguments) {
   } else {
     printer = std::make_unique<HumanPrinter>(stdout);
   }
-  Timeline timeline(std::move(printer));
+  Timeline timeline(std::make_unique<RetryStory>(std::move(printer)), arguments.speed);
   if (!arguments.directory.empty()) fs::current_path(arguments.directory);
   for (int run = 0; run < arguments.repeat && RunHost(options, timeline); ++run) {
   }
@@ -101,7 +157,6 @@ int Run(const Arguments& arguments) {
 
 void AddHostCommand(CLI::App& command, int& exitCode) {
   auto arguments = std::make_shared<Arguments>();
-  arguments->plugin = PluginBesideCommand();
   CLI::App* host = command.add_subcommand("host", kDescription);
   host->footer(kFooter);
   // Without descriptions of their own, which help would show beside the names of the values.
@@ -110,7 +165,8 @@ void AddHostCommand(CLI::App& command, int& exitCode) {
   const CLI::Validator seconds = CLI::NonNegativeNumber.description("");
 
   host->add_option("--plugin", arguments->plugin,
-                   "The plug-in library (default: notifypi.so beside this command)")
+                   "The plug-in library (default: notifypi.so beside this command; with --speed "
+                   "notifypi-speed.so)")
       ->check(file)
       ->type_name("FILE");
   host->add_option("--directory", arguments->directory, "Working folder (default: the current one)")
@@ -130,6 +186,22 @@ void AddHostCommand(CLI::App& command, int& exitCode) {
   document("--system", arguments->systems, "Full system document to send; may be repeated");
   document("--update", arguments->updates, "Configuration document to send; may be repeated");
   document("--event", arguments->events, "Event document to send; may be repeated");
+  host->add_option("--camera", arguments->cameras,
+                   "Feed a camera's frames, as \"66049 h264\" or \"66049 h264 gate.mp4\"; may be "
+                   "repeated")
+      ->type_name("\"STREAM CODEC [FILE]\"")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->excludes(script);
+  host->add_option("--before", arguments->before,
+                   "Feed the cameras so long before the first event (default: 6)")
+      ->check(seconds)
+      ->type_name("SECONDS");
+  host->add_option("--pace", arguments->pace,
+                   "Feed the cameras so many times faster than they take their pictures (default: "
+                   "1); clips become shorter as much")
+      ->check(CLI::Range(0.1, 1000.0).description(""))
+      ->type_name("N");
   host->add_option("--timeout", arguments->timeLimit,
                    "Stop with a fault after so long; 0: never (default: 300)")
       ->check(seconds)
@@ -141,6 +213,13 @@ void AddHostCommand(CLI::App& command, int& exitCode) {
   host->add_option("--repeat", arguments->repeat,
                    "Load, run and unload the plug-in so many times (default: 1)")
       ->check(CLI::PositiveNumber.description(""))
+      ->type_name("N");
+  host->add_option("--mail-server", arguments->mailServer,
+                   "Run a mail server by this shell command, for the script to take away")
+      ->type_name("COMMAND");
+  host->add_option("--speed", arguments->speed,
+                   "Let the plug-in's time pass so many times faster, 0.1 to 1000 (default: 1)")
+      ->check(CLI::Range(0.1, 1000.0).description(""))
       ->type_name("N");
   host->add_flag("--json", arguments->json, "Print one JSON object a line");
 

@@ -36,8 +36,9 @@ std::string Text(const HostRequest& request) {
 
 }  // namespace
 
-HostServices::HostServices(Timeline& timeline, Progress& progress, ProgramRunner& programs)
-    : timeline_(timeline), progress_(progress), programs_(programs) {
+HostServices::HostServices(Timeline& timeline, Progress& progress, ProgramRunner& programs,
+                           FrameBooks& frames)
+    : timeline_(timeline), progress_(progress), programs_(programs), frames_(frames) {
   current = this;
 }
 
@@ -84,7 +85,7 @@ void HostServices::TakeWellFormed(const HostRequest& request) {
     case HostCommand::ChannelMessage:
       return programs_.Take(request.payload);
     case HostCommand::ReleaseFrame:
-      return timeline_.Record(Fault{"a frame was given back that the plug-in never took"});
+      return frames_.GiveBack(request.payload);
     case HostCommand::StatusDocument:
       return TakeStatus(Text(request));
     case HostCommand::ConfigDocument:
@@ -105,8 +106,11 @@ void HostServices::TakeStatus(const std::string& text) {
 
 void HostServices::TakeConfiguration(const std::string& text) {
   try {
-    std::visit([this](const auto& document) { timeline_.Record(document); },
-               ReadConfigDocument(text));
+    const auto document = ReadConfigDocument(text);
+    std::visit([this](const auto& it) { timeline_.Record(it); }, document);
+    if (const auto* configuration = std::get_if<Configuration>(&document)) {
+      progress_.ClipsLast(configuration->longestClip);
+    }
   } catch (const DocumentError& error) {
     // The text is not shown: it holds passwords.
     timeline_.Record(Fault{std::string("a configuration document ") + error.what()});

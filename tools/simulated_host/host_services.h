@@ -9,6 +9,7 @@
 #include <string>
 
 #include "host/host_records.h"
+#include "simulated_host/frame_books.h"
 #include "simulated_host/program_runner.h"
 #include "simulated_host/progress.h"
 #include "simulated_host/timeline.h"
@@ -18,7 +19,7 @@ namespace tvx::tool {
 class HostServices {
  public:
   // All references must outlive this object.
-  HostServices(Timeline& timeline, Progress& progress, ProgramRunner& programs);
+  HostServices(Timeline& timeline, Progress& progress, ProgramRunner& programs, FrameBooks& frames);
   ~HostServices();
   HostServices(const HostServices&) = delete;
   HostServices& operator=(const HostServices&) = delete;
@@ -38,6 +39,7 @@ class HostServices {
   Timeline& timeline_;
   Progress& progress_;
   ProgramRunner& programs_;
+  FrameBooks& frames_;
   std::atomic<bool> unloaded_{false};
 };
 

@@ -2,6 +2,7 @@
 
 #include <sys/wait.h>
 
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <system_error>
@@ -136,6 +137,42 @@ Line Describe(const Configuration& configuration) {
     separator = ", ";
   }
   return {"config", text + (configuration.smtps ? "; TLS offered" : "; TLS not offered")};
+}
+
+Line Describe(const RetryChange& change) {
+  using What = RetryChange::What;
+  const std::string file = Printable(change.file);
+  const std::string waiting = "; " + Count(change.waiting, "message") + " waiting";
+  char age[64];
+  std::snprintf(age, sizeof(age), "%.0f s after it was queued", change.age);
+  switch (change.what) {
+    case What::Queued:
+      return {"retry", "queued " + file + waiting};
+    case What::Tried:
+      return {"retry", "attempt " + std::to_string(change.attempts) + " of " + file + ", " + age};
+    case What::Sent:
+      return {"retry", "sent " + file + ", " + age + waiting};
+    case What::Discarded:
+      return {"retry", "discarded " + file + ", " + age + ": " + change.why + waiting};
+  }
+  return {"retry", file};
+}
+
+Line Describe(const FeedStart& feed) {
+  return {"frames", "stream " + std::to_string(feed.stream) + ": " + Printable(feed.source)};
+}
+
+Line Describe(const FeedEnd& feed) {
+  return {"frames", "stream " + std::to_string(feed.stream) +
+                        " ends: " + Count(static_cast<std::size_t>(feed.frames), "frame") + " in " +
+                        Seconds(feed.seconds) + ", at most " + Seconds(feed.late) + " late"};
+}
+
+Line Describe(const FrameAccount& account) {
+  return {"frames", "stream " + std::to_string(account.stream) + ": " +
+                        std::to_string(account.offered) + " offered, " +
+                        std::to_string(account.taken) + " taken, " +
+                        std::to_string(account.givenBack) + " given back"};
 }
 
 Line Describe(const ModuleRegistration& module) {

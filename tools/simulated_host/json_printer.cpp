@@ -70,6 +70,48 @@ Json Describe(const Configuration& configuration) {
           {"smtps", configuration.smtps}};
 }
 
+const char* Name(RetryChange::What what) {
+  switch (what) {
+    case RetryChange::What::Queued:
+      return "queued";
+    case RetryChange::What::Tried:
+      return "tried";
+    case RetryChange::What::Sent:
+      return "sent";
+    case RetryChange::What::Discarded:
+      return "discarded";
+  }
+  return "";
+}
+
+Json Describe(const RetryChange& change) {
+  Json json = {{"kind", "retry"},     {"what", Name(change.what)},
+               {"file", change.file}, {"attempts", change.attempts},
+               {"age", change.age},   {"waiting", change.waiting}};
+  if (!change.why.empty()) json["why"] = change.why;
+  return json;
+}
+
+Json Describe(const FeedStart& feed) {
+  return {{"kind", "feed-start"}, {"stream", feed.stream}, {"source", feed.source}};
+}
+
+Json Describe(const FeedEnd& feed) {
+  return {{"kind", "feed-end"},
+          {"stream", feed.stream},
+          {"frames", feed.frames},
+          {"seconds", feed.seconds},
+          {"late", feed.late}};
+}
+
+Json Describe(const FrameAccount& account) {
+  return {{"kind", "frames"},
+          {"stream", account.stream},
+          {"offered", account.offered},
+          {"taken", account.taken},
+          {"given_back", account.givenBack}};
+}
+
 Json Describe(const ModuleRegistration& module) {
   return {{"kind", "module"}, {"name", module.name}, {"version", module.version}};
 }

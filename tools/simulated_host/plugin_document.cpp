@@ -2,6 +2,7 @@
 
 #include <tinyxml.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "config/xml_document.h"
@@ -80,6 +81,8 @@ std::variant<Configuration, ModuleRegistration> ReadConfigDocument(const std::st
   for (const TiXmlElement* profile = Child(notify, "Profiles").FirstChildElement("smtp");
        profile != nullptr; profile = profile->NextSiblingElement("smtp")) {
     configuration.profiles.emplace_back(Integer(*profile, "ID"), Text(*profile, "description"));
+    configuration.longestClip =
+        std::max(configuration.longestClip, Integer(*profile, "MaxVideoSeconds"));
   }
   return configuration;
 }

@@ -98,6 +98,13 @@ void PluginLibrary::Call(const char* name, Export function, const Request& reque
   }
 }
 
+void PluginLibrary::SetClockSpeed(double speed) {
+  void* address = dlsym(library_.get(), "SetClockSpeed");
+  if (address == nullptr)
+    throw PluginError("the clocks of this plug-in cannot be driven: " + path_);
+  reinterpret_cast<void (*)(double)>(address)(speed);
+}
+
 void PluginLibrary::Load(HostServiceEntry entry) {
   LoadRequest request{};
   request.hostWord = kHostWord;
@@ -175,6 +182,21 @@ void PluginLibrary::SendEvent(const std::string& document) {
   request.length = static_cast<std::uint32_t>(bytes.size());
   request.kind = kEventKind;
   CallWrite("Write of an event", request);
+}
+
+bool PluginLibrary::SendFrame(const Frame& frame) {
+  WriteRequest request{};
+  request.data = frame.handle;
+  request.length = frame.size;
+  request.addressee = frame.stream;
+  request.kind = RecordKind::Frame;
+  request.frameType = frame.key ? 1 : 0;
+  request.payloadOffset = frame.payloadOffset;
+  ResultRecord<WriteResult> result;
+  result.Expected().result = 0;
+  result.ExpectFlag(&WriteResult::frameAccepted);
+  Call("Write of a frame", write_, request, result);
+  return result.Found().frameAccepted != 0;
 }
 
 void PluginLibrary::SendTick() {

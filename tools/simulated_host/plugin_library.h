@@ -28,6 +28,10 @@ class PluginLibrary {
   PluginLibrary(const PluginLibrary&) = delete;
   PluginLibrary& operator=(const PluginLibrary&) = delete;
 
+  // Lets the clocks of a plug-in that was built for it run faster, from now on. Before Load.
+  // PluginError when the plug-in was not.
+  void SetClockSpeed(double speed);
+
   void Load(HostServiceEntry entry);
   void Open();
   void Close();
@@ -40,6 +44,15 @@ class PluginLibrary {
   void SendEvent(const std::string& document);
   void SendUpdate(const std::string& document);
   void SendTick();
+  struct Frame {
+    const void* handle;  // the host's buffer
+    std::uint32_t size;  // bytes of the buffer
+    std::uint32_t stream;
+    bool key;
+    std::uint32_t payloadOffset;  // bytes of the buffer in front of the coded data
+  };
+  // True when the plug-in keeps the buffer.
+  bool SendFrame(const Frame& frame);
   void SendChunk(const void* chunk, std::uint32_t size);
 
  private:

@@ -1,16 +1,15 @@
 #include "simulated_host/program.h"
 
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/write.hpp>
 #include <cerrno>
 #include <cstring>
 #include <utility>
+
+#include "simulated_host/spawn.h"
 
 namespace tvx::tool {
 namespace {
@@ -20,67 +19,6 @@ using boost::system::error_code;
 // How long output may still come after the program itself has ended: one that it started may hold
 // the pipes open for ever.
 constexpr std::chrono::seconds kDrainTime{1};
-
-// Both ends of a pipe, closed unless taken. Neither end reaches other programs.
-class PipeEnds {
- public:
-  PipeEnds() = default;
-  ~PipeEnds() {
-    for (const int end : ends_) {
-      if (end >= 0) close(end);
-    }
-  }
-  PipeEnds(const PipeEnds&) = delete;
-  PipeEnds& operator=(const PipeEnds&) = delete;
-
-  bool Open() { return pipe2(ends_, O_CLOEXEC) == 0; }
-  int Reading() const { return ends_[0]; }
-  int Writing() const { return ends_[1]; }
-  int TakeReading() { return std::exchange(ends_[0], -1); }
-  int TakeWriting() { return std::exchange(ends_[1], -1); }
-
- private:
-  int ends_[2] = {-1, -1};
-};
-
-// What posix_spawn is told besides the arguments.
-class SpawnSettings {
- public:
-  SpawnSettings(int input, int output, int errors) {
-    posix_spawn_file_actions_init(&files_);
-    posix_spawn_file_actions_adddup2(&files_, input, STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&files_, output, STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&files_, errors, STDERR_FILENO);
-    posix_spawnattr_init(&attributes_);
-    // Signals that this process blocks are the program's own business again, and its group is its
-    // own: Ctrl-C at the terminal is for the host, which then stops its programs itself.
-    sigset_t signals;
-    sigemptyset(&signals);
-    posix_spawnattr_setsigmask(&attributes_, &signals);
-    posix_spawnattr_setpgroup(&attributes_, 0);
-    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
-  }
-  ~SpawnSettings() {
-    posix_spawn_file_actions_destroy(&files_);
-    posix_spawnattr_destroy(&attributes_);
-  }
-  SpawnSettings(const SpawnSettings&) = delete;
-  SpawnSettings& operator=(const SpawnSettings&) = delete;
-
-  int Spawn(pid_t& pid, const std::vector<std::string>& arguments) const {
-    std::vector<char*> words;
-    words.reserve(arguments.size() + 1);
-    for (const std::string& argument : arguments) {
-      words.push_back(const_cast<char*>(argument.c_str()));
-    }
-    words.push_back(nullptr);
-    return posix_spawn(&pid, words[0], &files_, &attributes_, words.data(), environ);
-  }
-
- private:
-  posix_spawn_file_actions_t files_;
-  posix_spawnattr_t attributes_;
-};
 
 }  // namespace
 
@@ -101,8 +39,7 @@ Program::~Program() {
 int Program::Start(const std::vector<std::string>& arguments) {
   PipeEnds input, output, errors;
   if (!input.Open() || !output.Open() || !errors.Open()) return errno;
-  const SpawnSettings settings(input.Reading(), output.Writing(), errors.Writing());
-  const int error = settings.Spawn(pid_, arguments);
+  const int error = Spawn(pid_, arguments, {input.Reading(), output.Writing(), errors.Writing()});
   if (error != 0) {
     pid_ = -1;
     return error;
@@ -191,6 +128,10 @@ void Program::EndWhenDone() {
   EndInput();
   const std::chrono::duration<double> ran = std::chrono::steady_clock::now() - started_;
   reports_.ended(waitStatus_, ran.count());
+}
+
+void Program::Terminate() {
+  if (pid_ >= 0) kill(-pid_, SIGTERM);
 }
 
 void Program::Kill() {

@@ -52,7 +52,8 @@ class Program : public std::enable_shared_from_this<Program> {
   // Looks whether the program has ended: called after each SIGCHLD.
   void Reap();
 
-  // Kills the program and those it started. The end is reported as always.
+  // Both take those along that the program started. The end is reported as always.
+  void Terminate();
   void Kill();
 
  private:

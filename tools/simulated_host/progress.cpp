@@ -48,6 +48,27 @@ void Progress::ProgramGone() {
   Touch();
 }
 
+void Progress::ClipsLast(int seconds) {
+  MutexLock lock(mutex_);
+  longestClip_ = seconds;
+}
+
+int Progress::LongestClip() {
+  MutexLock lock(mutex_);
+  return longestClip_;
+}
+
+void Progress::CameraStarts() {
+  MutexLock lock(mutex_);
+  ++startingCameras_;
+}
+
+void Progress::CameraFeeds() {
+  MutexLock lock(mutex_);
+  --startingCameras_;
+  changed_.NotifyAll();
+}
+
 void Progress::Happened() {
   MutexLock lock(mutex_);
   Touch();
@@ -70,6 +91,12 @@ bool Progress::WaitUntilInterrupted() {
   MutexLock lock(mutex_);
   while (!interrupted_) changed_.Wait(mutex_);
   return false;
+}
+
+bool Progress::WaitForCameras() {
+  MutexLock lock(mutex_);
+  while (!interrupted_ && startingCameras_ > 0) changed_.Wait(mutex_);
+  return !interrupted_;
 }
 
 bool Progress::WaitDelivered(int count) {

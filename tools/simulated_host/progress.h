@@ -18,6 +18,12 @@ class Progress {
   void StatusReported(std::int32_t profile, std::int32_t status) EXCLUDES(mutex_);
   void ProgramRequested() EXCLUDES(mutex_);
   void ProgramGone() EXCLUDES(mutex_);
+  // The most seconds that a notification may wait for its video.
+  void ClipsLast(int seconds) EXCLUDES(mutex_);
+  int LongestClip() EXCLUDES(mutex_);
+  // A camera is started, and its first frame has come (or none will).
+  void CameraStarts() EXCLUDES(mutex_);
+  void CameraFeeds() EXCLUDES(mutex_);
   // Any other sign of life.
   void Happened() EXCLUDES(mutex_);
 
@@ -27,6 +33,8 @@ class Progress {
   // The waits return false when they were interrupted.
   bool Pause(double seconds) EXCLUDES(mutex_);
   bool WaitUntilInterrupted() EXCLUDES(mutex_);
+  // Until every camera that was started feeds.
+  bool WaitForCameras() EXCLUDES(mutex_);
   // Until this many notifications have been reported delivered since the start.
   bool WaitDelivered(int count) EXCLUDES(mutex_);
   // Until no program runs and each profile of each event has been reported on. Not every event is
@@ -43,6 +51,8 @@ class Progress {
   std::multiset<std::int32_t> awaited_ GUARDED_BY(mutex_);  // profiles of events sent
   int delivered_ GUARDED_BY(mutex_) = 0;
   int programs_ GUARDED_BY(mutex_) = 0;
+  int longestClip_ GUARDED_BY(mutex_) = 0;
+  int startingCameras_ GUARDED_BY(mutex_) = 0;
   Time lastSign_ GUARDED_BY(mutex_);
   bool interrupted_ GUARDED_BY(mutex_) = false;
 };

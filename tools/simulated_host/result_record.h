@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -28,11 +29,15 @@ class ResultRecord {
   // The record as the call must leave it: set its words here.
   Record& Expected() { return *reinterpret_cast<Record*>(expected_.data()); }
 
+  // A word that the call must make 0 or 1.
+  void ExpectFlag(std::uint32_t Record::*word) { flag_ = word; }
+
   // The record as the call left it.
   const Record& Found() const { return *reinterpret_cast<const Record*>(found_.data()); }
 
   // The first difference in words, or nothing.
-  std::string Difference() const {
+  std::string Difference() {
+    if (flag_ != nullptr) Expected().*flag_ = Found().*flag_ == 0 ? 0 : 1;
     for (std::size_t offset = 0; offset < found_.size(); ++offset) {
       if (found_[offset] == expected_[offset]) continue;
       char text[128];
@@ -52,6 +57,7 @@ class ResultRecord {
   using Bytes = std::array<unsigned char, sizeof(Record) + kSlack>;
   alignas(Record) Bytes found_;
   alignas(Record) Bytes expected_;
+  std::uint32_t Record::*flag_ = nullptr;
 };
 
 }  // namespace tvx::tool

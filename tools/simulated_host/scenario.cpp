@@ -9,6 +9,8 @@
 #include <optional>
 #include <sstream>
 
+#include "simulated_host/camera_document.h"
+
 namespace tvx::tool {
 namespace {
 
@@ -67,12 +69,20 @@ Step ReadWait(std::istream& words) {
   return Pause{ReadSeconds(what)};
 }
 
+Step ReadMailServer(const std::string& word) {
+  if (word == "up") return SetMailServer{true};
+  if (word == "down") return SetMailServer{false};
+  throw ScenarioError("\"mail-server\" is followed by \"up\" or \"down\"");
+}
+
 Step ReadStep(const std::string& line, const fs::path& folder) {
   std::istringstream words(line);
   std::string word;
   words >> word;
   if (word == "wait") return ReadWait(words);
   const std::string argument = Rest(words);
+  if (word == "mail-server") return ReadMailServer(argument);
+  if (word == "camera") return ReadCameraStep(argument, folder.string());
   if (word == "tick") {
     if (!argument.empty()) throw ScenarioError("nothing can follow \"tick\"");
     return SendTick{};
@@ -87,6 +97,14 @@ Step ReadStep(const std::string& line, const fs::path& folder) {
 
 SendDocument ReadDocument(DocumentKind kind, const std::string& path) {
   return {kind, path, ReadFile(path)};
+}
+
+StartCamera ReadCameraStep(const std::string& text, const std::string& folder) {
+  try {
+    return {ReadCamera(text, folder)};
+  } catch (const CameraError& error) {
+    throw ScenarioError(error.what());
+  }
 }
 
 std::vector<Step> ReadScenario(const std::string& path) {
@@ -105,6 +123,24 @@ std::vector<Step> ReadScenario(const std::string& path) {
     }
   }
   return steps;
+}
+
+void CompleteCameras(std::vector<Step>& steps) {
+  std::vector<Camera> cameras;
+  std::vector<std::string> events;
+  auto first = steps.end();
+  for (auto step = steps.begin(); step != steps.end(); ++step) {
+    if (const auto* start = std::get_if<StartCamera>(&*step)) {
+      if (cameras.empty()) first = step;
+      cameras.push_back(start->camera);
+    } else if (const auto* document = std::get_if<SendDocument>(&*step)) {
+      if (document->kind == DocumentKind::System) return;
+      if (document->kind == DocumentKind::Event) events.push_back(document->text);
+    }
+  }
+  if (cameras.empty()) return;
+  steps.insert(first, SendDocument{DocumentKind::System, "made for the cameras",
+                                   MakeSystemDocument(cameras, events)});
 }
 
 }  // namespace tvx::tool

@@ -2,17 +2,24 @@
 
 #include <signal.h>
 
+#include <algorithm>
 #include <atomic>
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
+#include <system_error>
 #include <thread>
 #include <variant>
+#include <vector>
 
 #include "simulated_host/event_loop.h"
+#include "simulated_host/frame_books.h"
+#include "simulated_host/frame_feed.h"
 #include "simulated_host/host_services.h"
+#include "simulated_host/mail_server.h"
 #include "simulated_host/plugin_document.h"
 #include "simulated_host/plugin_library.h"
 #include "simulated_host/program_runner.h"
@@ -22,7 +29,8 @@
 namespace tvx::tool {
 namespace {
 
-constexpr boost::chrono::milliseconds kTickInterval{1000};
+constexpr double kTickInterval = 1000;   // milliseconds of the plug-in's time
+constexpr double kShortestInterval = 5;  // of the world's
 
 // A stopping plug-in may still be in an exchange with a web server, which ends after ten seconds.
 constexpr std::chrono::seconds kStopLimit{30};
@@ -41,8 +49,10 @@ class Host {
         programs_(
             loop_.Context(), timeline_, progress_,
             [this](const void* chunk, std::uint32_t size) { plugin_.SendChunk(chunk, size); }),
-        services_(timeline_, progress_, programs_),
+        frames_(timeline_),
+        services_(timeline_, progress_, programs_, frames_),
         plugin_(options.plugin, timeline_),
+        mailServer_(loop_.Context(), timeline_, options.mailServer),
         limit_(loop_.Context()) {}
 
   // False when it was stopped early.
@@ -59,9 +69,12 @@ class Host {
   void RunSteps();
   bool Do(const SendDocument& step);
   bool Do(const SendTick& step);
-  bool Do(const Pause& step) { return progress_.Pause(step.seconds); }
-  bool Do(const AwaitIdle&) { return progress_.WaitIdle(options_.settle); }
+  bool Do(const Pause& step) { return progress_.Pause(step.seconds / options_.speed); }
+  bool Do(const AwaitIdle&) { return progress_.WaitIdle(Settle()); }
   bool Do(const AwaitDelivered& step) { return progress_.WaitDelivered(step.count); }
+  bool Do(const SetMailServer& step);
+  bool Do(const StartCamera& step);
+  double Settle();
   void Stop();
 
   const HostOptions& options_;
@@ -69,8 +82,11 @@ class Host {
   Progress progress_;
   EventLoop loop_;  // before everything that starts threads
   ProgramRunner programs_;
+  FrameBooks frames_;
   HostServices services_;
   PluginLibrary plugin_;
+  std::vector<std::unique_ptr<FrameFeed>> feeds_;
+  MailServer mailServer_;
   boost::asio::steady_timer limit_;  // on the loop's thread, once that runs
   // Set on the loop's thread, read when that has ended: a signal has come, or the time is up.
   bool stopping_ = false;
@@ -84,6 +100,8 @@ bool Host::Run() {
   loop_.Start([this](int signal) { OnSignal(signal); });
   if (options_.timeLimit > 0) boost::asio::post(loop_.Context(), [this] { LimitTime(); });
 
+  if (options_.speed != 1) plugin_.SetClockSpeed(options_.speed);
+  const bool mailServerIsUp = mailServer_.Up();
   Say("load " + options_.plugin);
   plugin_.Load(&HostServices::Entry);
   Say("open");
@@ -91,8 +109,10 @@ bool Host::Run() {
   plugin_.Seek();
   LendThreads();
   {
-    const Ticker ticks(kTickInterval, [this] { plugin_.SendTick(); });
-    RunSteps();
+    const double interval = std::max(kTickInterval / options_.speed, kShortestInterval);
+    const Ticker ticks(boost::chrono::milliseconds(static_cast<long>(interval)),
+                       [this] { plugin_.SendTick(); });
+    if (mailServerIsUp) RunSteps();
   }
   Stop();
   return !stopping_;
@@ -116,9 +136,20 @@ void Host::RunSteps() {
     return;
   }
   for (const Step& step : *options_.steps) {
+    // Cameras that begin together start together, and what follows counts from their first frames.
+    if (!std::holds_alternative<StartCamera>(step) && !progress_.WaitForCameras()) return;
     if (!std::visit([this](const auto& it) { return Do(it); }, step)) return;
   }
-  progress_.WaitIdle(options_.settle);
+  progress_.WaitIdle(Settle());
+}
+
+// Seconds of silence that count as idle. While cameras feed, a notification may wait in silence for
+// its video, and for the tick behind its deadline.
+double Host::Settle() {
+  constexpr double kDeadline = 2;
+  constexpr double kTick = 1;
+  if (feeds_.empty()) return options_.settle;
+  return options_.settle + (progress_.LongestClip() + kDeadline + kTick) / options_.speed;
 }
 
 bool Host::Do(const SendDocument& step) {
@@ -145,24 +176,46 @@ bool Host::Do(const SendTick&) {
   return true;
 }
 
+bool Host::Do(const SetMailServer& step) {
+  if (step.up) return mailServer_.Up();
+  mailServer_.Down();
+  return true;
+}
+
+bool Host::Do(const StartCamera& step) {
+  try {
+    feeds_.push_back(std::make_unique<FrameFeed>(step.camera, options_.pace * options_.speed,
+                                                 frames_, plugin_, timeline_, progress_));
+  } catch (const std::system_error& error) {
+    timeline_.Record(Fault{std::string("a camera cannot be fed: ") + error.what()});
+  }
+  return true;
+}
+
 void Host::Stop() {
+  feeds_.clear();
   boost::asio::post(loop_.Context(), [this] { LimitStop(); });
   Say("close");
   closed_ = true;
   plugin_.Close();
   worker_.join();
   watchdog_.join();
+  mailServer_.Down();
   // No report may reach the library once it is gone, so the loop ends first.
   loop_.Stop();
   for (const std::string& name : programs_.Names()) Say("killing " + name);
   programs_.KillAll();
   plugin_.Unload();
   services_.Unloaded();
+  frames_.Unloaded();
   Say("unloaded");
 }
 
 void Host::OnSignal(int signal) {
-  if (signal == SIGCHLD) return programs_.Reap();
+  if (signal == SIGCHLD) {
+    mailServer_.Reap();
+    return programs_.Reap();
+  }
   const auto now = std::chrono::steady_clock::now();
   if (stopping_ && now - stoppingSince_ < kOneSignal) return;
   if (stopping_) GiveUp("stopped at once by a second signal");
@@ -209,6 +262,7 @@ void Host::LimitStop() {
 void Host::GiveUp(const std::string& why) {
   timeline_.Record(Fault{why});
   programs_.KillAll();
+  mailServer_.Kill();
   std::fflush(nullptr);
   std::_Exit(kFaultFound);
 }

@@ -25,6 +25,11 @@ struct HostOptions {
   std::optional<std::vector<Step>> steps;
   double timeLimit = 0;  // seconds for everything before Close; 0: none
   double settle = 0;     // seconds of silence that count as idle (Progress::WaitIdle)
+  // How many times faster than the world's the plug-in's time passes, and with it everything the
+  // host does in steps and ticks. Other than 1 only with a plug-in that was built for it.
+  double speed = 1;
+  double pace = 1;         // of the cameras, in the plug-in's time: 2 is twice as fast
+  std::string mailServer;  // shell command; empty: none
 };
 
 // False when a signal or the time limit ended the run early.

@@ -21,13 +21,15 @@ class TimelinePrinter {
 
 class Timeline {
  public:
-  explicit Timeline(std::unique_ptr<TimelinePrinter> printer);
+  // Time passes at this many times the world's pace, as it does for the plug-in.
+  explicit Timeline(std::unique_ptr<TimelinePrinter> printer, double speed = 1);
 
   void Record(const Happening& happening) EXCLUDES(mutex_);
   int Faults() const EXCLUDES(mutex_);
 
  private:
   const std::chrono::steady_clock::time_point start_;
+  const double speed_;
   mutable Mutex mutex_;
   const std::unique_ptr<TimelinePrinter> printer_ GUARDED_BY(mutex_);
   int faults_ GUARDED_BY(mutex_) = 0;

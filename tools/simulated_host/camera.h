@@ -1,0 +1,41 @@
+// A stream that the host feeds to the plug-in, and where its pictures come from.
+//
+// Threads: any; plain values.
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "simulated_host/video_codec.h"
+
+namespace tvx::tool {
+
+struct Camera {
+  std::uint32_t stream = 0;  // what its frames carry: the source identifier of what they show
+  VideoCodec codec = VideoCodec::H264;
+  std::string file;        // absolute path of a video; empty for a test picture
+  bool sameCodec = false;  // the file is coded as the camera codes, so that nothing is recoded
+  int width = 0;           // pixels
+  int height = 0;
+  double frameRate = 0;  // frames a second
+};
+
+class CameraError : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Reads "STREAM CODEC [FILE]": a source identifier in decimal, or one and a sub-channel as in
+// 66049/1; one of h264, mpeg4, jpeg; a video file, relative to the folder. The file is probed with
+// ffprobe. Throws CameraError.
+Camera ReadCamera(const std::string& text, const std::string& folder);
+
+// What the camera shows, for people.
+std::string Describe(const Camera& camera);
+
+// The program whose output is the camera's elementary stream: the file's own where it has the
+// camera's codec, else recoded; of a test picture, without an end.
+std::vector<std::string> VideoProgramOf(const Camera& camera);
+
+}  // namespace tvx::tool
