@@ -94,6 +94,7 @@ def main():
     parser.add_argument("--timeline", type=pathlib.Path, required=True)
     parser.add_argument("--videos", type=pathlib.Path, required=True)
     parser.add_argument("--event-time", type=int, required=True)
+    parser.add_argument("--web-port", type=int, required=True)
     arguments = parser.parse_args()
 
     # The mail has each camera once; one with small pictures is shown by one of them.
@@ -101,7 +102,8 @@ def main():
     names = [camera.name + (".jpg" if camera.codec == "jpeg" else ".mov") for camera in shown]
     try:
         run = timeline.Timeline(arguments.timeline.read_text(encoding="utf-8"))
-        contents = message.read_message(arguments.mail.read_bytes(), arguments.event_time, names)
+        contents = message.read_message(arguments.mail.read_bytes(), arguments.event_time,
+                                        arguments.web_port, names)
         for camera, name, content in zip(shown, names, contents):
             path = arguments.mail.with_name(name)
             path.write_bytes(content)

@@ -20,7 +20,13 @@ Video Motion at Gate,
 {time}.
 
 Recorded by Main building, serial number A-1001.
+
+{link}
 """
+
+# The search for the video of the event, in the web client's older form.
+SEARCH = ('{{"searchServerId":"7","searchCameraIds":[66049,66305,66561],"searchStart":{start}000,'
+          '"searchEnd":{end}000,"mode":"search","quality":7,"size":100}}')
 
 PART_HEAD = """
 --{boundary}
@@ -67,11 +73,17 @@ class Reader:
             raise WrongMessage(f"more follows: {self._rest[:80]!r}")
 
 
-def read_message(content, event_time, attachments):
+def link_for(event_time, web_port):
+    """From the pre-trigger seconds of system.xml before the event to MaxVideoSeconds after it."""
+    search = SEARCH.format(start=event_time - 5, end=event_time + 10).encode()
+    return f"http://127.0.0.1:{web_port}/advanced.web?s=7;#" + base64.b64encode(search).decode()
+
+
+def read_message(content, event_time, web_port, attachments):
     """The contents of the attachments, whose names are given in order."""
     reader = Reader(content)
     stamp = time.strftime("%Y-%m-%d %H:%M:%S", time.localtime(event_time))
-    reader.expect(crlf(HEAD, time=stamp))
+    reader.expect(crlf(HEAD, time=stamp, link=link_for(event_time, web_port)))
     contents = []
     for name in attachments:
         kind = "video/quicktime" if name.endswith(".mov") else "image/jpeg"
