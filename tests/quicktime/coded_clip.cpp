@@ -52,6 +52,10 @@ bool HasEncoder() {
   return RunShell("command -v ffmpeg && command -v ffprobe").find("status") == std::string::npos;
 }
 
+bool HasSecondOpinion() {
+  return RunShell("command -v mediainfo").find("status") == std::string::npos;
+}
+
 void Encode(const std::string& options, const std::string& muxer, const std::string& size,
             int frames, const std::string& path) {
   RunShell("ffmpeg -v error -nostdin -y -f lavfi -i testsrc2=rate=25:size=" + size + " -frames:v " +

@@ -21,6 +21,9 @@ std::string RunShell(const std::string& command);
 // Whether ffmpeg and ffprobe can be run.
 bool HasEncoder();
 
+// Whether mediainfo, another demuxer, can be run.
+bool HasSecondOpinion();
+
 // Encodes a moving test picture into the file, as a bare stream of the named muxer.
 void Encode(const std::string& options, const std::string& muxer, const std::string& size,
             int frames, const std::string& path);

@@ -98,6 +98,17 @@ TEST_P(Playback, ShowsEveryPictureOfTheStream) {
   const double probed = std::stod(
       "0" + RunShell("ffprobe -v error -show_entries format=duration -of csv=p=0 clip.mov"));
   EXPECT_NEAR(probed, seconds, 0.0011);
+
+  // A demuxer of another house reads the same movie.
+  if (!HasSecondOpinion()) GTEST_SKIP() << "mediainfo is not installed: no second opinion";
+  std::ostringstream opinion;
+  opinion << (isH264 ? "AVC " : "MPEG-4 Visual ") << stream.width << " " << stream.height << " "
+          << stream.frames << "\n";
+  EXPECT_EQ(RunShell("mediainfo '--Inform=Video;%Format% %Width% %Height% %FrameCount%' clip.mov"),
+            opinion.str());
+  const double milliseconds =
+      std::stod("0" + RunShell("mediainfo '--Inform=Video;%Duration%' clip.mov"));
+  EXPECT_NEAR(milliseconds, seconds * 1000, 1.1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Streams, Playback, ::testing::ValuesIn(kStreams),
