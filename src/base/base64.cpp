@@ -29,9 +29,8 @@ constexpr std::array<char, 2 * 4096> kPairs = MakePairs();
   // Each 32-bit lane gets three bytes, in the order 1 0 2 1, so that multiplications move its four
   // 6-bit groups to the bottom of its four bytes.
   const __m128i spread = _mm_set_epi8(10, 11, 9, 10, 7, 8, 6, 7, 4, 5, 3, 4, 1, 2, 0, 1);
-  // What is added to a 6-bit value to make its character, by its class: '0'-'9' (1 to 10), '+'
-  // (11),
-  // '/' (12), 'A'-'Z' (13), 'a'-'z' (0).
+  // What is added to a 6-bit value to make its character, by the value's class: 'a'-'z' is 0,
+  // '0'-'9' are 1 to 10, '+' is 11, '/' is 12, 'A'-'Z' is 13.
   const __m128i offsets =
       _mm_setr_epi8('a' - 26, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
                     '0' - 52, '0' - 52, '0' - 52, '+' - 62, '/' - 63, 'A', 0, 0);

@@ -1,5 +1,6 @@
 // The date and time placeholders of a template: "{date}", "{time}", and either with a format of
 // the user's, as in {date format="%Y-%m-%d"}.
+// Threads: any; nothing is shared.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
 // The source of an event, as documents name it.
+// Threads: any; nothing is shared.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
 // The small documents that the plug-in sends to the host beside its configuration.
+// Threads: any; nothing is shared.
 #pragma once
 
 #include <cstdint>

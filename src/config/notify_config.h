@@ -1,7 +1,8 @@
 // The notification configuration: delivery settings, mail servers, profiles.
 //
-// A plain value. The service keeps the live one under its intake mutex; the worker gets immutable
-// snapshots of it.
+// A plain value. The service never changes one that others see: a change makes a new one, which
+// intake, notifications and worker share.
+// Threads: any may read one that is shared.
 // Not here: its XML form (notify_reader.h, notify_writer.h) and its file (config_file.h).
 #pragma once
 

@@ -1,4 +1,5 @@
 // One notification profile: who is told of an event, how and with what.
+// Threads: a plain value, its owner's.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
 // Builds the documents that carry the configuration out: to the file and to the host.
+// Threads: any; nothing is shared.
 #pragma once
 
 #include <memory>

@@ -1,4 +1,5 @@
 // One outgoing mail server of the configuration.
+// Threads: a plain value, its owner's.
 #pragma once
 
 #include <cstdint>

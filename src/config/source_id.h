@@ -1,4 +1,5 @@
 // The fields of a source identifier: what an event or a frame came from.
+// Threads: a plain value, its owner's.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
 // The text that names an event's source in messages.
+// Threads: any; nothing is shared.
 #pragma once
 
 #include <cstdint>

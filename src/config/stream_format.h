@@ -1,4 +1,5 @@
 // The format of one host video stream, as the host's system document describes it.
+// Threads: a plain value, its owner's.
 #pragma once
 
 #include <cstdint>

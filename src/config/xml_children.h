@@ -1,6 +1,7 @@
 // Walks the children of one name of an element, in document order, in a range-based for loop.
 //
 // Owns nothing: the document must outlive the range. Linear in the number of children.
+// Threads: any, while the document does not change.
 #pragma once
 
 #include <tinyxml.h>

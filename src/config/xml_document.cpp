@@ -18,9 +18,9 @@ constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 // Looks at the markup before the library does, without recursion, and refuses what it could not
 // survive: it recurses once a level, and looks every attribute up among all those before it.
 //
-// Levels are counted exactly as the library would nest, or too high, never too low. Markup that the
-// library reads in a way of its own (an end without a start, "<" inside a tag, a declaration below
-// the top) could hide levels from the count, so it is refused as unreadable.
+// Levels are counted as the library nests, or too high, never too low. Markup that the library
+// reads in a way of its own (an end without a start, "<" inside a tag, a declaration below the top)
+// could hide levels from the count, so it is refused as unreadable.
 class MarkupScan {
  public:
   // The text is terminated.
@@ -38,28 +38,50 @@ class MarkupScan {
   ParseOutcome TakeMarkup() {
     switch (const auto first = static_cast<unsigned char>(at_[1])) {
       case '!':
-        if (Begins("<!--")) return SkipBehind("-->");
-        return SkipBehind(Begins("<![CDATA[") ? "]]>" : ">");
+        if (++nodes_ > kMaxNodes) return ParseOutcome::TooManyNodes;
+        if (Begins(kComment)) return SkipBehind(kComment, "-->");
+        if (Begins(kCdata)) return SkipBehind(kCdata, "]]>");
+        return SkipBehind("<!", ">");
       case '?':
-        return depth_ == 0 ? SkipBehind("?>") : ParseOutcome::Unreadable;
+        return depth_ == 0 ? SkipDeclaration() : ParseOutcome::Unreadable;
       case '/':
         return --depth_ < 0 ? ParseOutcome::Unreadable : TakeTag();
       default:
         if (std::isalpha(first) == 0 && first != '_' && first < 127) {
           return ParseOutcome::Unreadable;
         }
-        if (++elements_ > kMaxElements) return ParseOutcome::TooManyElements;
+        if (++nodes_ > kMaxNodes) return ParseOutcome::TooManyNodes;
         return ++depth_ > kMaxNesting ? ParseOutcome::TooDeep : TakeTag();
     }
   }
 
   bool Begins(const char* mark) const { return std::strncmp(at_, mark, std::strlen(mark)) == 0; }
 
-  ParseOutcome SkipBehind(const char* end) {
-    at_ = std::strstr(at_ + 2, end);
+  // Skips behind the end of a construct that begins here with the mark.
+  ParseOutcome SkipBehind(const char* mark, const char* end) {
+    at_ = std::strstr(at_ + std::strlen(mark), end);
     if (at_ == nullptr) return ParseOutcome::Unreadable;
     at_ += std::strlen(end);
     return ParseOutcome::Parsed;
+  }
+
+  // The library ends a declaration at its first ">", or the first outside quotes, as it happens;
+  // one without "<", and without ">" in quotes, ends at the same place either way.
+  ParseOutcome SkipDeclaration() {
+    char quote = '\0';
+    for (at_ += 2; *at_ != '\0' && *at_ != '<'; ++at_) {
+      if (*at_ == '>') {
+        if (quote != '\0') return ParseOutcome::Unreadable;
+        ++at_;
+        return ParseOutcome::Parsed;
+      }
+      if (quote != '\0') {
+        if (*at_ == quote) quote = '\0';
+      } else if (*at_ == '"' || *at_ == '\'') {
+        quote = *at_;
+      }
+    }
+    return ParseOutcome::Unreadable;
   }
 
   // Skips a start or end tag, quoted values in it included. An empty one ("/>") nests nothing.
@@ -71,7 +93,10 @@ class MarkupScan {
         --depth_;
         return ParseOutcome::Parsed;
       }
-      if (*at_ == '=' && ++attributes > kMaxAttributes) return ParseOutcome::TooManyAttributes;
+      if (*at_ == '=') {
+        if (++attributes > kMaxAttributes) return ParseOutcome::TooManyAttributes;
+        if (++nodes_ > kMaxNodes) return ParseOutcome::TooManyNodes;
+      }
       if (*at_ != '"' && *at_ != '\'') continue;
       at_ = std::strchr(at_ + 1, *at_);
       if (at_ == nullptr) return ParseOutcome::Unreadable;
@@ -79,9 +104,12 @@ class MarkupScan {
     return ParseOutcome::Unreadable;
   }
 
+  static constexpr const char* kComment = "<!--";
+  static constexpr const char* kCdata = "<![CDATA[";
+
   const char* at_;
   int depth_ = 0;
-  int elements_ = 0;
+  int nodes_ = 0;
 };
 
 // The library's only switch for this is process-wide, and the plug-in never wants the other
@@ -141,8 +169,8 @@ const char* RefusalReason(ParseOutcome outcome) {
       return "it is larger than 16 MiB";
     case ParseOutcome::TooDeep:
       return "its elements are nested more than 256 deep";
-    case ParseOutcome::TooManyElements:
-      return "it has more than 500000 elements";
+    case ParseOutcome::TooManyNodes:
+      return "it has more than 1000000 elements and attributes";
     case ParseOutcome::TooManyAttributes:
       return "one of its elements has more than 64 attributes";
     default:

@@ -2,9 +2,9 @@
 //
 // Standard: XML 1.0, as far as TinyXML goes.
 // Threads:  any; nothing is shared.
-// Limits:   kMaxDocumentBytes, kMaxNesting, kMaxElements, kMaxAttributes. TinyXML recurses once a
-// level, on the
-//           host's stack, and its time grows with the square of an element's attributes.
+// Limits:   those below. TinyXML recurses once a level, on the host's stack; its time grows with the
+//           square of an element's attributes, and its memory with every node, to many times the
+//           text.
 // Not here: what the documents mean.
 #pragma once
 
@@ -18,19 +18,18 @@
 
 namespace tvx {
 
-// Ten thousand cameras need about 8 MB and 250,000 elements. A tree takes several times its text,
-// and the process has 32 bits.
+// Ten thousand cameras need about 8 MB and some 700,000 nodes.
 constexpr std::size_t kMaxDocumentBytes = 16u << 20;
 constexpr int kMaxNesting = 256;
-constexpr int kMaxElements = 500'000;  // each is some 150 bytes of tree
-constexpr int kMaxAttributes = 64;     // of one element; the host's have a dozen
+constexpr int kMaxNodes = 1'000'000;  // elements, attributes, comments and the like
+constexpr int kMaxAttributes = 64;    // of one element; the host's have a dozen
 
 enum class ParseOutcome {
   Parsed,
   Empty,     // no bytes, or a null pointer
   TooLarge,  // above kMaxDocumentBytes
   TooDeep,   // nested above kMaxNesting
-  TooManyElements,
+  TooManyNodes,
   TooManyAttributes,
   Unreadable,  // not XML
 };

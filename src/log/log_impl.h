@@ -1,4 +1,5 @@
 // The file logger: appends to one file in the working directory.
+// Threads: any that hold its mutex.
 #pragma once
 
 #include <fstream>

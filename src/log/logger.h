@@ -1,4 +1,5 @@
 // The interface of the file logger, which stands beside the host's log.
+// Threads: any; a writer holds the logger's mutex.
 #pragma once
 
 #include <memory>

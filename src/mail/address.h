@@ -1,4 +1,5 @@
 // The address filter: everything that goes into a header or to the transfer program passes it.
+// Threads: any; nothing is shared.
 #pragma once
 
 #include <string>

@@ -1,4 +1,5 @@
 // One prepared attachment of a message, or the note that tells why there is none.
+// Threads: a plain value, its owner's.
 #pragma once
 
 #include <string>

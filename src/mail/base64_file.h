@@ -3,6 +3,7 @@
 // Standard: RFC 2045 base64 with the alphabet of RFC 4648, 57 bytes (76 characters) a line. Lines
 //           end in a bare LF, and a padded last line in nothing at all: receivers accept both, and
 //           a movie is a hundred kilobytes shorter for it.
+// Threads:  any; no state.
 #pragma once
 
 #include "mail/notify_file.h"

@@ -1,4 +1,5 @@
 // A file to read from: what an attachment is encoded from.
+// Threads: one at a time; the worker's.
 #pragma once
 
 #include <cstddef>

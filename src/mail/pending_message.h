@@ -1,4 +1,5 @@
 // One composed message: what its transfer, and every retry of it, needs to know.
+// Threads: the worker's.
 #pragma once
 
 #include <cstdint>

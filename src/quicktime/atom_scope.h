@@ -3,6 +3,7 @@
 // Standard: QuickTime File Format, "Atoms". The scope writes the type, and fills in the length when
 //           it closes; what is written meanwhile, other atoms among it, is the content. So code
 //           nests as the file does and no length is ever worked out by hand.
+// Threads: one at a time: those of the movie writer that owns it.
 #pragma once
 
 #include <cstddef>

@@ -2,6 +2,7 @@
 //
 // Standards: ITU-T H.264, 7.2 (bits), 9.1 (Exp-Golomb codes) and 7.4.1 (emulation prevention bytes,
 //            which are skipped when asked for); ISO/IEC 14496-2 has plain bits only.
+// Threads: one at a time: those of the movie writer that owns it.
 // Errors:    stick. Past the end, or at a code longer than 32 bits, everything reads as 0 and Ok is
 //            false; it is asked once, at the end.
 #pragma once

@@ -1,4 +1,5 @@
 // A stretch of bytes that somebody else owns.
+// Threads: a plain value, its owner's.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,6 @@
 // Grows a stretch of big-endian bytes, the order of every number in a QuickTime file.
 //
+// Threads: one at a time: those of the movie writer that owns it.
 // Errors: memory exhaustion only (std::bad_alloc, std::length_error).
 #pragma once
 

@@ -2,6 +2,7 @@
 //
 // Standard: ISO/IEC 14496-1, 8.3.3. Lengths are written in the expanded form of four bytes, which
 //           every player reads (some only that one). The scope fills the length in when it closes.
+// Threads: one at a time: those of the movie writer that owns it.
 #pragma once
 
 #include <cstddef>

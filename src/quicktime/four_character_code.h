@@ -1,4 +1,5 @@
 // The four characters by which QuickTime names atoms, formats and brands.
+// Threads: a plain value, its owner's.
 #pragma once
 
 #include <cstdint>

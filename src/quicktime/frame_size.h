@@ -1,4 +1,5 @@
 // Width and height of a picture in pixels; 0 x 0 is not known.
+// Threads: a plain value, its owner's.
 #pragma once
 
 #include <cstdint>

@@ -2,6 +2,7 @@
 //
 // Standard: ITU-T H.264, 7.4.1 (unit types) and Annex B (byte stream): units follow start codes of
 //           three bytes; a fourth zero in front, and zeros behind a unit, are padding.
+// Threads: any; no state.
 // Errors:   none. What stands before the first start code is no unit; a unit that is cut off is
 //           what there is of it.
 #pragma once

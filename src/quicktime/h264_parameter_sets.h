@@ -7,6 +7,7 @@
 // sets there meet them in the order of the stream. (A repeated picture set is among them: decoders
 // forget it when its sequence set changes.)
 //
+// Threads: one at a time: those of the movie writer that owns it.
 // Errors: a set that cannot be read is not held.
 #pragma once
 

@@ -18,7 +18,7 @@ std::unique_ptr<H264Samples> H264Samples::From(ByteView firstFrame) {
   }
   if (!sets.Complete()) return nullptr;
   sets.LimitGrowth(kGrowth);
-  return std::unique_ptr<H264Samples>(new H264Samples(std::move(sets)));
+  return std::make_unique<H264Samples>(std::move(sets));
 }
 
 bool H264Samples::AppendFrame(ByteView frame, OutputFile& file) {

@@ -1,6 +1,7 @@
 // What a movie needs to know of H.264 parameter sets.
 //
 // Standard: ITU-T H.264, 7.3.2.1.1 (sequence parameter set) and 7.3.2.2 (picture parameter set).
+// Threads: any; no state.
 // Errors:   a set that is cut off or out of range is none (std::nullopt).
 #pragma once
 

@@ -23,6 +23,7 @@
 // The index stands in front so that a player can begin before it has the whole file. Versions are 0
 // throughout, and there is neither an empty edit nor an empty table: players refuse or misread
 // them.
+// Threads: any; no state.
 #pragma once
 
 #include <cstddef>

@@ -1,6 +1,7 @@
 // The headers in front of the first picture of MPEG-4 part 2 video.
 //
 // Standard: ISO/IEC 14496-2, 6.2.1 (start codes), 6.2.2 (object sequence), 6.2.3 (object layer).
+// Threads: any; no state.
 #pragma once
 
 #include "quicktime/byte_view.h"

@@ -9,7 +9,7 @@ namespace quicktime {
 std::unique_ptr<Mpeg4Samples> Mpeg4Samples::From(ByteView firstFrame) {
   Mpeg4Headers headers;
   if (!FindMpeg4Headers(firstFrame, headers)) return nullptr;
-  return std::unique_ptr<Mpeg4Samples>(new Mpeg4Samples(headers));
+  return std::make_unique<Mpeg4Samples>(headers);
 }
 
 bool Mpeg4Samples::AppendFrame(ByteView frame, OutputFile& file) {

@@ -4,6 +4,7 @@
 // Owns:    the descriptor and, until Commit, a file of another name beside the path: a half-written
 //          movie never has the name that others look for. It goes with the object.
 // Limits:  one block of memory (kBlock) while open, whatever the length of the movie.
+// Threads: one at a time: those of the movie writer that owns it.
 // Errors:  Open answers with errno; all else throws std::system_error. After a throw only Discard
 //          and destruction are left.
 // Durability: nothing is forced to the disk. The file is read back by this very process and removed

@@ -1,4 +1,5 @@
 // Video that is stored as it comes, under the code it was announced with.
+// Threads: one at a time: those of the movie writer that owns it.
 #pragma once
 
 #include "quicktime/sample_format.h"

@@ -1,6 +1,7 @@
 // The video sample description that all formats have in common.
 //
 // Standard: QuickTime File Format, "Video sample description".
+// Threads: one at a time: those of the movie writer that owns it.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
 // How the frames of one kind of coded video become the samples of a movie.
+// Threads: one at a time: those of the movie writer that owns it.
 #pragma once
 
 #include <cstddef>

@@ -4,6 +4,7 @@
 // All samples lie behind each other from one place of the file on, in chunks of equally many, as
 // players read a chunk at a time. How many is fixed beforehand, so that the size of the index is
 // known before the samples are.
+// Threads: one at a time: those of the movie writer that owns it.
 #pragma once
 
 #include <cstdint>

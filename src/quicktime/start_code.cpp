@@ -41,10 +41,16 @@ __attribute__((target("sse2"))) const std::uint8_t* SkipBlocks(const std::uint8_
   return next;
 }
 
+bool HasBlocks() {
+  static const bool has = __builtin_cpu_supports("sse2") != 0;
+  return has;
+}
+
 }  // namespace
 
 const std::uint8_t* FindStartCode(const std::uint8_t* begin, const std::uint8_t* end) {
-  for (const std::uint8_t* next = SkipBlocks(begin, end); end - next > kBehind; ++next) {
+  for (const std::uint8_t* next = HasBlocks() ? SkipBlocks(begin, end) : begin;
+       end - next > kBehind; ++next) {
     if (next[0] == 0 && next[1] == 0 && next[2] == 1) return next;
   }
   return end;

@@ -1,8 +1,9 @@
 // Finds the byte pattern 00 00 01, with which both H.264 (ITU-T H.264, Annex B) and MPEG-4 part 2
 // (ISO/IEC 14496-2) begin their units.
 //
-// Every byte of a clip passes through here, so the search runs at the speed of memory. It wants the
-// SSE2 instructions, which every x86 processor since 2003 has, also in a 32-bit process.
+// Every byte of a clip passes through here, so the search runs at the speed of memory where the
+// processor has the SSE2 instructions.
+// Threads: any; no state.
 #pragma once
 
 #include <cstddef>

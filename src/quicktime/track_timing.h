@@ -1,4 +1,5 @@
 // The clocks of a movie whose samples all last equally long.
+// Threads: any; no state.
 #pragma once
 
 #include <cstdint>

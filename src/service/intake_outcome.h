@@ -1,5 +1,6 @@
 // What an operation under the intake mutex leaves to be done once the mutex is free: log lines to
 // write, notifications to queue, frames to give back to the host.
+// Threads: one at a time; a local of the operation.
 #pragma once
 
 #include "log/deferred_log.h"

@@ -1,5 +1,6 @@
 // Fills a work item from what is known at the time of the event: profile, configuration, document.
 //
+// Threads: the host's Write paths.
 // Locks: called under the intake mutex.
 #pragma once
 

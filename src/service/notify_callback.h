@@ -1,5 +1,6 @@
 // A parked notification: what its clips call when they are complete, and what the tick releases
 // when they take too long.
+// Threads: the host's Write paths, under the intake mutex.
 #pragma once
 
 #include <cstdint>

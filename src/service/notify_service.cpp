@@ -1,6 +1,7 @@
 #include "service/notify_service.h"
 
 #include <new>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -84,16 +85,25 @@ void NotifyService::SaveAndPublish() {
     publishDue_ = true;
     if (std::exchange(publishing_, true)) return;
   }
-  while (const auto config = NextToPublish()) {
-    const auto document = BuildNotifyDocument(*config);
-    bool spared = false;
-    {
-      MutexLock lock(intakeMutex_);
-      spared = std::exchange(spareFile_, false);
-    }
-    if (!spared) SaveConfigFile(kConfigFile, *document);
-    SendHostDocument(host_, HostCommand::ConfigDocument, PrintDocument(*document));
+  try {
+    while (const auto config = NextToPublish()) SaveAndPublish(*config);
+  } catch (...) {
+    // The next change makes up for this one.
+    MutexLock lock(intakeMutex_);
+    publishing_ = false;
+    throw;
   }
+}
+
+void NotifyService::SaveAndPublish(const NotifyConfig& config) {
+  const auto document = BuildNotifyDocument(config);
+  bool spared = false;
+  {
+    MutexLock lock(intakeMutex_);
+    spared = std::exchange(spareFile_, false);
+  }
+  if (!spared) SaveConfigFile(kConfigFile, *document);
+  SendHostDocument(host_, HostCommand::ConfigDocument, PrintDocument(*document));
 }
 
 std::shared_ptr<const NotifyConfig> NotifyService::NextToPublish() {

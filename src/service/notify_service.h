@@ -66,6 +66,7 @@ class NotifyService : public IStatusReceiver {
   // leaves it to that one, which then does it once more: no lock is held while the host is called,
   // and what goes out last is the newest.
   void SaveAndPublish() EXCLUDES(intakeMutex_);
+  void SaveAndPublish(const NotifyConfig& config) EXCLUDES(intakeMutex_);
   std::shared_ptr<const NotifyConfig> NextToPublish() EXCLUDES(intakeMutex_);
   void ChangeNotification(const TiXmlElement& root) EXCLUDES(intakeMutex_);
   void TakeSystemDocument(const TiXmlElement& root) EXCLUDES(intakeMutex_);

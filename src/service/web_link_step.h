@@ -1,4 +1,5 @@
 // What a notification's "{weblink}" becomes.
+// Threads: the worker's. Locks: none.
 #pragma once
 
 #include <string>

@@ -2,6 +2,7 @@
 //
 // Held by shared pointer: the waiting list, the queue and the worker may have it at once. Filled by
 // the event intake; once it is queued only the worker touches it.
+// Threads: the intake's under its mutex until it is queued, the worker's from then on.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
 // One video source of a notification, as attachment preparation gets it.
+// Threads: as the notification that holds it.
 #pragma once
 
 #include <memory>

@@ -5,8 +5,8 @@
 //          longer changes may be read from any thread.
 // Limits:  bytes, and 20 pictures for a stream of still images; the oldest whole group leaves
 // first. Errors:  a frame that does not fit is refused in silence. Only memory exhaustion throws,
-// and
-//          leaves totals and frames in agreement.
+// and leaves
+//          totals and frames in agreement.
 #pragma once
 
 #include <cstdint>

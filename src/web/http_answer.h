@@ -5,9 +5,8 @@
 //           and does not cut the body.
 // Owns:     the bytes of the answer, at most kHttpAnswerLimit.
 // Threads:  one at a time.
-// Errors:   std::runtime_error with the text that the administrator reads in the log. Time linear
-// in
-//           the length of the answer, however it is cut into pieces.
+// Errors:   std::runtime_error with the text that the administrator reads in the log.
+// Cost:     linear in the length of the answer, however it is cut into pieces.
 // Not here: sockets (http_get.h).
 #pragma once
 

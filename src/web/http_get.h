@@ -24,9 +24,9 @@ constexpr std::chrono::milliseconds kHttpDeadline{10000};
 // Asks for the path, sent unchanged, and returns the body of the answer.
 //
 // Throws std::runtime_error: "Unable to connect to endpoint" when no address of the host accepted a
-// connection in time, and the texts of HttpAnswer. Throws boost::system::system_error when the
-// look- up, writing or reading failed (the end of the stream inside the header is such an error) or
-// the deadline passed meanwhile (timed_out). The connection is closed on every path.
+// connection in time, and the texts of HttpAnswer. Throws boost::system::system_error when
+// resolving, writing or reading failed (the end of the stream inside the header is such an error)
+// or the deadline passed meanwhile (timed_out). The connection is closed on every path.
 std::string HttpGet(const WebServerAddress& address, const std::string& path,
                     std::chrono::milliseconds deadline = kHttpDeadline);
 

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <boost/system/system_error.hpp>
+#include <cstring>
 #include <exception>
 #include <limits>
 #include <optional>
+#include <string_view>
 
 #include "base/base64.h"
 #include "log/host_log.h"
@@ -77,6 +79,17 @@ std::optional<std::string> AskWebServer(const WebServerAddress& address, const W
   return std::nullopt;
 }
 
+// A server's id as it is, but for what would end the URL or its query in the mail.
+std::string InUrl(const std::string& id) {
+  std::string text;
+  for (const char c : id) {
+    const auto byte = static_cast<unsigned char>(c);
+    const bool endsUrl = byte <= ' ' || byte >= 0x7F || std::strchr("\"<>#;", c) != nullptr;
+    text += endsUrl ? PercentEncode(std::string_view(&c, 1)) : std::string(1, c);
+  }
+  return text;
+}
+
 }  // namespace
 
 std::string BuildWebLink(const WebLinkEvent& event, const std::string& webServerAddress,
@@ -112,9 +125,8 @@ std::string BuildWebLink(const WebLinkEvent& event, const std::string& webServer
   const std::string search = login.newerSearchFormat
                                  ? NewerSearch(cameras, window)
                                  : OlderSearch(login.serverIdEscaped, cameras, window);
-  std::string link = "http://" + address.hostPort +
-                     "/advanced.web?s=" + PercentEncode(login.serverId) + ";#" +
-                     Base64Encode(search.data(), search.size());
+  std::string link = "http://" + address.hostPort + "/advanced.web?s=" + InUrl(login.serverId) +
+                     ";#" + Base64Encode(search.data(), search.size());
   return link;
 }
 

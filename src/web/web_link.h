@@ -41,8 +41,9 @@ using WebFetch =
 // The link, or one of "[Not a Video Source Event]", "[No Valid Web Server Address]",
 // "[Web Server Unreachable]", "[Invalid Web Server Version]", "[Tavrix System Not Found]" and
 // "[Connected to Web Server]" (there is no camera to search). The address is what the administrator
-// typed; link and log lines name it without its scheme. A server id that could not stand in a URL
-// as it is (blanks, quotes, "&") is percent-encoded there. An empty fetch means HttpGet.
+// typed; link and log lines name it without its scheme. What would end the URL or its query
+// (blanks, quotes, "#") is percent-encoded in the server id; all else of it stands as it is. An
+// empty fetch means HttpGet.
 std::string BuildWebLink(const WebLinkEvent& event, const std::string& webServerAddress,
                          const std::string& systemSerial, const std::vector<SourceId>& cameras,
                          const WebLinkLog& log, const WebFetch& fetch = {});

@@ -43,6 +43,10 @@ TEST(ParseDocument, BoundsNestingHoweverItIsWritten) {
   EXPECT_EQ(Outcome("<a><1 " + Repeat("</ ", 100000) + ">" + starts), ParseOutcome::Unreadable);
   EXPECT_EQ(Outcome("<a><?xml version=\"" + ends + "\"?>" + starts), ParseOutcome::Unreadable);
   EXPECT_EQ(Outcome("<a b=x<!-- >" + starts + "-->"), ParseOutcome::Unreadable);
+  EXPECT_EQ(Outcome("<?pi ><r>" + starts + "?>"), ParseOutcome::TooDeep);
+  EXPECT_EQ(Outcome("<?xml ><r>" + starts + "?>"), ParseOutcome::TooDeep);
+  EXPECT_EQ(Outcome("<?xml version=\"?><!-- \" ?><r>" + starts + "-->"), ParseOutcome::Unreadable);
+  EXPECT_EQ(Outcome("<!--><![CDATA[ --><r>" + starts + "]]>"), ParseOutcome::TooDeep);
   // Width is no depth.
   EXPECT_EQ(Outcome("<a>" + Repeat("<b c='>'/>", 10000) + "</a>"), ParseOutcome::Parsed);
 }
@@ -57,8 +61,13 @@ TEST(ParseDocument, BoundsTheAttributesOfAnElement) {
   EXPECT_EQ(Outcome(element(kMaxAttributes + 1)), ParseOutcome::TooManyAttributes);
 }
 
-TEST(ParseDocument, BoundsTheElementsOfADocument) {
-  EXPECT_EQ(Outcome("<a>" + Repeat("<b/>", kMaxElements) + "</a>"), ParseOutcome::TooManyElements);
+TEST(ParseDocument, BoundsTheNodesOfADocument) {
+  for (const char* node : {"<b/>", "x<!>", "<!---->"}) {
+    EXPECT_EQ(Outcome("<a>" + Repeat(node, kMaxNodes) + "</a>"), ParseOutcome::TooManyNodes)
+        << node;
+  }
+  EXPECT_EQ(Outcome("<a>" + Repeat("<b c='' d='' e=''/>", kMaxNodes / 4) + "</a>"),
+            ParseOutcome::TooManyNodes);
 }
 
 TEST(ParseDocument, NeedsNoTerminatorAndSkipsAByteOrderMark) {

@@ -92,7 +92,7 @@ class WebLinkTest(RoadTest):
         server = self.start_web_server("--system", "B-2", "1", "M",
                                        "--system", SERIAL, 'id "7"&é')
         timeline, link = self.deliver("HTTPS://" + server.address, motion(*CAMERAS))
-        self.assertEqual(self.decode(link, server.address, "id%20%227%22%26%c3%a9"), {
+        self.assertEqual(self.decode(link, server.address, "id%20%227%22&%c3%a9"), {
             "searchServerId": 'id "7"&é',
             "searchCameraIds": list(CAMERAS),
             "searchStart": (EVENT_TIME - BEFORE) * 1000,

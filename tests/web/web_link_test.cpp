@@ -80,7 +80,7 @@ TEST_F(WebLinkTest, AnEmptyWindowIsOneMinute) {
 TEST_F(WebLinkTest, AHostileIdStaysInItsPlaceInBothTexts) {
   EXPECT_EQ(
       Build({true, 1, 2}, R"({"list":[{"serial":"A1","id":"a\"],\\ <&;#\n"}]})", {{5}}, "camhost"),
-      Link("camhost", "a%22%5d%2c%5c%20%3c%26%3b%23%0a",
+      Link("camhost", "a%22],\\%20%3c&%3b%23%0a",
            R"({"searchServerId":"a\"],\\ <&;#\n","searchCameraIds":[5],)"
            R"("searchStart":1000,"searchEnd":2000,"mode":"search","quality":7,"size":100})"));
 }

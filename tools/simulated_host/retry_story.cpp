@@ -94,7 +94,8 @@ void RetryStory::Try(double seconds, const std::string& file) {
        {RetryChange::What::Tried, file, "", message->attempts, seconds - message->since, 0});
 }
 
-void RetryStory::Leave(double seconds, Position message, RetryChange::What what, const char* why) {
+void RetryStory::Leave(double seconds, const Position& message, RetryChange::What what,
+                       const char* why) {
   if (message == queue_.end()) return;
   RetryChange change{what, message->file, why, message->attempts, seconds - message->since, 0};
   queue_.erase(message);

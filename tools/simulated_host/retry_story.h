@@ -33,7 +33,7 @@ class RetryStory : public TimelinePrinter {
   void Follow(double seconds, const std::string& line);
   void Queue(double seconds);
   void Try(double seconds, const std::string& file);
-  void Leave(double seconds, Position message, RetryChange::What what, const char* why);
+  void Leave(double seconds, const Position& message, RetryChange::What what, const char* why);
   Position Find(const std::string& file);
   void Tell(double seconds, RetryChange change);
 
