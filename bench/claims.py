@@ -139,7 +139,7 @@ SECTIONS: dict[str, list[Row]] = {
         microseconds("cutting 30 groups", "clip_cut:cut/30", None),
         microseconds("cutting 300 groups", "clip_cut:cut/300", 1000),
     ],
-    "Movie of a 40 MiB H.264 clip": [
+    "Movie of a 42 MiB H.264 clip": [
         microseconds("fwrite of its bytes, 1 MiB pieces", "movie_writer:fwrite", None),
         # At least 0.7 of the speed.
         ratio("movie writer : that", "movie_writer:write", "movie_writer:fwrite", 1.43),

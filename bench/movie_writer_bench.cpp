@@ -1,4 +1,4 @@
-// An H.264 clip of about 40 MiB made into a movie, beside what writing its bytes takes and beside
+// An H.264 clip of about 42 MiB made into a movie, beside what writing its bytes takes and beside
 // the program that people use for it. All write into the same folder, to a file that was not there
 // before; nothing waits for the disk itself.
 //
@@ -156,7 +156,7 @@ void Ffmpeg(benchmark::State& state) {
 }  // namespace tvx::bench
 
 int main(int argc, char** argv) {
-  // As often as each other: the system finds pages for a file faster just after it gave some back.
+  // As often as each other: a run that follows one of its own kind is faster, fwrite's several times.
   using tvx::bench::kRuns;
   benchmark::RegisterBenchmark("write", tvx::bench::Write)->Iterations(kRuns)->UseManualTime();
   benchmark::RegisterBenchmark("fwrite", tvx::bench::Fwrite)->Iterations(kRuns)->UseManualTime();
