@@ -59,7 +59,7 @@ def check_movie(path, camera, run, videos):
     # The clip lasts from the arrival of its first frame to that of its last one, which a machine
     # under load may have fed late.
     slack = frame + run.late[stream_of(camera)]
-    require(abs(duration - len(frames) * frame) <= slack,
+    require(abs(duration - (len(frames) - 1) * frame) <= slack,
             f"{name} lasts {duration} s for {len(frames)} frames")
 
     sheet = path.with_suffix(".png")
