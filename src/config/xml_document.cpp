@@ -23,8 +23,8 @@ constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 // could hide levels from the count, so it is refused as unreadable.
 class MarkupScan {
  public:
-  // The text is terminated.
-  explicit MarkupScan(const char* text) : at_(text) {}
+  // The text is terminated; the library reads to its first NUL.
+  explicit MarkupScan(const char* text) : at_(text), end_(text + std::strlen(text)) {}
 
   ParseOutcome Run() {
     while ((at_ = std::strchr(at_, '<')) != nullptr) {
@@ -55,13 +55,17 @@ class MarkupScan {
     }
   }
 
-  bool Begins(const char* mark) const { return std::strncmp(at_, mark, std::strlen(mark)) == 0; }
+  bool Begins(std::string_view mark) const {
+    return std::strncmp(at_, mark.data(), mark.size()) == 0;
+  }
 
   // Skips behind the end of a construct that begins here with the mark.
-  ParseOutcome SkipBehind(const char* mark, const char* end) {
-    at_ = std::strstr(at_ + std::strlen(mark), end);
-    if (at_ == nullptr) return ParseOutcome::Unreadable;
-    at_ += std::strlen(end);
+  ParseOutcome SkipBehind(std::string_view mark, std::string_view end) {
+    at_ += mark.size();
+    const std::size_t length =
+        std::string_view(at_, static_cast<std::size_t>(end_ - at_)).find(end);
+    if (length == std::string_view::npos) return ParseOutcome::Unreadable;
+    at_ += length + end.size();
     return ParseOutcome::Parsed;
   }
 
@@ -104,10 +108,11 @@ class MarkupScan {
     return ParseOutcome::Unreadable;
   }
 
-  static constexpr const char* kComment = "<!--";
-  static constexpr const char* kCdata = "<![CDATA[";
+  static constexpr std::string_view kComment = "<!--";
+  static constexpr std::string_view kCdata = "<![CDATA[";
 
   const char* at_;
+  const char* const end_;
   int depth_ = 0;
   int nodes_ = 0;
 };
