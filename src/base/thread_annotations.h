@@ -16,4 +16,3 @@
 #define ACQUIRE(...) TVX_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define RELEASE(...) TVX_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
 #define RETURN_CAPABILITY(mutex) TVX_THREAD_ATTRIBUTE(lock_returned(mutex))
-#define NO_THREAD_SAFETY_ANALYSIS TVX_THREAD_ATTRIBUTE(no_thread_safety_analysis)

@@ -12,6 +12,7 @@
 #include <memory>
 #include <utility>
 
+#include "base/file.h"
 #include "config/notify_reader.h"
 #include "config/xml_document.h"
 
@@ -19,11 +20,6 @@ namespace tvx {
 namespace {
 
 constexpr mode_t kPrivate = S_IRUSR | S_IWUSR;
-
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, CloseFile>;
 
 mode_t ModeOf(const std::string& path) {
   struct stat status {};

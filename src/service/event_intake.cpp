@@ -1,13 +1,11 @@
 #include "service/event_intake.h"
 
 #include <memory>
-#include <string>
 #include <utility>
 #include <vector>
 
 #include "base/clock.h"
 #include "config/event_types.h"
-#include "config/source_text.h"
 #include "service/notification_builder.h"
 #include "service/notify_callback.h"
 #include "video/video_source.h"

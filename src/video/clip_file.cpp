@@ -2,18 +2,14 @@
 
 #include <cstdio>
 #include <exception>
-#include <memory>
 #include <optional>
 
+#include "base/file.h"
 #include "log/host_log.h"
 #include "quicktime/movie_writer.h"
 
 namespace tvx {
 namespace {
-
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
 
 std::optional<quicktime::FourCharacterCode> MovieCode(std::int32_t encoderStandard) {
   switch (encoderStandard) {
@@ -72,7 +68,7 @@ bool WriteMovie(AttachmentFile& file, const VideoBuffer& contents, HostServiceEn
 }
 
 bool WritePicture(const AttachmentFile& file, const VideoFrame& frame) {
-  std::unique_ptr<std::FILE, CloseFile> picture(std::fopen(file.path.c_str(), "w+b"));
+  File picture(std::fopen(file.path.c_str(), "w+b"));
   if (!picture) return false;
   const std::size_t written = std::fwrite(frame.Payload(), 1, frame.PayloadLength(), picture.get());
   const bool closed = std::fclose(picture.release()) == 0;
