@@ -1,6 +1,7 @@
 #include "config/xml_document.h"
 
 #include <algorithm>
+#include <array>
 #include <boost/locale/utf.hpp>
 #include <cctype>
 #include <cstdlib>
@@ -14,6 +15,16 @@ namespace {
 
 // Some editors put it in front of UTF-8; it is no part of the document.
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+// The characters that mean something within a tag; all others are passed over without a look.
+constexpr std::array<bool, 256> TagMarks() {
+  std::array<bool, 256> marks{};
+  for (const char mark : {'\0', '<', '>', '/', '=', '"', '\''}) {
+    marks[static_cast<unsigned char>(mark)] = true;
+  }
+  return marks;
+}
+constexpr std::array<bool, 256> kTagMarks = TagMarks();
 
 // Looks at the markup before the library does, without recursion, and refuses what it could not
 // survive: it recurses once a level, and looks every attribute up among all those before it.
@@ -91,7 +102,10 @@ class MarkupScan {
   // Skips a start or end tag, quoted values in it included. An empty one ("/>") nests nothing.
   ParseOutcome TakeTag() {
     int attributes = 0;
-    for (at_ += 2; *at_ != '\0' && *at_ != '<'; ++at_) {
+    at_ += 2;
+    for (;; ++at_) {
+      while (!kTagMarks[static_cast<unsigned char>(*at_)]) ++at_;
+      if (*at_ == '\0' || *at_ == '<') return ParseOutcome::Unreadable;
       if (*at_ == '>') return ParseOutcome::Parsed;
       if (*at_ == '/' && at_[1] == '>') {
         --depth_;
@@ -105,7 +119,6 @@ class MarkupScan {
       at_ = std::strchr(at_ + 1, *at_);
       if (at_ == nullptr) return ParseOutcome::Unreadable;
     }
-    return ParseOutcome::Unreadable;
   }
 
   static constexpr std::string_view kComment = "<!--";
@@ -124,15 +137,26 @@ void KeepWhiteSpace() {
   static_cast<void>(kept);
 }
 
+// A word at a time: nearly all documents have nothing else, and the host waits for the answer.
+bool IsAscii(const std::string& text) {
+  std::size_t at = 0;
+  std::uint32_t bits = 0;
+  for (std::uint32_t word = 0; at + sizeof(word) <= text.size(); at += sizeof(word)) {
+    std::memcpy(&word, text.data() + at, sizeof(word));
+    bits |= word;
+  }
+  for (; at < text.size(); ++at) bits |= static_cast<unsigned char>(text[at]);
+  return (bits & 0x80808080u) == 0;
+}
+
 // Text that is not UTF-8 is read byte by byte, so that it comes through as it is: read as UTF-8, a
 // stray 8-bit byte would swallow the reference behind it, and one at the end would take the library
 // past the terminator.
 TiXmlEncoding EncodingOf(const std::string& text) {
   using Traits = boost::locale::utf::utf_traits<char>;
+  if (IsAscii(text)) return TIXML_ENCODING_UTF8;
   for (auto at = text.begin(); at != text.end();) {
-    if (static_cast<signed char>(*at) >= 0) {
-      ++at;
-    } else if (!boost::locale::utf::is_valid_codepoint(Traits::decode(at, text.end()))) {
+    if (!boost::locale::utf::is_valid_codepoint(Traits::decode(at, text.end()))) {
       return TIXML_ENCODING_LEGACY;
     }
   }
