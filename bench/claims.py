@@ -149,6 +149,10 @@ SECTIONS: dict[str, list[Row]] = {
         microseconds("curl alone, same message", "whole_road:curl", None),
         ratio("plug-in : that", "whole_road:plugin", "whole_road:curl", 1.7),
         ratio("plug-in : ffmpeg, then s-nail", "whole_road:plugin", "whole_road:pipeline", 1),
+        microseconds("writing as many bytes", "whole_road:write", None),
+        microseconds("on the disk: curl alone", "whole_road_disk:curl", None),
+        ratio("on the disk: plug-in : that", "whole_road_disk:plugin", "whole_road_disk:curl", None),
+        microseconds("on the disk: writing as many bytes", "whole_road_disk:write", None),
     ],
 }
 

@@ -7,8 +7,10 @@
             that it was delivered; makes the movie, composes the message and runs curl
   curl      curl alone, with the plug-in's arguments and the message that the plug-in composed
   pipeline  ffmpeg -c copy of the clip's elementary stream into a .mov, then s-nail
+  write     a new file as long as the movie and the message together: what the work folder's file
+            system asks for it, as the roads differ in what they write
 
-Elapsed time, as most of the road is waiting for other programs. The three take turns. The results
+Elapsed time, as most of the road is waiting for other programs. They take turns. The results
 are of the form that Google Benchmark writes.
 """
 import contextlib
@@ -176,6 +178,19 @@ def kept_message(host, folder):
     return arguments
 
 
+def written(size, folder):
+    """Seconds that a new file of this size takes."""
+    path = folder / "written"
+    block = bytes(MIB // 2)
+    begin = time.monotonic()
+    with open(path, "wb", buffering=0) as file:
+        for _ in range(size // len(block)):
+            file.write(block)
+    seconds = time.monotonic() - begin
+    path.unlink()
+    return seconds
+
+
 def measure(build, smtp_sink, folder):
     subprocess.run(MAKE_CLIP, cwd=folder, check=True)
     size = (folder / "clip.h264").stat().st_size
@@ -190,7 +205,8 @@ def measure(build, smtp_sink, folder):
         bare = [curl, *kept_message(host, folder)[1:]]
         pipeline = ["sh", "-c", PIPELINE.format(port=port)]
         roads = {"plugin": lambda: host.seconds(curl), "curl": lambda: timed(bare, folder),
-                 "pipeline": lambda: timed(pipeline, folder)}
+                 "pipeline": lambda: timed(pipeline, folder),
+                 "write": lambda: written(size + (folder / "message").stat().st_size, folder)}
         turns = list(roads) * ROUNDS
         random.Random(1).shuffle(turns)
         return [(road, roads[road]()) for road in turns]
