@@ -1,5 +1,6 @@
 // Real sockets on the loopback: what a web server may do to us, and how long we let it.
 #include <gtest/gtest.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <resolv.h>
 #include <sys/socket.h>
@@ -59,6 +60,7 @@ TEST(HttpGet, SendsFiveLinesInOneWriteAndReturnsTheBody) {
 }
 
 TEST(HttpGet, LooksUpNamesAndTriesEachAddressInTurn) {
+  if (::gethostbyname("localhost") == nullptr) GTEST_SKIP() << "\"localhost\" has no address here";
   ScriptedServer server("HTTP/1.0 200 OK\r\n\r\nbody");
   EXPECT_EQ(HttpGet(ParseWebServerAddress("localhost:" + server.Port()), "/"), "body");
 }
