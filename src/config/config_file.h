@@ -9,8 +9,11 @@
 #include <string>
 
 #include "config/notify_config.h"
+#include "config/xml_document.h"
 
 namespace tvx {
+
+class NotifyReadObserver;
 
 constexpr const char* kConfigFile = "notify.xml";
 
@@ -24,12 +27,16 @@ enum class LoadOutcome {
 struct ConfigDocument {
   LoadOutcome outcome = LoadOutcome::Missing;
   std::unique_ptr<TiXmlDocument> document;
+  // Why the file is rejected. Without a text when that is the markup and positions are not tracked.
+  ParseFault fault;
 };
-ConfigDocument ReadConfigFile(const std::string& path);
+ConfigDocument ReadConfigFile(const std::string& path, Positions positions = Positions::None);
 
 // Takes a file's document into the configuration. One that is rejected leaves it as it was. Neither
 // the name of the root nor its attributes matter.
 LoadOutcome TakeConfigDocument(const ConfigDocument& file, NotifyConfig& config);
+LoadOutcome TakeConfigDocument(const ConfigDocument& file, NotifyConfig& config,
+                               NotifyReadObserver& observer);
 
 // Keeps a rejected file beside its place under a name of its own (".rejected" behind it), so that
 // the next save does not destroy what an administrator may want to mend. False when that failed.

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <utility>
 
+#include "base/input_limits.h"
+
 namespace tvx {
 namespace {
 
@@ -39,13 +41,24 @@ class MarkupScan {
 
   ParseOutcome Run() {
     while ((at_ = std::strchr(at_, '<')) != nullptr) {
+      markup_ = at_;
       const ParseOutcome outcome = TakeMarkup();
       if (outcome != ParseOutcome::Parsed) return outcome;
     }
     return ParseOutcome::Parsed;
   }
 
+  // Of the markup that was refused.
+  const char* Place() const { return markup_; }
+  // What made it unreadable.
+  const char* What() const { return what_; }
+
  private:
+  ParseOutcome Unreadable(const char* what) {
+    what_ = what;
+    return ParseOutcome::Unreadable;
+  }
+
   ParseOutcome TakeMarkup() {
     switch (const auto first = static_cast<unsigned char>(at_[1])) {
       case '!':
@@ -54,12 +67,12 @@ class MarkupScan {
         if (Begins(kCdata)) return SkipBehind(kCdata, "]]>");
         return SkipBehind("<!", ">");
       case '?':
-        return depth_ == 0 ? SkipDeclaration() : ParseOutcome::Unreadable;
+        return depth_ == 0 ? SkipDeclaration() : Unreadable("a declaration is inside an element");
       case '/':
-        return --depth_ < 0 ? ParseOutcome::Unreadable : TakeTag();
+        return --depth_ < 0 ? Unreadable("an end tag has no start tag") : TakeTag();
       default:
         if (std::isalpha(first) == 0 && first != '_' && first < 127) {
-          return ParseOutcome::Unreadable;
+          return Unreadable("a \"<\" begins no tag");
         }
         if (++nodes_ > kMaxNodes) return ParseOutcome::TooManyNodes;
         return ++depth_ > kMaxNesting ? ParseOutcome::TooDeep : TakeTag();
@@ -75,7 +88,7 @@ class MarkupScan {
     at_ += mark.size();
     const std::size_t length =
         std::string_view(at_, static_cast<std::size_t>(end_ - at_)).find(end);
-    if (length == std::string_view::npos) return ParseOutcome::Unreadable;
+    if (length == std::string_view::npos) return Unreadable("a comment or the like has no end");
     at_ += length + end.size();
     return ParseOutcome::Parsed;
   }
@@ -86,7 +99,7 @@ class MarkupScan {
     char quote = '\0';
     for (at_ += 2; *at_ != '\0' && *at_ != '<'; ++at_) {
       if (*at_ == '>') {
-        if (quote != '\0') return ParseOutcome::Unreadable;
+        if (quote != '\0') return Unreadable(kOpenDeclaration);
         ++at_;
         return ParseOutcome::Parsed;
       }
@@ -96,7 +109,7 @@ class MarkupScan {
         quote = *at_;
       }
     }
-    return ParseOutcome::Unreadable;
+    return Unreadable(kOpenDeclaration);
   }
 
   // Skips a start or end tag, quoted values in it included. An empty one ("/>") nests nothing.
@@ -105,7 +118,7 @@ class MarkupScan {
     at_ += 2;
     for (;; ++at_) {
       while (!kTagMarks[static_cast<unsigned char>(*at_)]) ++at_;
-      if (*at_ == '\0' || *at_ == '<') return ParseOutcome::Unreadable;
+      if (*at_ == '\0' || *at_ == '<') return Unreadable("a tag has no \">\"");
       if (*at_ == '>') return ParseOutcome::Parsed;
       if (*at_ == '/' && at_[1] == '>') {
         --depth_;
@@ -117,15 +130,18 @@ class MarkupScan {
       }
       if (*at_ != '"' && *at_ != '\'') continue;
       at_ = std::strchr(at_ + 1, *at_);
-      if (at_ == nullptr) return ParseOutcome::Unreadable;
+      if (at_ == nullptr) return Unreadable("the quotes around a value are not closed");
     }
   }
 
   static constexpr std::string_view kComment = "<!--";
   static constexpr std::string_view kCdata = "<![CDATA[";
+  static constexpr const char* kOpenDeclaration = "a declaration has no end";
 
   const char* at_;
   const char* const end_;
+  const char* markup_ = at_;
+  const char* what_ = nullptr;
   int depth_ = 0;
   int nodes_ = 0;
 };
@@ -163,29 +179,52 @@ TiXmlEncoding EncodingOf(const std::string& text) {
   return TIXML_ENCODING_UTF8;
 }
 
+// As the library counts: a line ends with CR, LF or both.
+ParseFault FaultAt(const std::string& text, const char* place, const char* what) {
+  ParseFault fault{what, 1, 1};
+  for (const char* at = text.c_str(); at != place; ++at) {
+    const bool endsLine = *at == '\n' || (*at == '\r' && at[1] != '\n');
+    fault.row += endsLine ? 1 : 0;
+    fault.column = endsLine ? 1 : fault.column + 1;
+  }
+  return fault;
+}
+
+ParseFault LibraryFault(const TiXmlDocument& document) {
+  std::string what = "the XML library says: ";
+  return {what + document.ErrorDesc(), document.ErrorRow(), document.ErrorCol()};
+}
+
 }  // namespace
 
 const TiXmlElement* ParsedDocument::Root() const {
   return document == nullptr ? nullptr : document->FirstChildElement("tDVR");
 }
 
-ParsedDocument ParseDocument(const char* text, std::size_t length) {
+ParsedDocument ParseDocument(const char* text, std::size_t length, Positions positions) {
   ParsedDocument parsed;
   if (text == nullptr || length == 0) return parsed;
   if (length > kMaxDocumentBytes) {
     parsed.outcome = ParseOutcome::TooLarge;
     return parsed;
   }
+  const bool isTracked = positions == Positions::Tracked;
   const std::string copy(text, length);
-  parsed.outcome = MarkupScan(copy.c_str()).Run();
-  if (parsed.outcome != ParseOutcome::Parsed) return parsed;
+  MarkupScan scan(copy.c_str());
+  parsed.outcome = scan.Run();
+  if (parsed.outcome != ParseOutcome::Parsed) {
+    const char* reason = RefusalReason(parsed.outcome);
+    if (isTracked) parsed.fault = FaultAt(copy, scan.Place(), reason ? reason : scan.What());
+    return parsed;
+  }
   KeepWhiteSpace();
   auto document = std::make_unique<TiXmlDocument>();
-  document->SetTabSize(0);  // nobody asks for rows and columns here, and counting them costs
+  document->SetTabSize(isTracked ? 1 : 0);
   const bool marked = copy.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0;
   document->Parse(copy.c_str() + (marked ? kByteOrderMark.size() : 0), nullptr, EncodingOf(copy));
   if (document->Error()) {
     parsed.outcome = ParseOutcome::Unreadable;
+    if (isTracked) parsed.fault = LibraryFault(*document);
     return parsed;
   }
   parsed.document = std::move(document);

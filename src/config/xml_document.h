@@ -2,9 +2,7 @@
 //
 // Standard: XML 1.0, as far as TinyXML goes.
 // Threads:  any; nothing is shared.
-// Limits:   those below. TinyXML recurses once a level, on the host's stack; its time grows with the
-//           square of an element's attributes, and its memory with every node, to many times the
-//           text.
+// Limits:   size, nodes, nesting and attributes, see base/input_limits.h.
 // Not here: what the documents mean.
 #pragma once
 
@@ -18,12 +16,6 @@
 
 namespace tvx {
 
-// Ten thousand cameras need about 8 MB and some 700,000 nodes.
-constexpr std::size_t kMaxDocumentBytes = 16u << 20;
-constexpr int kMaxNesting = 256;
-constexpr int kMaxNodes = 1'000'000;  // elements, attributes, comments and the like
-constexpr int kMaxAttributes = 64;    // of one element; the host's have a dozen
-
 enum class ParseOutcome {
   Parsed,
   Empty,     // no bytes, or a null pointer
@@ -34,16 +26,28 @@ enum class ParseOutcome {
   Unreadable,  // not XML
 };
 
+// Whether nodes, attributes and faults know their row and column in the text. Counting costs time.
+enum class Positions { None, Tracked };
+
+// Why and where a document was refused, for people. Filled only when positions are tracked.
+struct ParseFault {
+  std::string text;  // a clause, as "one of its tags is not closed"
+  int row = 0;       // from 1; 0 is nowhere in particular
+  int column = 0;
+};
+
 // Parses length bytes, which need no terminator and are copied. The document is null unless the
 // outcome is Parsed. White space in texts is kept, but a text of nothing else reads as none.
 struct ParsedDocument {
   ParseOutcome outcome = ParseOutcome::Empty;
   std::unique_ptr<TiXmlDocument> document;
+  ParseFault fault;
 
   // The "tDVR" root of a parsed document, else null.
   const TiXmlElement* Root() const;
 };
-ParsedDocument ParseDocument(const char* text, std::size_t length);
+ParsedDocument ParseDocument(const char* text, std::size_t length,
+                             Positions positions = Positions::None);
 
 // What to tell an administrator about a document that was refused for its size or shape; null for
 // outcomes that are ignored without a word.

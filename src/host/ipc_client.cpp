@@ -2,12 +2,14 @@
 
 #include <algorithm>
 
+#include "base/input_limits.h"
+
 namespace tvx {
 namespace ipc {
 
 void LineBuffer::Append(const char* bytes, std::size_t length) {
   const std::size_t unread = bytes_.size() - start_;
-  bytes_.append(bytes, std::min(length, kMaxUnread - std::min(unread, kMaxUnread)));
+  bytes_.append(bytes, std::min(length, kMaxUnreadOutput - std::min(unread, kMaxUnreadOutput)));
 }
 
 bool LineBuffer::TakeLine(std::string& line) {

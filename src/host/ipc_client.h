@@ -2,8 +2,8 @@
 //
 // Owns:    what the program wrote and nobody has read yet.
 // Threads: any, under its own mutex. The channel's mutex, when needed too, is taken first.
-// Limits:  kMaxUnread bytes per stream; what a program writes beyond that, faster than it is read,
-//          is dropped, so that an endlessly talking program cannot eat the host's memory.
+// Limits:  kMaxUnreadOutput bytes per stream (base/input_limits.h), so that an endlessly talking
+//          program cannot eat the host's memory.
 // Not here: starting programs and routing their reports (process_channel.h).
 #pragma once
 
@@ -19,8 +19,6 @@ namespace ipc {
 // Bytes of one output stream, taken out line by line. Not locked: its client's mutex covers it.
 class LineBuffer {
  public:
-  static constexpr std::size_t kMaxUnread = 4u << 20;
-
   void Append(const char* bytes, std::size_t length);
 
   // Takes the next line, without its line feed and without a carriage return before that.

@@ -46,28 +46,35 @@ void SetState(ipc::client& program, ipc::State state, std::uint32_t value) {
   program.changed.NotifyAll();
 }
 
-// Sends one message, split into chunks where that is allowed: only standard input may be.
-bool Send(const ProcessChannel::Sender* sender, std::uint32_t request, std::uint32_t kind,
-          std::uint32_t word, const char* payload, std::size_t length) {
+// A chunk of a request that is not known yet.
+ChunkMemory MakeChunk(std::uint32_t kind, std::uint32_t word, std::string_view payload) {
+  const auto size = static_cast<std::uint32_t>(payload.size() + sizeof(ChunkHeader));
+  ChunkMemory chunk(std::malloc(size));
+  if (chunk == nullptr) throw std::bad_alloc();
+  const ChunkHeader header{size, 0, kind, word};
+  std::memcpy(chunk.get(), &header, sizeof(header));
+  payload.copy(static_cast<char*>(chunk.get()) + sizeof(header), payload.size());
+  return chunk;
+}
+
+// Hands a chunk to the sender, whose it then is, whatever the answer.
+bool Send(const ProcessChannel::Sender* sender, std::uint32_t request, ChunkMemory chunk) {
   if (sender == nullptr) return false;
-  if (length > kMaxPayload && kind != kInput) return false;
-  for (;;) {
-    const std::size_t part = std::min(length, kMaxPayload);
-    const auto size = static_cast<std::uint32_t>(part + sizeof(ChunkHeader));
-    void* chunk = std::malloc(size);
-    if (chunk == nullptr) throw std::bad_alloc();
-    const ChunkHeader header{size, request, kind, word};
-    std::memcpy(chunk, &header, sizeof(header));
-    if (part > 0) std::memcpy(static_cast<char*>(chunk) + sizeof(header), payload, part);
-    // The chunk is the host's from here on, whatever it answers.
-    if (!(*sender)(chunk, size)) return false;
-    length -= part;
-    if (length == 0) return true;
-    payload += part;
-  }
+  ChunkHeader header{};
+  std::memcpy(&header, chunk.get(), sizeof(header));
+  header.request = request;
+  std::memcpy(chunk.get(), &header, sizeof(header));
+  return (*sender)(chunk.release(), header.size);
 }
 
 }  // namespace
+
+ProgramInput::ProgramInput(std::string_view bytes) {
+  do {
+    chunks_.push_back(MakeChunk(kInput, kStandardInput, bytes.substr(0, kMaxPayload)));
+    bytes.remove_prefix(std::min(bytes.size(), kMaxPayload));
+  } while (!bytes.empty());
+}
 
 void ProcessChannel::Register(std::uint32_t module, Sender sender) {
   std::shared_ptr<const Sender> installed;
@@ -86,20 +93,20 @@ std::shared_ptr<ipc::client> ProcessChannel::RunProgram(const std::vector<std::s
   {
     MutexLock lock(mutex_);
     std::uint32_t request = 0;
-    // The table is filled after the send and reports take the same mutex, so a report can never
-    // find its program missing.
-    if (closed_ || !describable || !ChooseRequest(request)) {
+    const bool fits = description.size() <= kMaxPayload;  // only input may be split
+    if (closed_ || !describable || !fits || !ChooseRequest(request)) {
       SetState(*program, ipc::State::Failed, 0);
       return program;
     }
     lastRequest_ = request;
     program->request = request;
-    if (!Send(sender_.get(), request, kLaunch, kLaunchFlags, description.data(),
-              description.size())) {
+    ChunkMemory launch = MakeChunk(kLaunch, kLaunchFlags, description);
+    const auto entry = pending_.emplace(request, program).first;
+    if (!Send(sender_.get(), request, std::move(launch))) {
+      pending_.erase(entry);
       SetState(*program, ipc::State::Failed, 0);
       return program;
     }
-    pending_.emplace(request, program);
   }
   MutexLock lock(program->mutex);
   while (program->state == ipc::State::Requested) program->changed.Wait(program->mutex);
@@ -118,13 +125,16 @@ bool ProcessChannel::ChooseRequest(std::uint32_t& request) const {
   return false;
 }
 
-bool ProcessChannel::WriteInput(const ipc::client& program, const char* bytes, std::size_t length) {
+bool ProcessChannel::WriteInput(const ipc::client& program, ProgramInput input) {
   std::shared_ptr<const Sender> sender;
   {
     MutexLock lock(mutex_);
     sender = sender_;
   }
-  return Send(sender.get(), program.request, kInput, kStandardInput, bytes, length);
+  for (ChunkMemory& chunk : input.chunks_) {
+    if (!Send(sender.get(), program.request, std::move(chunk))) return false;
+  }
+  return true;
 }
 
 bool ProcessChannel::Receive(const void* chunk, std::uint32_t length) {

@@ -15,10 +15,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/mutex.h"
@@ -26,6 +28,25 @@
 #include "host/ipc_client.h"
 
 namespace tvx {
+
+// A chunk until it is sent.
+struct FreeChunk {
+  void operator()(void* chunk) const { std::free(chunk); }
+};
+using ChunkMemory = std::unique_ptr<void, FreeChunk>;
+
+// What a program is to read on its standard input, in chunks that are ready to be sent: once the
+// program runs and waits for it, no memory is needed that might not be there.
+// Threads: its owner's.
+class ProgramInput {
+ public:
+  // In as many chunks as needed; no bytes are one empty chunk.
+  explicit ProgramInput(std::string_view bytes);
+
+ private:
+  friend class ProcessChannel;
+  std::vector<ChunkMemory> chunks_;
+};
 
 class ProcessChannel {
  public:
@@ -38,14 +59,12 @@ class ProcessChannel {
   // Launches a program and waits until the host reports it running, failed or finished, however
   // long that takes; Close ends the wait. The first argument is the program's path. The launch has
   // failed when the returned client is in state Failed; an argument that holds a NUL byte, which
-  // separates arguments on the wire, fails too.
+  // separates arguments on the wire, fails too. After an exception no program has been launched.
   std::shared_ptr<ipc::client> RunProgram(const std::vector<std::string>& arguments)
       EXCLUDES(mutex_);
 
-  // Sends bytes to the program's standard input, in as many chunks as needed; no bytes are one
-  // empty chunk. False when the host refused a chunk.
-  bool WriteInput(const ipc::client& program, const char* bytes, std::size_t length)
-      EXCLUDES(mutex_);
+  // Sends this to the program's standard input. False when the host refused a chunk.
+  bool WriteInput(const ipc::client& program, ProgramInput input) EXCLUDES(mutex_);
 
   // Takes one report of the host. False when it was ignored: no such program, or no such kind.
   bool Receive(const void* chunk, std::uint32_t length) EXCLUDES(mutex_);

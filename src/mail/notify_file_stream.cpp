@@ -1,6 +1,8 @@
 #include "mail/notify_file_stream.h"
 
 #include <boost/filesystem.hpp>
+#include <cerrno>
+#include <cstdio>
 #include <exception>
 
 #include "log/host_log.h"
@@ -61,12 +63,8 @@ bool NotifyFileStreamImpl::createDirectory(const std::string& path) {
 }
 
 bool NotifyFileStreamImpl::remove(const std::string& path) {
-  try {
-    fs::remove(path);
-    return true;
-  } catch (const std::exception&) {
-    return false;
-  }
+  // Without memory, as files are removed when there is none. One that is not there is as good.
+  return std::remove(path.c_str()) == 0 || errno == ENOENT;
 }
 
 }  // namespace tvx

@@ -1,8 +1,12 @@
 #include "mail/notify_helper.h"
 
 #include <memory>
+#include <new>
 #include <optional>
 #include <utility>
+
+#include "base/input_limits.h"
+#include "log/host_log.h"
 
 namespace tvx {
 namespace {
@@ -21,6 +25,18 @@ bool HasFailed(ipc::client& program) {
   return program.state == ipc::State::Failed;
 }
 
+// Reads until the program has ended, or memory has: what it says goes to the log only.
+void ReadOutput(ipc::client& program, std::vector<std::string>& lines) {
+  try {
+    for (std::string line; ReadLine(program, OutputStream::Output, line);) {
+      // Copied, as a line's memory may be that of all the channel keeps.
+      if (lines.size() < kMaxOutputLines) lines.emplace_back(line, 0, kLogLineSize);
+    }
+  } catch (const std::bad_alloc&) {
+    return;
+  }
+}
+
 }  // namespace
 
 void NotifyHelper::ReportStatus(std::int32_t profileId, ProfileStatus status) {
@@ -29,12 +45,13 @@ void NotifyHelper::ReportStatus(std::int32_t profileId, ProfileStatus status) {
 
 bool NotifyHelper::RunTransfer(const std::vector<std::string>& arguments, const std::string& input,
                                std::int32_t& exitValue, std::vector<std::string>& lines) {
+  // Once the program runs nothing may fail any more: what became of the message must be known, or
+  // it would be sent again.
+  ProgramInput preparedInput(input);
   const std::shared_ptr<ipc::client> program = channel_.RunProgram(arguments);
   if (HasFailed(*program)) return false;
-  channel_.WriteInput(*program, input.data(), input.size());
-  for (std::string line; ReadLine(*program, OutputStream::Output, line);) {
-    if (lines.size() < kMaxOutputLines) lines.push_back(std::move(line));
-  }
+  channel_.WriteInput(*program, std::move(preparedInput));
+  ReadOutput(*program, lines);
   const std::optional<std::uint32_t> raw = WaitForEnd(*program);
   if (!raw) return false;
   exitValue = static_cast<std::int32_t>(((*raw << 8) & 0xFFFFu) | ((*raw >> 8) & 0xFFu));

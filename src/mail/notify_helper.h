@@ -40,14 +40,11 @@ class NotifyHelper {
   // launched, or the plug-in was stopped before its end. The exit value is the raw wait status with
   // its two low bytes exchanged: a normal exit gives its code, an end by signal 256 times the
   // signal. lines gets what the program wrote to its standard output, at most kMaxOutputLines of
-  // it.
+  // it, each cut to what a log line takes.
   virtual bool RunTransfer(const std::vector<std::string>& arguments, const std::string& input,
                            std::int32_t& exitValue, std::vector<std::string>& lines);
 
   HostServiceEntry Host() const { return host_; }
-
-  // More than a transfer ever says; a program that talks without end is not kept.
-  static constexpr std::size_t kMaxOutputLines = 1000;
 
   // Messages ever queued for retry. Part of message file names, which makes them unique.
   std::uint32_t messageCounter = 0;

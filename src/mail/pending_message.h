@@ -16,7 +16,7 @@ struct PendingMessage {
   std::string path;                     // the message file
   std::string profileDescription;
   std::int32_t profileId = 0;
-  std::vector<SmtpServer> servers;  // as they were when the message was queued
+  std::vector<SmtpServer> servers;  // as they were when the event came
   std::uint32_t firstAttempt = 0;   // tick when the message was queued
   std::uint32_t lastAttempt = 0;    // tick of the latest attempt of the retry queue
   std::uint32_t size = 0;           // bytes

@@ -27,6 +27,25 @@ Messages::iterator Drop(NotifyHelper& helper, Messages::iterator message) {
   return helper.queue.erase(message);
 }
 
+// Takes a message out of the queue, and its file away, when the scope ends.
+class DiscardedWithScope {
+ public:
+  DiscardedWithScope(NotifyHelper& helper, INotifyFileStream& stream, Messages::iterator message)
+      : helper_(helper), stream_(stream), message_(message) {}
+  ~DiscardedWithScope() {
+    stream_.remove(message_->path);
+    helper_.retryInterval = kFirstInterval;
+    Drop(helper_, message_);
+  }
+  DiscardedWithScope(const DiscardedWithScope&) = delete;
+  DiscardedWithScope& operator=(const DiscardedWithScope&) = delete;
+
+ private:
+  NotifyHelper& helper_;
+  INotifyFileStream& stream_;
+  const Messages::iterator message_;
+};
+
 void PushOutOldest(NotifyHelper& helper, std::int32_t maxQueue, INotifyFileStream& stream) {
   const PendingMessage& oldest = helper.queue.front();
   HostLog(kModuleId, helper.Host(), LogLevel::Information,
@@ -61,15 +80,10 @@ bool MakeRoom(NotifyHelper& helper, INotifyFileStream& stream) {
   return available >= kFreeSpaceThreshold && stream.space(DataDirectory()) >= kFreeSpaceThreshold;
 }
 
-// What became of one attempt: true when the message leaves the queue.
+// Whether the message leaves the queue after this attempt.
 bool IsFinished(NotifyHelper& helper, const PendingMessage& message, SendResult result,
                 std::uint32_t now, std::int32_t maxRetrySeconds) {
-  if (result == SendResult::Sent) {
-    HostLog(kModuleId, helper.Host(), LogLevel::Information,
-            "Retry for notification file (%s) suceeded.", message.path.c_str());
-    helper.ReportStatus(message.profileId, ProfileStatus::Delivered);
-    return true;
-  }
+  if (result == SendResult::Sent) return true;
   const std::int64_t age = now - message.firstAttempt;
   if (result == SendResult::Retry && age < std::int64_t{maxRetrySeconds} * 1000) return false;
   HostLog(kModuleId, helper.Host(), LogLevel::Information,
@@ -81,9 +95,9 @@ bool IsFinished(NotifyHelper& helper, const PendingMessage& message, SendResult 
 
 }  // namespace
 
-void EnqueueForRetry(NotifyHelper& helper, PendingMessage message,
-                     const std::vector<SmtpServer>& servers, std::int32_t maxQueue,
-                     INotifyFileStream& stream) {
+void EnqueueForRetry(NotifyHelper& helper, std::list<PendingMessage> newMessage,
+                     std::int32_t maxQueue, INotifyFileStream& stream) {
+  PendingMessage& message = newMessage.front();
   if (!helper.queue.empty() && maxQueue <= static_cast<std::int64_t>(helper.queue.size())) {
     PushOutOldest(helper, maxQueue, stream);
   }
@@ -100,8 +114,7 @@ void EnqueueForRetry(NotifyHelper& helper, PendingMessage message,
   if (helper.queue.empty()) helper.nextRetry = now + kFirstInterval;
   message.firstAttempt = now;
   message.lastAttempt = now;
-  message.servers = servers;
-  helper.queue.push_back(std::move(message));
+  helper.queue.splice(helper.queue.end(), newMessage);
   if (helper.untried == helper.queue.end()) --helper.untried;
   ++helper.messageCounter;
 }
@@ -128,9 +141,13 @@ bool RetryPass(NotifyHelper& helper, INotifyFileStream& stream, std::int32_t max
           "Retrying failed notification for file %s", message->path.c_str());
   const SendResult result = SendMessage(*message, message->servers, helper);
   if (!IsFinished(helper, *message, result, now, maxRetrySeconds)) return true;
-  stream.remove(message->path);
-  helper.retryInterval = kFirstInterval;
-  Drop(helper, message);
+  // Also when the report fails: a message that was sent and stayed would be sent again.
+  const DiscardedWithScope discarded(helper, stream, message);
+  if (result == SendResult::Sent) {
+    HostLog(kModuleId, helper.Host(), LogLevel::Information,
+            "Retry for notification file (%s) suceeded.", message->path.c_str());
+    helper.ReportStatus(message->profileId, ProfileStatus::Delivered);
+  }
   return true;
 }
 

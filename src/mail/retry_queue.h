@@ -9,21 +9,20 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
+#include <list>
 
-#include "config/smtp_server.h"
 #include "mail/notify_file_stream.h"
 #include "mail/notify_helper.h"
 #include "mail/pending_message.h"
 
 namespace tvx {
 
-// Queues a message whose send failed for now. Pushes out the oldest one when maxQueue are queued,
+// Queues the one message of the list, whose send failed for now, without an allocation that could
+// fail: what may be sent later is not lost. Pushes out the oldest one when maxQueue are queued,
 // and large ones when the volume of the spool is nearly full; when that does not help, the new
 // message itself is discarded with its file.
-void EnqueueForRetry(NotifyHelper& helper, PendingMessage message,
-                     const std::vector<SmtpServer>& servers, std::int32_t maxQueue,
-                     INotifyFileStream& stream);
+void EnqueueForRetry(NotifyHelper& helper, std::list<PendingMessage> newMessage,
+                     std::int32_t maxQueue, INotifyFileStream& stream);
 
 // Tries at most one message; true when it tried one. One that keeps failing is discarded at the
 // first attempt made at least maxRetrySeconds after it was queued.

@@ -6,6 +6,7 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <boost/smart_ptr/make_unique.hpp>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -33,21 +34,22 @@ int OutputFile::Open(const std::string& path) {
   const bool exists = ::stat(path.c_str(), &found) == 0;
   if (!exists && errno != ENOENT) return errno;
 
-  std::string partial;
-  if (exists && !S_ISREG(found.st_mode)) {
+  // All memory first: once there is a file, it is certain that it can be removed.
+  const bool inPlace = exists && !S_ISREG(found.st_mode);
+  std::string partial = inPlace ? std::string() : PartialPath(path);
+  path_ = path;
+  if (buffer_ == nullptr) buffer_ = boost::make_unique_noinit<std::uint8_t[]>(kBlock);
+  if (inPlace) {
     // A device must not be replaced by a file; and a pipe without a reader must not stop us.
     descriptor_ = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK);
   } else {
-    partial = PartialPath(path);
     descriptor_ = ::open(partial.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW,
                          S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH);
   }
   if (descriptor_ < 0) return errno;
-  path_ = path;
-  partialPath_ = partial;
+  partialPath_.swap(partial);
   buffered_ = 0;
   written_ = 0;
-  if (buffer_ == nullptr) buffer_ = std::make_unique<std::uint8_t[]>(kBlock);
   return 0;
 }
 

@@ -1,15 +1,15 @@
 #include "service/notification_processing.h"
 
+#include <list>
 #include <utility>
 #include <vector>
 
-#include "config/templates.h"
 #include "log/host_log.h"
 #include "mail/composition.h"
 #include "mail/retry_queue.h"
 #include "mail/spool.h"
 #include "mail/transfer.h"
-#include "service/event_document.h"
+#include "service/message_text.h"
 #include "service/web_link_step.h"
 #include "video/attachment_preparation.h"
 
@@ -44,22 +44,6 @@ void OmitAttachmentsIfForbidden(NotifyWorkItem& item, const NotifyConfig& snapsh
           item.profile->description.c_str());
 }
 
-// What the message says, before its placeholders are replaced.
-MessageContent ContentOf(const NotifyWorkItem& item) {
-  const NotifyProfile& profile = *item.profile;
-  MessageContent content;
-  content.profileId = profile.ID;
-  content.from = profile.from;
-  content.to = profile.to;
-  content.cc = profile.cc;
-  content.bcc = profile.bcc;
-  content.subject = profile.subject;
-  content.body = item.isTest ? kTestMessage + ("\r\n" + profile.body) : profile.body;
-  content.eventSeconds = item.eventSeconds;
-  content.eventMilliseconds = static_cast<std::uint16_t>(item.eventMilliseconds);
-  return content;
-}
-
 bool ComposeAndClose(const MessageContent& content, const std::vector<AttachmentEntry>& group,
                      std::int32_t part, std::int32_t partCount, NotifyHelper& helper,
                      INotifyFileStream& stream, PendingMessage& pending) {
@@ -76,7 +60,9 @@ bool SendGroup(const NotifyWorkItem& item, const MessageContent& content,
                const std::vector<AttachmentEntry>& group, std::int32_t part, std::int32_t partCount,
                const NotifyConfig& snapshot, NotifyHelper& helper, INotifyFileStream& stream) {
   const char* profile = item.profile->description.c_str();
-  PendingMessage pending;
+  std::list<PendingMessage> message(1);  // as the retry queue takes it
+  PendingMessage& pending = message.front();
+  pending.servers = item.config->servers;
   pending.profileDescription = item.profile->description;
   pending.profileId = content.profileId;
   FilesOfScope messageFile(stream);
@@ -87,12 +73,11 @@ bool SendGroup(const NotifyWorkItem& item, const MessageContent& content,
             "Failed to prepare email notification file. (Profile Description: %s)", profile);
     return false;
   }
-  const SendResult result = SendMessage(pending, item.config->servers, helper);
+  const SendResult result = SendMessage(pending, pending.servers, helper);
   if (result == SendResult::Retry) {
     HostLog(kModuleId, helper.Host(), LogLevel::Error,
             "Failed to send notification using profile %s.  This message will be retried", profile);
-    EnqueueForRetry(helper, std::move(pending), item.config->servers, snapshot.MaxRetryQueue,
-                    stream);
+    EnqueueForRetry(helper, std::move(message), snapshot.MaxRetryQueue, stream);
     messageFile.Keep();  // the queue removes it
   }
   return result == SendResult::Sent;
@@ -118,10 +103,8 @@ void ProcessNotification(NotifyWorkItem& item, const NotifyConfig& snapshot, Not
   item.videos.clear();  // the frames are the host's again while the mail is on its way
 
   MessageContent content = ContentOf(item);
-  if (item.profile->usesPlaceholders) {
-    ExpandTemplates(
-        item.facts, [&] { return WebLinkFor(item, helper.Host()); }, content.subject, content.body);
-  }
+  ExpandTexts(
+      item, [&] { return WebLinkFor(item, helper.Host()); }, content.subject, content.body);
 
   const auto partCount = static_cast<std::int32_t>(groups.size());
   bool delivered = true;

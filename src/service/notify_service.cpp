@@ -112,10 +112,8 @@ std::shared_ptr<const NotifyConfig> NotifyService::NextToPublish() {
   return publishing_ ? state_.config : nullptr;
 }
 
-void NotifyService::Stop() {
-  auto stop = std::make_shared<NotifyWorkItem>();
-  stop->kind = NotifyWorkItem::Kind::Stop;
-  queue_.EnqueueFirst(std::move(stop));
+void NotifyService::Stop() noexcept {
+  queue_.EnqueueStop();
 }
 
 void NotifyService::RunWorker() {

@@ -40,7 +40,7 @@ class NotifyService : public IStatusReceiver {
   void Open() EXCLUDES(intakeMutex_);
 
   // Ends the worker at its next turn, before anything that is still queued.
-  void Stop();
+  void Stop() noexcept;
 
   // The worker loop. Returns after Stop.
   void RunWorker();

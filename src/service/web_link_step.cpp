@@ -1,7 +1,6 @@
 #include "service/web_link_step.h"
 
 #include "config/event_types.h"
-#include "web/web_link.h"
 
 namespace tvx {
 namespace {
@@ -15,14 +14,14 @@ bool MayHaveVideo(const NotifyWorkItem& item) {
 
 }  // namespace
 
-std::string WebLinkFor(const NotifyWorkItem& item, HostServiceEntry host) {
+std::string WebLinkFor(const NotifyWorkItem& item, HostServiceEntry host, const WebFetch& fetch) {
   WebLinkEvent event;
   // Without an address the reader is told so, whatever the event.
   event.fromVideoSource = item.config->webAddress.empty() || MayHaveVideo(item);
   event.windowStart = item.facts.eventTime - item.preTriggerSeconds;
   event.windowEnd = item.facts.eventTime + item.profile->MaxVideoSeconds;
   return BuildWebLink(event, item.config->webAddress, item.facts.serial, item.cameras,
-                      {kModuleId, host});
+                      {kModuleId, host}, fetch);
 }
 
 }  // namespace tvx

@@ -24,8 +24,9 @@ class WorkQueue {
   // Adds the items behind all others, in their order.
   void Enqueue(Items items) noexcept EXCLUDES(mutex_);
 
-  // Adds the stop item before all others.
-  void EnqueueFirst(Item stop) EXCLUDES(mutex_);
+  // Puts the stop item before all others. It is there from the start, so that the worker can be
+  // ended when there is no memory left.
+  void EnqueueStop() noexcept EXCLUDES(mutex_);
 
   // Waits for an item, however long that takes.
   Item Take() EXCLUDES(mutex_);
@@ -34,12 +35,15 @@ class WorkQueue {
   Item TakeWithin(boost::chrono::milliseconds wait) EXCLUDES(mutex_);
 
  private:
-  void Splice(Items items, bool first) EXCLUDES(mutex_);
+  static Item MakeStop();
+  bool HasNone() const REQUIRES(mutex_) { return items_.empty() && !stopDue_; }
   Item PopFront() REQUIRES(mutex_);
 
+  const Item stop_ = MakeStop();
   Mutex mutex_;
   ConditionVariable added_;
   Items items_ GUARDED_BY(mutex_);
+  bool stopDue_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace tvx

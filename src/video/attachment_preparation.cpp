@@ -74,7 +74,12 @@ AttachmentGroups PrepareVideoAttachments(const std::vector<AttachmentSource>& so
       groups.back().push_back({false, file.path, FailureText(path, file.error)});
       continue;
     }
-    onFile(file.path);
+    try {
+      onFile(file.path);
+    } catch (...) {
+      std::remove(file.path.c_str());  // nobody else knows of it
+      throw;
+    }
     groupBytes += contents.Bytes();
     if (sizeLimit != 0 && groupBytes > sizeLimit && !groups.back().empty()) {
       groups.emplace_back();

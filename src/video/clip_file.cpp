@@ -50,14 +50,14 @@ bool WriteMovie(AttachmentFile& file, const VideoBuffer& contents, HostServiceEn
     return false;
   }
   quicktime::MovieWriter movie;
-  if (const int error = movie.Open(file.path); error != 0) {
-    HostLog(kModuleId, host, LogLevel::Warning,
-            "Failed to open file \"%s\"for writing in QuickTime format. Error %d",
-            file.path.c_str(), error);
-    movie.Finish(0.0);
-    return false;
-  }
   try {
+    if (const int error = movie.Open(file.path); error != 0) {
+      HostLog(kModuleId, host, LogLevel::Warning,
+              "Failed to open file \"%s\"for writing in QuickTime format. Error %d",
+              file.path.c_str(), error);
+      movie.Finish(0.0);
+      return false;
+    }
     WriteFrames(movie, *code, contents);
     return true;
   } catch (const std::exception&) {

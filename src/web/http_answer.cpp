@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "base/input_limits.h"
+
 namespace tvx {
 namespace {
 

@@ -16,9 +16,6 @@
 
 namespace tvx {
 
-// Header and body together. A login answer is a few kilobytes, even with hundreds of systems.
-constexpr std::size_t kHttpAnswerLimit = 1024 * 1024;
-
 class HttpAnswer {
  public:
   // Takes the next bytes. Throws as soon as what has arrived makes the answer useless: "Invalid Get

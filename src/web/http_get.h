@@ -15,11 +15,10 @@
 #include <chrono>
 #include <string>
 
+#include "base/input_limits.h"
 #include "web/web_server_address.h"
 
 namespace tvx {
-
-constexpr std::chrono::milliseconds kHttpDeadline{10000};
 
 // Asks for the path, sent unchanged, and returns the body of the answer.
 //

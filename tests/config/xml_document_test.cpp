@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "base/input_limits.h"
+
 namespace tvx {
 namespace {
 

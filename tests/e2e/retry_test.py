@@ -229,11 +229,14 @@ class DiscardTest(RetryTest):
                                  "wait delivered 2")
         self.assert_said(timeline, road.INFORMATION, LIMIT_EXCEEDED.format(2),
                          PUSHED_OUT.format("Gate 1"))
-        self.assertEqual(self.changes(timeline), [
+        changes = self.changes(timeline)
+        self.assertEqual(changes[:4], [
             ("queued", message_file(1, 0)), ("queued", message_file(2, 1)),
-            ("queued", message_file(3, 2)), ("discarded", message_file(1, 0)),
+            ("queued", message_file(3, 2)), ("discarded", message_file(1, 0))])
+        # On a slow machine a round has begun before the third was queued, and its next comes first.
+        self.assertEqual(sorted(changes[4:]), [
             ("sent", message_file(2, 1)), ("sent", message_file(3, 2))])
-        self.assertEqual(self.subjects(), ["Subject: Alarm 2", "Subject: Alarm 3"])
+        self.assertEqual(sorted(self.subjects()), ["Subject: Alarm 2", "Subject: Alarm 3"])
         self.assertEqual(self.spool(), [])
 
     def test_configuration_change_clears_the_queue(self):

@@ -168,8 +168,10 @@ class HostRun:
     """A running host; its happenings can be read while it runs."""
 
     def __init__(self, arguments):
+        # A file, since nobody reads it before the end and a pipe might fill up.
+        self._errors = tempfile.TemporaryFile()
         self._process = subprocess.Popen(arguments, stdin=subprocess.DEVNULL,
-                                         stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+                                         stdout=subprocess.PIPE, stderr=self._errors)
         self._lines = []
 
     def read_until(self, wanted):
@@ -185,14 +187,17 @@ class HostRun:
 
     def finish(self):
         """Waits for the end. Returns timeline, exit status and what came on standard error."""
-        output, errors = self._process.communicate(timeout=2 * RUN_LIMIT)
+        output, _ = self._process.communicate(timeout=2 * RUN_LIMIT)
         self._lines += output.splitlines()
-        return Timeline(self._lines), self._process.returncode, errors.decode(errors="replace")
+        self._errors.seek(0)
+        errors = self._errors.read().decode(errors="replace")
+        return Timeline(self._lines), self._process.returncode, errors
 
     def kill(self):
         if self._process.poll() is None:
             self._process.kill()
         self._process.communicate()
+        self._errors.close()
 
 
 class RoadTest(unittest.TestCase):

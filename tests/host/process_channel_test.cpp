@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/input_limits.h"
 #include "host/host_entry.h"
 #include "support/fake_host.h"
 
@@ -106,7 +107,7 @@ TEST_F(ProcessChannelTest, SplitsInputAt65520Bytes) {
   const auto program = Running();
   for (const std::size_t length : {std::size_t{0}, std::size_t{65520}, std::size_t{65521}}) {
     const std::string input(length, 'i');
-    EXPECT_TRUE(channel_.WriteInput(*program, input.data(), input.size()));
+    EXPECT_TRUE(channel_.WriteInput(*program, ProgramInput(input)));
   }
   std::vector<std::size_t> sizes;
   for (const SentChunk& chunk : host_.Chunks()) {
@@ -117,7 +118,7 @@ TEST_F(ProcessChannelTest, SplitsInputAt65520Bytes) {
   }
   EXPECT_EQ(sizes, (std::vector<std::size_t>{0, 65520, 65520, 1}));
   refuse_ = true;
-  EXPECT_FALSE(channel_.WriteInput(*program, "x", 1));
+  EXPECT_FALSE(channel_.WriteInput(*program, ProgramInput("x")));
 }
 
 TEST_F(ProcessChannelTest, RequestIdentifiersWrapAndSkipPendingOnes) {
@@ -168,7 +169,7 @@ TEST_F(ProcessChannelTest, AnEndlesslyTalkingProgramIsCutNotKept) {
   Report(program->request, 5);
   const auto lines = AllLines(*program, OutputStream::Output);
   ASSERT_EQ(lines.size(), 1u);
-  EXPECT_EQ(lines[0].size(), ipc::LineBuffer::kMaxUnread);
+  EXPECT_EQ(lines[0].size(), kMaxUnreadOutput);
 }
 
 }  // namespace

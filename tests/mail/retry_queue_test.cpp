@@ -35,7 +35,8 @@ class RetryQueueTest : public testing::Test {
     message.profileId = 3;
     message.size = size;
     test::WriteFile(message.path, "mail");
-    EnqueueForRetry(helper_, message, {{"server of " + name, "a", 25, 0, "", ""}}, maxQueue, disk_);
+    message.servers = {{"server of " + name, "a", 25, 0, "", ""}};
+    EnqueueForRetry(helper_, {message}, maxQueue, disk_);
   }
 
   // Advances the clock and runs passes until one tries nothing; gives the names tried.

@@ -98,36 +98,57 @@ TEST(SendMessage, WithoutServersOrLaunchesThereIsNothingToRetry) {
 }
 
 // The real operation, with a host that plays the program.
-TEST(RunTransfer, ReportsTheWaitStatusWithItsBytesExchanged) {
-  struct Case {
-    std::uint32_t raw;
-    std::int32_t exitValue;
-  };
-  for (const Case& c : {Case{67 << 8, 67}, Case{9, 2304}, Case{0, 0}}) {
-    test::FakeHost host;
-    ProcessChannel channel;
-    channel.Register(kModuleId, [](void* chunk, std::uint32_t size) {
+class RunTransferTest : public testing::Test {
+ protected:
+  RunTransferTest() {
+    channel_.Register(kModuleId, [](void* chunk, std::uint32_t size) {
       HostRequest request{
           kHostRequestSize,  1, size, chunk, kModuleId, 0, HostCommand::ChannelMessage,
           PayloadKind::None, 0, 0,    0,     {}};
       HostReply reply{12, 1, 0};
       return test::FakeHost::Entry(&request, &reply) == 0;
     });
-    test::FakePrograms programs(host, [&](const std::string& chunk) {
-      channel.Receive(chunk.data(), static_cast<std::uint32_t>(chunk.size()));
-    });
-    programs.OnRun([&](const test::Arguments&) { return test::ProgramEnd{c.raw, "one\ntwo"}; });
-    test::IgnoredStatus owner;
-    NotifyHelper helper(owner, channel, &test::FakeHost::Entry);
-    std::int32_t exitValue = -1;
-    std::vector<std::string> lines;
-    EXPECT_TRUE(helper.RunTransfer({"./curl"}, "user = \"u:p\"", exitValue, lines));
-    EXPECT_EQ(exitValue, c.exitValue);
-    EXPECT_EQ(lines, (std::vector<std::string>{"one", "two"}));
-    EXPECT_EQ(host.Chunks().back().payload, "user = \"u:p\"");
-    channel.Close();
-    EXPECT_FALSE(helper.RunTransfer({"./curl"}, "", exitValue, lines));
   }
+
+  bool Run(const test::ProgramEnd& end) {
+    programs_.OnRun([end](const test::Arguments&) { return end; });
+    lines_.clear();
+    return helper_.RunTransfer({"./curl"}, "user = \"u:p\"", exitValue_, lines_);
+  }
+
+  test::FakeHost host_;
+  ProcessChannel channel_;
+  test::FakePrograms programs_{host_, [this](const std::string& chunk) {
+                                 channel_.Receive(chunk.data(),
+                                                  static_cast<std::uint32_t>(chunk.size()));
+                               }};
+  test::IgnoredStatus owner_;
+  NotifyHelper helper_{owner_, channel_, &test::FakeHost::Entry};
+  std::int32_t exitValue_ = -1;
+  std::vector<std::string> lines_;
+};
+
+TEST_F(RunTransferTest, ReportsTheWaitStatusWithItsBytesExchanged) {
+  struct Case {
+    std::uint32_t raw;
+    std::int32_t exitValue;
+  };
+  for (const Case& c : {Case{67 << 8, 67}, Case{9, 2304}, Case{0, 0}}) {
+    EXPECT_TRUE(Run({c.raw, "one\ntwo"}));
+    EXPECT_EQ(exitValue_, c.exitValue);
+    EXPECT_EQ(lines_, (std::vector<std::string>{"one", "two"}));
+    EXPECT_EQ(host_.Chunks().back().payload, "user = \"u:p\"");
+  }
+  channel_.Close();
+  EXPECT_FALSE(Run({}));
+}
+
+// Whole, these lines would be as much as the channel keeps of a program, again and again.
+TEST_F(RunTransferTest, OfATalkativeProgramThereRemainsWhatTheLogTakes) {
+  std::string output;
+  for (int i = 0; i < 1500; ++i) output += std::string(2000, 'x') + "\r\n";
+  EXPECT_TRUE(Run({7 << 8, output}));
+  EXPECT_EQ(lines_, std::vector<std::string>(1000, std::string(512, 'x')));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 
 #include "support/temporary_folder.h"
 
@@ -17,7 +18,7 @@ class Reader {
 
   std::uint64_t Number(std::size_t width) {
     std::uint64_t value = 0;
-    for (const unsigned char c : Take(width)) value = value << 8 | c;
+    for (const char c : Take(width)) value = value << 8 | static_cast<unsigned char>(c);
     return value;
   }
   std::uint32_t U32() { return static_cast<std::uint32_t>(Number(4)); }
@@ -278,7 +279,7 @@ std::vector<std::string> HeldSets(const MovieFile& movie, std::vector<std::strin
   if ((sequenceSets & 0xE0) != 0xE0) broken.push_back("reserved bits of avcC");
   for (std::uint64_t i = 0; i < (sequenceSets & 0x1F); ++i) {
     sets.push_back(in.Take(static_cast<std::size_t>(in.Number(2))));
-    if ((sets.back() + ' ')[0] != 0x67) broken.push_back("sequence set of avcC");
+    if (((sets.back() + ' ')[0] & 0x1F) != 7) broken.push_back("sequence set of avcC");
   }
   const std::size_t firstPictureSet = sets.size();
   for (std::uint64_t i = in.Number(1); i > 0; --i) {
@@ -290,8 +291,10 @@ std::vector<std::string> HeldSets(const MovieFile& movie, std::vector<std::strin
   } else if (start != std::string("\x01") + sets[0].substr(1, 3) + '\xFF') {
     broken.push_back("start of avcC");
   }
-  const bool isHigh = start.size() == 5 && static_cast<unsigned char>(start[1]) >= 100;
-  if (in.Left() != (isHigh ? 4U : 0U)) broken.push_back("end of avcC");
+  static const std::set<int> kWithChroma = {100, 110, 122, 144, 244, 44,  83,
+                                            86,  118, 128, 134, 135, 138, 139};
+  const int profile = start.size() == 5 ? static_cast<unsigned char>(start[1]) : 0;
+  if (in.Left() != (kWithChroma.count(profile) != 0 ? 4U : 0U)) broken.push_back("end of avcC");
   return sets;
 }
 
@@ -327,7 +330,7 @@ std::vector<std::string> BrokenFormatRules(const MovieFile& movie) {
     if (in.Take(2) != "\x20\x11") broken.push_back("kind of esds");
     in.Take(11);
     const std::string headers = in.Take(descriptor(5));
-    if (headers.empty() || movie.samples[0].compare(0, headers.size(), headers) != 0) {
+    if (headers.empty() || movie.samples[0].find(headers) == std::string::npos) {
       broken.push_back("headers of esds");
     }
     if (in.Take(in.Left()) != "\x06\x80\x80\x80\x01\x02"s) {

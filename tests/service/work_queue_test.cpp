@@ -17,10 +17,8 @@ WorkQueue::Item Notification(std::int32_t number) {
 TEST(WorkQueue, TheStopItemOvertakesEverything) {
   WorkQueue queue;
   queue.Enqueue({Notification(1), Notification(2)});
-  auto stop = Notification(0);
-  stop->kind = NotifyWorkItem::Kind::Stop;
-  queue.EnqueueFirst(stop);
-  EXPECT_EQ(queue.Take(), stop);
+  queue.EnqueueStop();
+  EXPECT_EQ(queue.Take()->kind, NotifyWorkItem::Kind::Stop);
   EXPECT_EQ(queue.Take()->eventSeconds, 1);
   EXPECT_EQ(queue.TakeWithin(boost::chrono::milliseconds(0))->eventSeconds, 2);
   EXPECT_EQ(queue.TakeWithin(boost::chrono::milliseconds(1)), nullptr);

@@ -85,7 +85,7 @@ void RunProgram() {
   const HostServiceEntry entry = ThePlugin().entry;
   const auto program = TheProcessChannel().RunProgram({"./program", "an argument", ""});
   const std::string input(kInputLength, 'x');
-  TheProcessChannel().WriteInput(*program, input.data(), input.size());
+  TheProcessChannel().WriteInput(*program, ProgramInput(input));
   std::size_t length = 0;
   std::string line;
   while (ReadLine(*program, OutputStream::Output, line)) length += line.size();

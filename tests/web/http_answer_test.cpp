@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/input_limits.h"
 #include "web/http_answer.h"
 
 namespace tvx {

@@ -1,0 +1,246 @@
+// The system's own names are defined here, so they must not be redirected to others.
+#undef _FORTIFY_SOURCE
+#undef _FILE_OFFSET_BITS
+
+#include "faults/fault_points.h"
+
+#include <dlfcn.h>
+#include <execinfo.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+#include <utility>
+
+namespace tvx::faults {
+namespace {
+
+// Zero-initialised, as memory is asked for before anything is constructed.
+thread_local bool inPlugin;
+std::atomic<bool> armed;
+std::atomic<Kind> armedKind;
+std::atomic<unsigned> left;
+std::atomic<bool> struck;
+std::atomic<bool> traced;
+
+void PrintTrace() {
+  void* frames[40];
+  const int count = backtrace(frames, 40);
+  backtrace_symbols_fd(frames, count, STDERR_FILENO);
+}
+
+bool IsDue(Kind kind) {
+  if (!inPlugin || !armed || armedKind != kind) return false;
+  if (left.fetch_sub(1) != 1) return false;
+  struck = true;
+  armed = false;
+  const InHost aside;
+  if (traced) PrintTrace();
+  return true;
+}
+
+// True, and errno set, when this call is to fail.
+bool Fails(Kind kind, int error) {
+  if (!IsDue(kind)) return false;
+  errno = error;
+  return true;
+}
+
+// The definition that is hidden by ours.
+template <typename Function>
+Function* Hidden(const char* name, Function* /*ours*/) {
+  const InHost aside;
+  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+void Arm(Kind kind, unsigned n) {
+  armedKind = kind;
+  left = n;
+  struck = false;
+  armed = true;
+}
+
+void Disarm() {
+  armed = false;
+}
+
+bool HasStruck() {
+  return struck;
+}
+
+void TraceStrike() {
+  traced = true;
+}
+
+InPlugin::InPlugin() : before_(std::exchange(inPlugin, true)) {}
+InPlugin::~InPlugin() {
+  inPlugin = before_;
+}
+
+InHost::InHost() : before_(std::exchange(inPlugin, false)) {}
+InHost::~InHost() {
+  inPlugin = before_;
+}
+
+}  // namespace tvx::faults
+
+using tvx::faults::Fails;
+using tvx::faults::Hidden;
+using tvx::faults::Kind;
+
+#define REPLACES extern "C" __attribute__((visibility("default")))
+
+#if defined(__SANITIZE_ADDRESS__)
+
+// The sanitizer's malloc stays; memory of ours is freed by its operator delete.
+REPLACES const char* __asan_default_options() {
+  return "alloc_dealloc_mismatch=0:detect_leaks=0";
+}
+
+void* operator new(std::size_t size) {
+  void* memory = Fails(Kind::Allocation, ENOMEM) ? nullptr : std::malloc(size == 0 ? 1 : size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+void* operator new[](std::size_t size) {
+  return operator new(size);
+}
+
+#else
+
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* memory, std::size_t size);
+}
+
+REPLACES void* malloc(std::size_t size) noexcept {
+  return Fails(Kind::Allocation, ENOMEM) ? nullptr : __libc_malloc(size);
+}
+REPLACES void* calloc(std::size_t count, std::size_t size) noexcept {
+  return Fails(Kind::Allocation, ENOMEM) ? nullptr : __libc_calloc(count, size);
+}
+REPLACES void* realloc(void* memory, std::size_t size) noexcept {
+  return Fails(Kind::Allocation, ENOMEM) ? nullptr : __libc_realloc(memory, size);
+}
+
+#endif
+
+// Writing.
+
+REPLACES ssize_t write(int descriptor, const void* bytes, std::size_t count) {
+  if (Fails(Kind::Write, ENOSPC)) return -1;
+  return Hidden("write", &write)(descriptor, bytes, count);
+}
+REPLACES ssize_t writev(int descriptor, const iovec* pieces, int count) {
+  if (Fails(Kind::Write, ENOSPC)) return -1;
+  return Hidden("writev", &writev)(descriptor, pieces, count);
+}
+REPLACES ssize_t pwrite(int descriptor, const void* bytes, std::size_t count, off_t at) {
+  if (Fails(Kind::Write, ENOSPC)) return -1;
+  return Hidden("pwrite", &pwrite)(descriptor, bytes, count, at);
+}
+REPLACES ssize_t pwrite64(int descriptor, const void* bytes, std::size_t count, off64_t at) {
+  if (Fails(Kind::Write, ENOSPC)) return -1;
+  return Hidden("pwrite64", &pwrite64)(descriptor, bytes, count, at);
+}
+
+// Opening. A mode is passed on whether there is one or not.
+
+#define REPLACE_OPEN(name)                              \
+  REPLACES int name(const char* path, int flags, ...) { \
+    std::va_list arguments;                             \
+    va_start(arguments, flags);                         \
+    const auto mode = va_arg(arguments, mode_t);        \
+    va_end(arguments);                                  \
+    if (Fails(Kind::Open, EMFILE)) return -1;           \
+    return Hidden(#name, &name)(path, flags, mode);     \
+  }
+#define REPLACE_OPENAT(name)                                        \
+  REPLACES int name(int folder, const char* path, int flags, ...) { \
+    std::va_list arguments;                                         \
+    va_start(arguments, flags);                                     \
+    const auto mode = va_arg(arguments, mode_t);                    \
+    va_end(arguments);                                              \
+    if (Fails(Kind::Open, EMFILE)) return -1;                       \
+    return Hidden(#name, &name)(folder, path, flags, mode);         \
+  }
+REPLACE_OPEN(open)
+REPLACE_OPEN(open64)
+REPLACE_OPENAT(openat)
+REPLACE_OPENAT(openat64)
+
+REPLACES int __openat64_2(int folder, const char* path, int flags) {
+  return openat64(folder, path, flags, mode_t{0});
+}
+REPLACES int mkdir(const char* path, mode_t mode) noexcept {
+  return Fails(Kind::Open, ENOSPC) ? -1 : Hidden("mkdir", &mkdir)(path, mode);
+}
+REPLACES std::FILE* fopen64(const char* path, const char* mode) {
+  return Fails(Kind::Open, EMFILE) ? nullptr : Hidden("fopen64", &fopen64)(path, mode);
+}
+
+namespace {
+
+int DescriptorOf(void* cookie) {
+  return static_cast<int>(reinterpret_cast<std::intptr_t>(cookie));
+}
+
+ssize_t WriteCookie(void* cookie, const char* bytes, std::size_t count) {
+  const ssize_t written = ::write(DescriptorOf(cookie), bytes, count);
+  return written < 0 ? 0 : written;  // as such a stream wants to be told of an error
+}
+
+int CloseCookie(void* cookie) {
+  return ::close(DescriptorOf(cookie));
+}
+
+}  // namespace
+
+// Files of the plug-in's own, not those of the standard library's streams (see the linker's
+// options): their buffers are flushed through the write above. The C library's would call its own.
+extern "C" std::FILE* __wrap_fdopen(int descriptor, const char* mode) {
+  void* const cookie = reinterpret_cast<void*>(static_cast<std::intptr_t>(descriptor));
+  return fopencookie(cookie, mode, {nullptr, WriteCookie, nullptr, CloseCookie});
+}
+extern "C" std::FILE* __wrap_fopen64(const char* path, const char* mode) {
+  if (mode[0] == 'r') return fopen64(path, mode);
+  const int descriptor = ::open64(path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, mode_t{0666});
+  if (descriptor < 0) return nullptr;
+  std::FILE* const file = __wrap_fdopen(descriptor, mode);
+  if (file == nullptr) {
+    // The C library has its memory before it opens, and would have left no file.
+    const tvx::faults::InHost aside;
+    ::close(descriptor);
+    ::unlink(path);
+  }
+  return file;
+}
+
+// Renaming and removing.
+
+REPLACES int rename(const char* from, const char* to) noexcept {
+  return Fails(Kind::Rename, EIO) ? -1 : Hidden("rename", &rename)(from, to);
+}
+REPLACES int unlink(const char* path) noexcept {
+  return Fails(Kind::Remove, EIO) ? -1 : Hidden("unlink", &unlink)(path);
+}
+REPLACES int unlinkat(int folder, const char* path, int flags) noexcept {
+  return Fails(Kind::Remove, EIO) ? -1 : Hidden("unlinkat", &unlinkat)(folder, path, flags);
+}
+REPLACES int remove(const char* path) noexcept {
+  return Fails(Kind::Remove, EIO) ? -1 : Hidden("remove", &remove)(path);
+}
+REPLACES int rmdir(const char* path) noexcept {
+  return Fails(Kind::Remove, EIO) ? -1 : Hidden("rmdir", &rmdir)(path);
+}

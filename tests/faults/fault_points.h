@@ -1,0 +1,50 @@
+// Where faults are injected: memory and the file system, as the plug-in's code sees them.
+//
+// The program that links this replaces malloc (operator new in a sanitized build) and the system
+// calls on files, for itself and for the shared libraries that it uses, and gives the standard
+// library's files that it opens itself a write that can fail (faults come where the buffer is
+// flushed, as a full disk's do). Nothing fails unless a thread is inside the plug-in.
+//
+// Threads: any. One fault at a time for the whole process.
+#pragma once
+
+namespace tvx::faults {
+
+enum class Kind { Allocation, Write, Open, Rename, Remove };
+constexpr Kind kKinds[] = {Kind::Allocation, Kind::Write, Kind::Open, Kind::Rename, Kind::Remove};
+
+// Lets the n-th call of this kind fail from now on, n from 1, and no other.
+void Arm(Kind kind, unsigned n);
+void Disarm();
+
+// Whether the armed fault has struck.
+bool HasStruck();
+
+// Prints where it strikes, for whoever looks into one fault.
+void TraceStrike();
+
+// This thread is inside the plug-in for the scope: its calls count.
+class InPlugin {
+ public:
+  InPlugin();
+  ~InPlugin();
+  InPlugin(const InPlugin&) = delete;
+  InPlugin& operator=(const InPlugin&) = delete;
+
+ private:
+  const bool before_;
+};
+
+// The plug-in has called the host for the scope: what the host does is its own.
+class InHost {
+ public:
+  InHost();
+  ~InHost();
+  InHost(const InHost&) = delete;
+  InHost& operator=(const InHost&) = delete;
+
+ private:
+  const bool before_;
+};
+
+}  // namespace tvx::faults
