@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <exception>
 
+#include "configuration_check/check_command.h"
+#include "preview/preview_command.h"
 #include "simulated_host/host_command.h"
 
 namespace {
@@ -19,6 +21,8 @@ int main(int argc, char** argv) {
     CLI::App command("Tool of the e-mail notification plug-in.", "notifypi");
     command.require_subcommand(1);
     tvx::tool::AddHostCommand(command, exitCode);
+    tvx::tool::AddCheckCommand(command, exitCode);
+    tvx::tool::AddPreviewCommand(command, exitCode);
     try {
       command.parse(argc, argv);
     } catch (const CLI::Success& help) {

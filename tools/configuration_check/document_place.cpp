@@ -1,0 +1,53 @@
+#include "configuration_check/document_place.h"
+
+#include <cstring>
+
+namespace tvx::tool {
+namespace {
+
+bool IsEntryOf(const TiXmlElement& element, const char* list) {
+  const TiXmlNode* parent = element.Parent();
+  return element.ValueStr() == "smtp" && parent != nullptr && parent->ValueStr() == list;
+}
+
+}  // namespace
+
+Place PlaceOf(const TiXmlBase& node) {
+  return {node.Row(), node.Column()};
+}
+
+Place PlaceOf(const TiXmlElement& element, const char* attribute) {
+  for (auto at = element.FirstAttribute(); at != nullptr; at = at->Next()) {
+    if (std::strcmp(at->Name(), attribute) == 0) return PlaceOf(*at);
+  }
+  return PlaceOf(element);
+}
+
+bool IsServer(const TiXmlElement& element) {
+  return IsEntryOf(element, "Servers");
+}
+
+bool IsProfile(const TiXmlElement& element) {
+  return IsEntryOf(element, "Profiles");
+}
+
+std::string NameOf(const TiXmlElement& element) {
+  const bool isProfile = IsProfile(element);
+  if (!isProfile && !IsServer(element)) {
+    const TiXmlElement* parent = element.Parent() ? element.Parent()->ToElement() : nullptr;
+    const bool isPart = parent != nullptr && (IsProfile(*parent) || IsServer(*parent));
+    return "element " + Quoted(element.ValueStr()) + (isPart ? " of " + NameOf(*parent) : "");
+  }
+  std::string name = isProfile ? "profile" : "server";
+  const char* id = isProfile ? element.Attribute("ID") : nullptr;
+  const char* description = element.Attribute("description");
+  if (id != nullptr) name += std::string(" ") + id;
+  if (description != nullptr) name += " " + Quoted(description);
+  return name;
+}
+
+std::string Quoted(const std::string& text) {
+  return "\"" + text + "\"";
+}
+
+}  // namespace tvx::tool

@@ -1,0 +1,26 @@
+// Names and places of a document's elements and attributes, for people.
+// Threads: any, while the document does not change. The document's positions must be tracked.
+#pragma once
+
+#include <tinyxml.h>
+
+#include <string>
+
+#include "configuration_check/finding.h"
+
+namespace tvx::tool {
+
+Place PlaceOf(const TiXmlBase& node);
+
+// Of the attribute, or of the element when it has no such attribute.
+Place PlaceOf(const TiXmlElement& element, const char* attribute);
+
+bool IsServer(const TiXmlElement& element);
+bool IsProfile(const TiXmlElement& element);
+
+// As 'server "Backup"', 'profile 3 "Gate"', 'element "to" of profile 3 "Gate"' or 'element "Web"'.
+std::string NameOf(const TiXmlElement& element);
+
+std::string Quoted(const std::string& text);
+
+}  // namespace tvx::tool

@@ -1,0 +1,54 @@
+// One message of a profile as it would be sent, and what there is to say about it.
+//
+// Everything that the message says is made by the plug-in's own functions.
+// Threads: a plain value, its owner's.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "config/notify_config.h"
+#include "mail/attachment_entry.h"
+#include "preview/placeholder_marks.h"
+#include "preview/sample_event.h"
+
+namespace tvx::tool {
+
+// The attachments of one message. Files are read when the message is composed.
+struct SampleAttachments {
+  std::vector<AttachmentEntry> entries;
+  std::int32_t part = 0;  // 0: the only message; else from 1 to partCount
+  std::int32_t partCount = 0;
+};
+
+struct Preview {
+  std::int32_t profileId = 0;
+  std::string description;
+  // As they go to the server; as they are configured when one is no address.
+  std::string from;
+  std::vector<std::string> to;
+  std::vector<std::string> cc;
+  std::vector<std::string> bcc;
+  std::string subject;                // as the header line has it
+  std::string body;                   // its placeholders replaced
+  std::string notes;                  // on failed attachments, behind the body
+  std::vector<std::string> attached;  // names of the files
+  std::optional<MarkedTexts> marks;
+  // Faults of the profile that no placeholder shows.
+  std::vector<std::string> faults;
+  std::vector<std::string> remarks;
+  // The message, byte for byte; empty when it cannot be composed.
+  std::string message;
+
+  std::size_t Findings() const;
+};
+
+// profile is one of the configuration.
+Preview MakePreview(const SampleEvent& event, const SampleAttachments& attachments,
+                    const std::shared_ptr<const NotifyConfig>& config,
+                    const NotifyProfile& profile);
+
+}  // namespace tvx::tool
