@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <initializer_list>
 #include <nlohmann/json.hpp>
@@ -63,6 +64,16 @@ double Ratio(const std::string& text) {
   return above / below;
 }
 
+// Some containers hold the count, all others a duration at best. ffprobe tells both as text.
+int FrameCount(const json& answer, double frameRate) {
+  constexpr double kMost = 1e9;
+  double count = std::atof(answer["streams"][0].value("nb_frames", "0").c_str());
+  if (count <= 0 && answer.contains("format")) {
+    count = std::atof(answer["format"].value("duration", "0").c_str()) * frameRate;
+  }
+  return count > 0 && count < kMost ? static_cast<int>(std::lround(count)) : 0;
+}
+
 void Probe(Camera& camera) {
   const std::vector<std::string> command = {
       "ffprobe",
@@ -71,7 +82,7 @@ void Probe(Camera& camera) {
       "-select_streams",
       "v:0",
       "-show_entries",
-      "stream=codec_name,width,height,avg_frame_rate,r_frame_rate",
+      "stream=codec_name,width,height,avg_frame_rate,r_frame_rate,nb_frames:format=duration",
       "-of",
       "json",
       camera.file};
@@ -89,6 +100,7 @@ void Probe(Camera& camera) {
   if (camera.frameRate <= 0 || camera.width <= 0 || camera.height <= 0) {
     throw CameraError("ffprobe cannot tell size and frame rate of " + camera.file);
   }
+  camera.frames = FrameCount(answer, camera.frameRate);
 }
 
 void ShowTestPicture(Camera& camera) {

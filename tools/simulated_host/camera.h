@@ -20,6 +20,7 @@ struct Camera {
   int width = 0;           // pixels
   int height = 0;
   double frameRate = 0;  // frames a second
+  int frames = 0;  // of the whole video, as the file tells; 0 when it has no end or no word of it
 };
 
 class CameraError : public std::runtime_error {

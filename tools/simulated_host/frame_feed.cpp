@@ -84,7 +84,8 @@ void FrameFeed::FeedAll() {
 bool FrameFeed::AwaitNext() {
   if (frames_ == 0) {
     begin_ = Clock::now();
-    timeline_.Record(FeedStart{camera_.stream, Describe(camera_)});
+    timeline_.Record(
+        FeedStart{camera_.stream, Describe(camera_), !camera_.file.empty(), camera_.frames});
   }
   // Counted from the beginning, so that no frame's delay delays all later ones.
   const boost::chrono::duration<double> elapsed(frames_ / (camera_.frameRate * pace_));

@@ -17,6 +17,25 @@ struct HostAction {
   std::string text;
 };
 
+// The host's mail server comes or goes.
+struct MailServerChange {
+  enum class What { Starting, Up, Down, Ended };
+  What what = What::Starting;
+};
+inline const char* InWords(MailServerChange::What what) {
+  switch (what) {
+    case MailServerChange::What::Starting:
+      return "starting the mail server";
+    case MailServerChange::What::Up:
+      return "mail server up";
+    case MailServerChange::What::Down:
+      return "mail server down";
+    case MailServerChange::What::Ended:
+      return "the mail server has ended by itself";
+  }
+  return "";
+}
+
 // A log line of the plug-in.
 struct LogLine {
   std::uint32_t level = 0;
@@ -85,7 +104,9 @@ struct RetryChange {
 // A camera's frames begin to go to the plug-in.
 struct FeedStart {
   std::uint32_t stream = 0;
-  std::string source;  // what they show, for people
+  std::string source;   // what they show, for people
+  bool isFile = false;  // and not an endless test picture
+  int expected = 0;     // frames; 0 when they have no end, or nobody knows it
 };
 
 struct FeedEnd {
@@ -103,8 +124,8 @@ struct FrameAccount {
   std::uint64_t givenBack = 0;
 };
 
-using Happening = std::variant<HostAction, LogLine, Launch, LaunchFailure, ProgramEnd,
-                               ProfileStatus, Configuration, ModuleRegistration, WatchdogEvent,
-                               Fault, RetryChange, FeedStart, FeedEnd, FrameAccount>;
+using Happening = std::variant<HostAction, MailServerChange, LogLine, Launch, LaunchFailure,
+                               ProgramEnd, ProfileStatus, Configuration, ModuleRegistration,
+                               WatchdogEvent, Fault, RetryChange, FeedStart, FeedEnd, FrameAccount>;
 
 }  // namespace tvx::tool

@@ -8,14 +8,18 @@
 #include <string>
 #include <system_error>
 #include <utility>
-#include <variant>
 #include <vector>
 
 #include "simulated_host/human_printer.h"
 #include "simulated_host/json_printer.h"
+#include "simulated_host/live_area.h"
 #include "simulated_host/plugin_library.h"
+#include "simulated_host/printer_group.h"
+#include "simulated_host/progress_bar.h"
 #include "simulated_host/retry_story.h"
 #include "simulated_host/simulated_host.h"
+#include "simulated_host/transcript_printer.h"
+#include "simulated_host/watch_printer.h"
 
 namespace tvx::tool {
 namespace {
@@ -64,6 +68,18 @@ sub-channel takes the place of its camera's own in e-mails. With options the cam
 --before seconds before the first event. Every frame that the plug-in takes must come back exactly
 once, those that it refuses never.
 
+With --watch, a terminal shows how the run stands: video streams with the frames that the plug-in
+holds, notifications, its retry queue, programs, the mail server and the last log lines. Elsewhere,
+a line is printed when something has changed, at most one a second. It is all seen from the host:
+"not reported" are the notifications that events asked for and that no status has come for. They may
+wait for their video, be ready, be sent right now or not be due, which the plug-in does not tell.
+"queued" and "retrying" are what its log says of the retry queue. NO_COLOR in the environment keeps
+colours away. While files are fed, a bar on the terminal shows how far they are.
+
+The file of --transcript is for bug reports: every call and record, every program with its arguments
+and output. Frames are counted, not kept. Passwords, cookies and tokens are hidden, and so is what
+programs read; addresses and the texts of e-mails are not.
+
 The plug-in runs ./curl, and keeps notify.xml and its spool, in the working folder.
 
 Exit status: 0 done; 1 the plug-in broke the contract, did not end in time, or the mail server did
@@ -86,31 +102,27 @@ struct Arguments {
   double settle = 3;
   int repeat = 1;
   bool json = false;
+  bool watch = false;
+  std::string transcript;
 };
 
-std::string PluginBesideCommand(const char* name) {
-  return (fs::read_symlink("/proc/self/exe").parent_path() / name).string();
+// Where the build leaves it, else where it is installed.
+std::string PluginOfCommand(const char* name) {
+  const fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
+  const fs::path installed = folder.parent_path() / "lib/notifypi" / name;
+  return (fs::exists(installed) && !fs::exists(folder / name) ? installed : folder / name).string();
 }
 
 // Only a plug-in built for it lets its clocks be driven.
 std::string Plugin(const Arguments& arguments) {
   if (!arguments.plugin.empty()) return fs::absolute(arguments.plugin).string();
-  return PluginBesideCommand(arguments.speed == 1 ? "notifypi.so" : "notifypi-speed.so");
-}
-
-void CheckMailServer(const HostOptions& options) {
-  if (!options.mailServer.empty() || !options.steps) return;
-  for (const Step& step : *options.steps) {
-    if (std::holds_alternative<SetMailServer>(step)) {
-      throw ScenarioError("the script has \"mail-server\" steps, but --mail-server is missing");
-    }
-  }
+  return PluginOfCommand(arguments.speed == 1 ? "notifypi.so" : "notifypi-speed.so");
 }
 
 std::optional<std::vector<Step>> Steps(const Arguments& arguments) {
   std::vector<Step> steps;
   if (!arguments.script.empty()) {
-    steps = ReadScenario(arguments.script);
+    steps = ReadScenario(arguments.script, !arguments.mailServer.empty());
     CompleteCameras(steps);
     return steps;
   }
@@ -129,6 +141,20 @@ std::optional<std::vector<Step>> Steps(const Arguments& arguments) {
   return steps;
 }
 
+std::unique_ptr<TimelinePrinter> MakePrinter(const Arguments& arguments) {
+  std::unique_ptr<TimelinePrinter> printer;
+  if (arguments.watch) {
+    printer = MakeWatchPrinter(stdout, arguments.speed);
+    if (LiveArea::Fits(stdout)) return printer;  // the picture has a bar of its own
+  } else if (arguments.json) {
+    printer = std::make_unique<JsonPrinter>(stdout);
+  } else {
+    printer = std::make_unique<HumanPrinter>(stdout);
+  }
+  if (!LiveArea::Fits(stderr)) return printer;
+  return std::make_unique<ProgressBar>(stderr, arguments.speed, std::move(printer));
+}
+
 int Run(const Arguments& arguments) {
   HostOptions options;
   options.plugin = Plugin(arguments);
@@ -137,16 +163,14 @@ int Run(const Arguments& arguments) {
   options.mailServer = arguments.mailServer;
   options.steps = Steps(arguments);
   options.settle = arguments.settle;
-  CheckMailServer(options);
   if (options.steps) options.timeLimit = arguments.timeLimit;
 
-  std::unique_ptr<TimelinePrinter> printer;
-  if (arguments.json) {
-    printer = std::make_unique<JsonPrinter>(stdout);
-  } else {
-    printer = std::make_unique<HumanPrinter>(stdout);
+  auto printers = std::make_unique<PrinterGroup>();
+  printers->Add(MakePrinter(arguments));
+  if (!arguments.transcript.empty()) {
+    printers->Add(std::make_unique<TranscriptPrinter>(arguments.transcript, arguments.speed));
   }
-  Timeline timeline(std::make_unique<RetryStory>(std::move(printer)), arguments.speed);
+  Timeline timeline(std::make_unique<RetryStory>(std::move(printers)), arguments.speed);
   if (!arguments.directory.empty()) fs::current_path(arguments.directory);
   for (int run = 0; run < arguments.repeat && RunHost(options, timeline); ++run) {
   }
@@ -164,9 +188,10 @@ void AddHostCommand(CLI::App& command, int& exitCode) {
   const CLI::Validator directory = CLI::ExistingDirectory.description("");
   const CLI::Validator seconds = CLI::NonNegativeNumber.description("");
 
-  host->add_option("--plugin", arguments->plugin,
-                   "The plug-in library (default: notifypi.so beside this command; with --speed "
-                   "notifypi-speed.so)")
+  host->add_option(
+          "--plugin", arguments->plugin,
+          "The plug-in library (default: notifypi.so beside this command or in ../lib/notifypi "
+          "from there; with --speed notifypi-speed.so)")
       ->check(file)
       ->type_name("FILE");
   host->add_option("--directory", arguments->directory, "Working folder (default: the current one)")
@@ -221,7 +246,14 @@ void AddHostCommand(CLI::App& command, int& exitCode) {
                    "Let the plug-in's time pass so many times faster, 0.1 to 1000 (default: 1)")
       ->check(CLI::Range(0.1, 1000.0).description(""))
       ->type_name("N");
-  host->add_flag("--json", arguments->json, "Print one JSON object a line");
+  CLI::Option* json = host->add_flag("--json", arguments->json, "Print one JSON object a line");
+  host->add_flag("--watch", arguments->watch,
+                 "Show how the run stands instead of what happens, see below")
+      ->excludes(json);
+  host->add_option("--transcript", arguments->transcript,
+                   "Write all that crosses the border between host and plug-in to a file, without "
+                   "passwords")
+      ->type_name("FILE");
 
   host->callback([arguments, &exitCode] {
     try {

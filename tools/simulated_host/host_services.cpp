@@ -71,6 +71,9 @@ void HostServices::Take(const HostRequest& request, const HostReply& reply) {
   };
   if (unloaded_) record("came after Unload");
   const std::vector<std::string> faults = FindRequestFaults(request, reply);
+  if (!faults.empty() || request.command != HostCommand::ReleaseFrame) {
+    timeline_.Observe(RequestTaken{request, faults.empty()});
+  }
   for (const std::string& fault : faults) record(fault);
   if (faults.empty()) TakeWellFormed(request);
 }

@@ -8,24 +8,10 @@
 #include <system_error>
 #include <variant>
 
+#include "text/printable.h"
+
 namespace tvx::tool {
 namespace {
-
-// Texts come from documents and programs: no control character of theirs reaches the terminal.
-std::string Printable(const std::string& text) {
-  std::string printable;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte >= 0x20 && byte != 0x7F) {
-      printable += c;
-      continue;
-    }
-    char escape[5];
-    std::snprintf(escape, sizeof(escape), "\\x%02x", byte);
-    printable += escape;
-  }
-  return printable;
-}
 
 // An argument as a shell would take it.
 std::string ShellWord(const std::string& argument) {
@@ -87,13 +73,13 @@ std::string Count(std::size_t count, const char* noun) {
   return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
-struct Line {
-  std::string label;
-  std::string text;
-};
+using Line = HumanLine;
 
 Line Describe(const HostAction& action) {
   return {"host", Printable(action.text)};
+}
+Line Describe(const MailServerChange& change) {
+  return {"host", InWords(change.what)};
 }
 Line Describe(const LogLine& line) {
   return {Level(line.level), Printable(line.text)};
@@ -181,8 +167,12 @@ Line Describe(const ModuleRegistration& module) {
 
 }  // namespace
 
+HumanLine DescribeForPeople(const Happening& happening) {
+  return std::visit([](const auto& it) { return Describe(it); }, happening);
+}
+
 void HumanPrinter::Print(double seconds, const Happening& happening) {
-  const Line line = std::visit([](const auto& it) { return Describe(it); }, happening);
+  const HumanLine line = DescribeForPeople(happening);
   std::fprintf(out_, "%9.3f  %-8s  %s\n", seconds, line.label.c_str(), line.text.c_str());
   std::fflush(out_);
 }

@@ -2,10 +2,18 @@
 #pragma once
 
 #include <cstdio>
+#include <string>
 
 #include "simulated_host/timeline.h"
 
 namespace tvx::tool {
+
+// A happening as people read it, without control characters.
+struct HumanLine {
+  std::string label;  // its kind, one word
+  std::string text;
+};
+HumanLine DescribeForPeople(const Happening& happening);
 
 class HumanPrinter : public TimelinePrinter {
  public:

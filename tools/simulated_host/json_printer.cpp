@@ -15,6 +15,9 @@ using Json = nlohmann::ordered_json;
 Json Describe(const HostAction& action) {
   return {{"kind", "host"}, {"text", action.text}};
 }
+Json Describe(const MailServerChange& change) {
+  return {{"kind", "host"}, {"text", InWords(change.what)}};
+}
 Json Describe(const WatchdogEvent&) {
   return {{"kind", "watchdog"}};
 }

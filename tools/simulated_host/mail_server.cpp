@@ -31,12 +31,12 @@ MailServer::~MailServer() {
 
 bool MailServer::Up() {
   if (command_.empty() || CurrentState() == State::Up) return true;
-  timeline_.Record(HostAction{"starting the mail server"});
+  timeline_.Record(MailServerChange{MailServerChange::What::Starting});
   SetState(State::Starting);
   boost::asio::post(loop_, [this] { Start(); });
   const State state = AwaitOtherThan(State::Starting, kStartLimit);
   if (state == State::Up) {
-    timeline_.Record(HostAction{"mail server up"});
+    timeline_.Record(MailServerChange{MailServerChange::What::Up});
     return true;
   }
   if (state == State::Starting) {
@@ -49,17 +49,19 @@ void MailServer::Down() {
   const State before = CurrentState();
   if (before == State::Down) return;
   boost::asio::post(loop_, [this] {
+    terminating_ = true;
     if (program_) program_->Terminate();
   });
   if (AwaitOtherThan(before, kEndLimit) == before) {
     boost::asio::post(loop_, [this] { Kill(); });
     AwaitOtherThan(before, kEndLimit);
   }
-  timeline_.Record(HostAction{"mail server down"});
+  timeline_.Record(MailServerChange{MailServerChange::What::Down});
 }
 
 void MailServer::Start() {
   complaints_.clear();
+  terminating_ = false;
   Program::Reports reports;
   reports.output = [this](const void* chunk, std::uint32_t size) { TakeOutput(chunk, size); };
   reports.ended = [this](int, double) {
@@ -67,6 +69,8 @@ void MailServer::Start() {
     if (CurrentState() == State::Starting) {
       while (!complaints_.empty() && complaints_.back() == '\n') complaints_.pop_back();
       timeline_.Record(Fault{"the mail server did not come up: " + complaints_});
+    } else if (!terminating_) {
+      timeline_.Record(MailServerChange{MailServerChange::What::Ended});
     }
     SetState(State::Down);
   };

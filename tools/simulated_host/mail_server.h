@@ -55,6 +55,7 @@ class MailServer {
   const std::string command_;
   std::shared_ptr<Program> program_;  // on the loop
   std::string complaints_;            // on the loop: the beginning of its standard error
+  bool terminating_ = false;          // on the loop: it is being taken down
 
   Mutex mutex_;
   ConditionVariable changed_;

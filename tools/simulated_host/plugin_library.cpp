@@ -3,6 +3,8 @@
 #include <dlfcn.h>
 
 #include <array>
+#include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <vector>
 
@@ -46,6 +48,12 @@ std::vector<char> WithoutTerminator(const std::string& text) {
   return bytes;
 }
 
+// What the host tells of a program, by the kind of the chunk.
+const char* ReportName(std::uint32_t kind) {
+  constexpr const char* kNames[] = {"?", "output", "errors", "running", "not started", "ended"};
+  return kind < std::size(kNames) ? kNames[kind] : "?";
+}
+
 }  // namespace
 
 void PluginLibrary::Closer::operator()(void* library) const {
@@ -79,8 +87,8 @@ PluginLibrary::Export PluginLibrary::Find(const char* name) const {
 }
 
 template <typename Request, typename Result>
-void PluginLibrary::Call(const char* name, Export function, const Request& request,
-                         Result& result) {
+int PluginLibrary::CallQuietly(const char* name, Export function, const Request& request,
+                               Result& result, std::string& breach) {
   // Compared as bytes, so that padding counts too.
   using Bytes = std::array<unsigned char, sizeof(Request)>;
   Bytes before{};
@@ -91,11 +99,24 @@ void PluginLibrary::Call(const char* name, Export function, const Request& reque
     timeline_.Record(
         Fault{std::string(name) + " returned " + std::to_string(returned) + " instead of 0"});
   }
-  const std::string difference = result.Difference();
-  if (!difference.empty()) timeline_.Record(Fault{std::string(name) + ": " + difference});
+  breach = result.Difference();
+  if (!breach.empty()) timeline_.Record(Fault{std::string(name) + ": " + breach});
   if (passed != before) {
     timeline_.Record(Fault{std::string(name) + " changed its request record"});
   }
+  return returned;
+}
+
+template <typename Request, typename Result>
+void PluginLibrary::Call(const char* name, Export function, const Request& request, Result& result,
+                         const CallPurpose& purpose) {
+  const std::uint32_t number = ++calls_;
+  timeline_.Observe(CallBegin{number, name, purpose.text, purpose.payload, purpose.chunk});
+  const auto begin = std::chrono::steady_clock::now();
+  std::string breach;
+  const int returned = CallQuietly(name, function, request, result, breach);
+  const std::chrono::duration<double> lasted = std::chrono::steady_clock::now() - begin;
+  timeline_.Observe(CallEnd{number, name, returned, lasted.count(), breach});
 }
 
 void PluginLibrary::SetClockSpeed(double speed) {
@@ -111,7 +132,7 @@ void PluginLibrary::Load(HostServiceEntry entry) {
   request.entry = entry;
   ResultRecord<PluginCapabilities> result;
   SetCapabilities(result.Expected());
-  Call("Load", load_, request, result);
+  Call("Load", load_, request, result, {"the host's word and its service entry", {}});
 }
 
 void PluginLibrary::Open() {
@@ -142,37 +163,39 @@ void PluginLibrary::RunWatchdog() {
   request.runWatchdog = 1;
   ResultRecord<ReadResult> result;
   result.Expected().result = 0;
-  Call("Read", read_, request, result);
+  Call("Read", read_, request, result, {"lends the watchdog its thread", {}});
 }
 
 void PluginLibrary::CallIoctl(const char* name, ControlCode code, const void* payload,
-                              std::uint32_t length) {
+                              std::uint32_t length, const CallPurpose& purpose) {
   IoctlRequest request{};
   request.code = code;
   request.payload = payload;
   request.length = length;
   ResultRecord<IoctlResult> result;
   result.Expected().result = 0;
-  Call(name, ioctl_, request, result);
+  Call(name, ioctl_, request, result, purpose);
 }
 
 void PluginLibrary::RunWorker() {
-  CallIoctl("IOCTL 1", ControlCode::RunWorker, nullptr, 0);
+  CallIoctl("IOCTL 1", ControlCode::RunWorker, nullptr, 0, {"lends the worker its thread", {}});
 }
 
 void PluginLibrary::SendUpdate(const std::string& document) {
   const std::vector<char> bytes = WithoutTerminator(document);
-  CallIoctl("IOCTL 2", ControlCode::Update, bytes.data(), static_cast<std::uint32_t>(bytes.size()));
+  CallIoctl("IOCTL 2", ControlCode::Update, bytes.data(), static_cast<std::uint32_t>(bytes.size()),
+            {"document of " + std::to_string(bytes.size()) + " bytes", document});
 }
 
 void PluginLibrary::SendChunk(const void* chunk, std::uint32_t size) {
-  CallIoctl("IOCTL 4", ControlCode::ChannelMessage, chunk, size);
-}
-
-void PluginLibrary::CallWrite(const char* name, const WriteRequest& request) {
-  ResultRecord<WriteResult> result;
-  result.Expected().result = 0;
-  Call(name, write_, request, result);
+  ChunkHeader header{};
+  std::memcpy(&header, chunk, sizeof(header));
+  char text[96];
+  std::snprintf(text, sizeof(text), "program 0x%x: %s, word %u, %u bytes", header.request,
+                ReportName(header.kind), header.word, static_cast<unsigned>(size - sizeof(header)));
+  CallIoctl(
+      "IOCTL 4", ControlCode::ChannelMessage, chunk, size,
+      {text, {static_cast<const char*>(chunk) + sizeof(header), size - sizeof(header)}, &header});
 }
 
 void PluginLibrary::SendEvent(const std::string& document) {
@@ -181,7 +204,10 @@ void PluginLibrary::SendEvent(const std::string& document) {
   request.data = bytes.data();
   request.length = static_cast<std::uint32_t>(bytes.size());
   request.kind = kEventKind;
-  CallWrite("Write of an event", request);
+  ResultRecord<WriteResult> result;
+  result.Expected().result = 0;
+  Call("Write of an event", write_, request, result,
+       {"document of " + std::to_string(bytes.size()) + " bytes", document});
 }
 
 bool PluginLibrary::SendFrame(const Frame& frame) {
@@ -195,15 +221,21 @@ bool PluginLibrary::SendFrame(const Frame& frame) {
   ResultRecord<WriteResult> result;
   result.Expected().result = 0;
   result.ExpectFlag(&WriteResult::frameAccepted);
-  Call("Write of a frame", write_, request, result);
-  return result.Found().frameAccepted != 0;
+  std::string breach;
+  CallQuietly("Write of a frame", write_, request, result, breach);
+  const bool taken = result.Found().frameAccepted != 0;
+  timeline_.Observe(FrameWrite{frame.stream, frame.size, frame.key, taken});
+  return taken;
 }
 
 void PluginLibrary::SendTick() {
   WriteRequest request{};
   request.addressee = kModuleId;
   request.kind = RecordKind::Tick;
-  CallWrite("Write of a tick", request);
+  ResultRecord<WriteResult> result;
+  result.Expected().result = 0;
+  std::string breach;
+  timeline_.Observe(TickWrite{CallQuietly("Write of a tick", write_, request, result, breach)});
 }
 
 }  // namespace tvx::tool

@@ -6,10 +6,12 @@
 //          does against the contract is recorded as a fault, and the run goes on.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "host/host_records.h"
 #include "simulated_host/timeline.h"
@@ -18,6 +20,13 @@ namespace tvx::tool {
 
 class PluginError : public std::runtime_error {
   using std::runtime_error::runtime_error;
+};
+
+// What a call is about, for those who follow it.
+struct CallPurpose {
+  std::string text;
+  std::string_view payload;
+  const ChunkHeader* chunk = nullptr;  // in front of the payload
 };
 
 class PluginLibrary {
@@ -60,9 +69,15 @@ class PluginLibrary {
 
   Export Find(const char* name) const;
   template <typename Request, typename Result>
-  void Call(const char* name, Export function, const Request& request, Result& result);
-  void CallIoctl(const char* name, ControlCode code, const void* payload, std::uint32_t length);
-  void CallWrite(const char* name, const WriteRequest& request);
+  void Call(const char* name, Export function, const Request& request, Result& result,
+            const CallPurpose& purpose = {});
+  // The same without a word, for calls that come by the thousand. Returns what the export returned;
+  // the breach is what is wrong with the result record, and faults are recorded.
+  template <typename Request, typename Result>
+  int CallQuietly(const char* name, Export function, const Request& request, Result& result,
+                  std::string& breach);
+  void CallIoctl(const char* name, ControlCode code, const void* payload, std::uint32_t length,
+                 const CallPurpose& purpose);
   void CallPlain(const char* name, Export function);
 
   struct Closer {
@@ -72,6 +87,7 @@ class PluginLibrary {
   Timeline& timeline_;
   const std::string path_;
   std::unique_ptr<void, Closer> library_;
+  std::atomic<std::uint32_t> calls_{0};
   const Export load_, open_, close_, read_, write_, seek_, ioctl_, unload_;
 };
 

@@ -29,14 +29,13 @@ std::string LastInBrackets(const std::string& line) {
   return InBrackets(line, line.rfind('('));
 }
 
-// The file that a transfer sends, or nothing.
+}  // namespace
+
 std::string UploadedFile(const Launch& launch) {
   const auto& arguments = launch.arguments;
   const auto option = std::find(arguments.begin(), arguments.end(), "-T");
   return option == arguments.end() || option + 1 == arguments.end() ? std::string() : option[1];
 }
-
-}  // namespace
 
 RetryStory::RetryStory(std::unique_ptr<TimelinePrinter> printer) : printer_(std::move(printer)) {}
 

@@ -16,11 +16,19 @@
 
 namespace tvx::tool {
 
+// The file that a transfer sends, or nothing when the program is no transfer.
+std::string UploadedFile(const Launch& launch);
+
 class RetryStory : public TimelinePrinter {
  public:
   explicit RetryStory(std::unique_ptr<TimelinePrinter> printer);
 
   void Print(double seconds, const Happening& happening) override;
+  void Observe(double seconds, const Crossing& crossing) override {
+    printer_->Observe(seconds, crossing);
+  }
+  void Refresh(double seconds) override { printer_->Refresh(seconds); }
+  void Finish(double seconds) override { printer_->Finish(seconds); }
 
  private:
   struct Waiting {

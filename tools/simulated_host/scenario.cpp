@@ -1,13 +1,14 @@
 #include "simulated_host/scenario.h"
 
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <optional>
 #include <sstream>
+#include <system_error>
 
 #include "simulated_host/camera_document.h"
 
@@ -24,10 +25,14 @@ std::optional<DocumentKind> KindOf(const std::string& word) {
 }
 
 std::string ReadFile(const std::string& path) {
+  std::ostringstream text;
+  errno = 0;
   std::ifstream file(path, std::ios::binary);
-  std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  if (!file.is_open() || file.bad()) throw ScenarioError("cannot read " + path);
-  return text;
+  // The end of an empty file is a failure of the copy, too.
+  if (!file.is_open() || (!(text << file.rdbuf()) && errno != 0)) {
+    throw ScenarioError("cannot read " + path + ": " + std::generic_category().message(errno));
+  }
+  return text.str();
 }
 
 // What follows the first word of a line, without blanks around it.
@@ -43,9 +48,12 @@ std::string Rest(std::istream& words) {
 double ReadSeconds(const std::string& text) {
   char* end = nullptr;
   const double seconds = std::strtod(text.c_str(), &end);
+  constexpr double kLongest = 366 * 24 * 3600.0;
   if (text.empty() || *end != '\0' || !std::isfinite(seconds) || seconds < 0) {
-    throw ScenarioError("\"wait\" is followed by seconds, \"idle\" or \"delivered N\"");
+    throw ScenarioError("\"wait\" is followed by seconds, \"idle\" or \"delivered N\", not \"" +
+                        text + "\"");
   }
+  if (seconds > kLongest) throw ScenarioError("nobody waits longer than a year");
   return seconds;
 }
 
@@ -107,7 +115,7 @@ StartCamera ReadCameraStep(const std::string& text, const std::string& folder) {
   }
 }
 
-std::vector<Step> ReadScenario(const std::string& path) {
+std::vector<Step> ReadScenario(const std::string& path, bool hasMailServer) {
   std::istringstream lines(ReadFile(path));
   const fs::path folder = fs::path(path).parent_path();
   std::vector<Step> steps;
@@ -118,6 +126,9 @@ std::vector<Step> ReadScenario(const std::string& path) {
     if (begin == std::string::npos || line[begin] == '#') continue;
     try {
       steps.push_back(ReadStep(line, folder));
+      if (!hasMailServer && std::holds_alternative<SetMailServer>(steps.back())) {
+        throw ScenarioError("a step with the mail server, but --mail-server is missing");
+      }
     } catch (const ScenarioError& error) {
       throw ScenarioError(path + ":" + std::to_string(number) + ": " + error.what());
     }

@@ -62,7 +62,8 @@ class ScenarioError : public std::runtime_error {
 // All throw ScenarioError.
 SendDocument ReadDocument(DocumentKind kind, const std::string& path);
 StartCamera ReadCameraStep(const std::string& text, const std::string& folder);
-std::vector<Step> ReadScenario(const std::string& path);
+// Steps with the mail server are an error where the host has none.
+std::vector<Step> ReadScenario(const std::string& path, bool hasMailServer);
 
 // When there are cameras but no system document, puts the document that goes with them (made by
 // camera_document.h) in front of the first camera.

@@ -32,6 +32,8 @@ namespace {
 constexpr double kTickInterval = 1000;   // milliseconds of the plug-in's time
 constexpr double kShortestInterval = 5;  // of the world's
 
+constexpr boost::chrono::milliseconds kRefreshInterval{200};
+
 // A stopping plug-in may still be in an exchange with a web server, which ends after ten seconds.
 constexpr std::chrono::seconds kStopLimit{30};
 
@@ -74,6 +76,7 @@ class Host {
   bool Do(const AwaitDelivered& step) { return progress_.WaitDelivered(step.count); }
   bool Do(const SetMailServer& step);
   bool Do(const StartCamera& step);
+  void SendEvent(const std::string& text);
   double Settle();
   void Stop();
 
@@ -81,6 +84,7 @@ class Host {
   Timeline& timeline_;
   Progress progress_;
   EventLoop loop_;  // before everything that starts threads
+  const Ticker refresh_{kRefreshInterval, [this] { timeline_.Refresh(); }};
   ProgramRunner programs_;
   FrameBooks frames_;
   HostServices services_;
@@ -164,11 +168,17 @@ bool Host::Do(const SendDocument& step) {
       break;
     case DocumentKind::Event:
       Say("event document " + step.name);
-      progress_.EventSent(ProfilesOfEvent(step.text));
-      plugin_.SendEvent(step.text);
+      SendEvent(step.text);
       break;
   }
   return true;
+}
+
+void Host::SendEvent(const std::string& text) {
+  const std::vector<std::int32_t> profiles = ProfilesOfEvent(text);
+  timeline_.Observe(NotificationsAsked{profiles});
+  progress_.EventSent(profiles);
+  plugin_.SendEvent(text);
 }
 
 bool Host::Do(const SendTick&) {
@@ -263,6 +273,7 @@ void Host::GiveUp(const std::string& why) {
   timeline_.Record(Fault{why});
   programs_.KillAll();
   mailServer_.Kill();
+  timeline_.Finish();
   std::fflush(nullptr);
   std::_Exit(kFaultFound);
 }

@@ -7,12 +7,35 @@ namespace tvx::tool {
 Timeline::Timeline(std::unique_ptr<TimelinePrinter> printer, double speed)
     : start_(std::chrono::steady_clock::now()), speed_(speed), printer_(std::move(printer)) {}
 
-void Timeline::Record(const Happening& happening) {
-  // The time is taken under the lock, so that lines never go back in time.
-  MutexLock lock(mutex_);
+Timeline::~Timeline() {
+  Finish();
+}
+
+// The time is taken under the lock, so that lines never go back in time.
+double Timeline::Now() const {
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start_;
+  return elapsed.count() * speed_;
+}
+
+void Timeline::Record(const Happening& happening) {
+  MutexLock lock(mutex_);
   if (std::holds_alternative<Fault>(happening)) ++faults_;
-  printer_->Print(elapsed.count() * speed_, happening);
+  printer_->Print(Now(), happening);
+}
+
+void Timeline::Observe(const Crossing& crossing) {
+  MutexLock lock(mutex_);
+  printer_->Observe(Now(), crossing);
+}
+
+void Timeline::Refresh() {
+  MutexLock lock(mutex_);
+  printer_->Refresh(Now());
+}
+
+void Timeline::Finish() {
+  MutexLock lock(mutex_);
+  printer_->Finish(Now());
 }
 
 int Timeline::Faults() const {

@@ -7,27 +7,42 @@
 #include <memory>
 
 #include "base/mutex.h"
+#include "simulated_host/crossing.h"
 #include "simulated_host/happening.h"
 
 namespace tvx::tool {
 
-// How happenings look. Called under the timeline's lock, so an implementation needs none.
+// How the run looks. Called under the timeline's lock, so an implementation needs none. Seconds are
+// the plug-in's, counted from the start of the run.
 class TimelinePrinter {
  public:
   virtual ~TimelinePrinter() = default;
-  // Seconds are counted from the start of the run.
   virtual void Print(double seconds, const Happening& happening) = 0;
+  virtual void Observe(double /*seconds*/, const Crossing& /*crossing*/) {}
+  // Comes a few times a second, for what is not printed at once.
+  virtual void Refresh(double /*seconds*/) {}
+  // Comes last: what was held back is due.
+  virtual void Finish(double /*seconds*/) {}
 };
 
 class Timeline {
  public:
   // Time passes at this many times the world's pace, as it does for the plug-in.
   explicit Timeline(std::unique_ptr<TimelinePrinter> printer, double speed = 1);
+  ~Timeline();
+  Timeline(const Timeline&) = delete;
+  Timeline& operator=(const Timeline&) = delete;
 
   void Record(const Happening& happening) EXCLUDES(mutex_);
+  void Observe(const Crossing& crossing) EXCLUDES(mutex_);
+  void Refresh() EXCLUDES(mutex_);
+  // Before a process ends that leaves no time for destructors.
+  void Finish() EXCLUDES(mutex_);
   int Faults() const EXCLUDES(mutex_);
 
  private:
+  double Now() const REQUIRES(mutex_);
+
   const std::chrono::steady_clock::time_point start_;
   const double speed_;
   mutable Mutex mutex_;
