@@ -99,7 +99,7 @@ struct Arguments {
   double before = 6;
   double pace = 1;
   double timeLimit = 300;
-  double settle = 3;
+  double settle = 12;  // more than the plug-in waits for a web server
   int repeat = 1;
   bool json = false;
   bool watch = false;
@@ -232,7 +232,7 @@ void AddHostCommand(CLI::App& command, int& exitCode) {
       ->check(seconds)
       ->type_name("SECONDS");
   host->add_option("--settle", arguments->settle,
-                   "Silence that ends the wait for events without a report (default: 3)")
+                   "Silence that ends the wait for events without a report (default: 12)")
       ->check(seconds)
       ->type_name("SECONDS");
   host->add_option("--repeat", arguments->repeat,
