@@ -288,8 +288,11 @@ std::vector<std::string> HeldSets(const MovieFile& movie, std::vector<std::strin
   }
   if (firstPictureSet == 0 || sets.size() == firstPictureSet) {
     broken.push_back("sets of avcC");
-  } else if (start != std::string("\x01") + sets[0].substr(1, 3) + '\xFF') {
-    broken.push_back("start of avcC");
+  } else {
+    // Profile, compatibility and level, without the byte that keeps zeros from being a start code.
+    std::string head = sets[0].substr(1, 4);
+    if (head.compare(0, 3, "\0\0\3"s) == 0) head.erase(2, 1);
+    if (start != '\x01' + head.substr(0, 3) + '\xFF') broken.push_back("start of avcC");
   }
   static const std::set<int> kWithChroma = {100, 110, 122, 144, 244, 44,  83,
                                             86,  118, 128, 134, 135, 138, 139};

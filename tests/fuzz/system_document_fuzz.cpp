@@ -1,0 +1,26 @@
+// Input: a full system document, or whatever else comes as an update. Frames and events of its
+// cameras follow.
+#include <string_view>
+
+#include "fuzz/input.h"
+#include "fuzz/plugin_run.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string_view document = tvx::test::AsText(data, size);
+  // A mail would ask for its link there.
+  if (document.find("Web") != std::string_view::npos) return 0;
+  tvx::test::PluginRun run;
+  run.UpdateProfiles();
+  run.Update(document);
+  run.SomeFrames();
+  run.Event(
+      "<tDVR><Notify ID='786432'><Profiles><Profile ID='1' Alarm='1' Action='7'>"
+      "<EventSource ID='66049' Type='2'/><EventSource ID='66305' Type='2'/>"
+      "<EventSource ID='66561' Type='2'/></Profile><Profile ID='1' Alarm='0' Action='7'>"
+      "<SourceGroup ID='3'/></Profile></Profiles></Notify></tDVR>");
+  run.SomeFrames();
+  run.UpdateSystem();
+  run.SomeFrames();
+  run.Deliver();
+  return 0;
+}
