@@ -64,7 +64,7 @@ bool NotifyFileStreamImpl::createDirectory(const std::string& path) {
 
 bool NotifyFileStreamImpl::remove(const std::string& path) {
   // Without memory, as files are removed when there is none. One that is not there is as good.
-  return std::remove(path.c_str()) == 0 || errno == ENOENT;
+  return std::remove(path.c_str()) == 0 || errno == ENOENT || errno == ENOTDIR;
 }
 
 }  // namespace tvx

@@ -1,5 +1,7 @@
 #include "mail/transfer.h"
 
+#include <new>
+
 #include "log/host_log.h"
 #include "web/percent_encode.h"
 
@@ -68,8 +70,14 @@ SendResult SendMessage(const PendingMessage& message, const std::vector<SmtpServ
   for (const SmtpServer& server : servers) {
     std::int32_t exitValue = 0;
     std::vector<std::string> lines;
-    if (!helper.RunTransfer(BuildCurlArguments(message, server), BuildCurlInput(server), exitValue,
-                            lines)) {
+    bool executed = false;
+    try {
+      executed = helper.RunTransfer(BuildCurlArguments(message, server), BuildCurlInput(server),
+                                    exitValue, lines);
+    } catch (const std::bad_alloc&) {
+      retryable = true;  // nothing was launched, and there may be memory later
+    }
+    if (!executed) {
       HostLog(kModuleId, helper.Host(), LogLevel::Error,
               "Failed to execute curl smtp operation using server %s. (Profile Description: %s)",
               server.description.c_str(), profile);
