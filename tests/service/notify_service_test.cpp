@@ -196,6 +196,7 @@ TEST_F(NotifyServiceTest, FailuresAreReportedAndLeaveNoFileThatNobodySends) {
                "Clearing retry notifications queue. 1 failed notifications will be "
                "discarded") == 1;
   }));
+  StopWorker();  // the files go behind the line
   EXPECT_FALSE(test::FileExists("data/notify-mail-1-1500000001-0-0"));
   EXPECT_EQ(Statuses(), (Texts{"1:1", "1:1"}));
 }
