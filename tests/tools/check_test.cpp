@@ -93,9 +93,10 @@ TEST_F(Check, FindsWhatIsWrongInTheFiles) {
       {"templates.xml",
        {"5 placeholder?", "5 placeholder?", "5 placeholder?", "7 repeated-placeholder?",
         "7 placeholder?", "7 web-address?", "7 placeholder?", "9 placeholder?", "9 placeholder?",
-        "11 date-format?", "11 date-format?", "11 date-format?", "11 placeholder?"}},
+        "11 date-format?", "11 date-format?", "11 date-format?", "11 placeholder?",
+        "14 placeholder?"}},
       {"no_block.xml", {"1 missing-element"}},
-      {"no_lists.xml", {"2 missing-element", "2 missing-element"}},
+      {"no_lists.xml", {"2 missing-element", "3 missing-element"}},
       {"other_module.xml", {"2 other-module"}},
       {"truncated.xml", {"5 rejected-file"}},
       {"open_tag.xml", {"2 rejected-file"}},
@@ -135,6 +136,38 @@ TEST_F(Check, TellsWhereTheMarkupCannotBeRead) {
     EXPECT_EQ(report.findings[0].why, c.why);
     EXPECT_EQ(report.findings[0].place.line, c.line) << c.why;
     EXPECT_EQ(report.findings[0].place.column, c.column) << c.why;
+  }
+}
+
+TEST_F(Check, NamesWhatStandsInThePlaceOfTheBlock) {
+  const std::string lists = "<Servers/><Profiles/></";
+  struct Case {
+    std::string text;
+    const char* what;
+    const char* why;
+    const char* mend;
+    int line;
+  };
+  for (const Case& c :
+       {Case{"<tDVR>\n<notify ID='786432'>" + lists + "notify></tDVR>",
+             "element \"notify\" is not read", "it is not written \"Notify\"", "write \"Notify\"",
+             2},
+        Case{"<tDVR><Notify ID='786432'><Servers/>\n<profiles/></Notify></tDVR>",
+             "element \"profiles\" is not read", "it is not written \"Profiles\"",
+             "write \"Profiles\"", 2},
+        Case{"<Notify ID='786432'>" + lists + "Notify>", "element \"Notify\" is not taken",
+             "it is the root itself", "put it into a root element, <tDVR>...</tDVR>", 1},
+        Case{std::string("\xFF\xFE<\0a\0/\0>\0", 10), "the file is not taken", "it is UTF-16",
+             "save it as UTF-8", 0},
+        Case{std::string("\0<\0a\0/\0>", 8), "the file is not taken", "it is UTF-16",
+             "save it as UTF-8", 0}}) {
+    const CheckReport report = Text(c.text);
+    EXPECT_EQ(report.outcome, LoadOutcome::Rejected);
+    ASSERT_EQ(report.findings.size(), 1u) << c.text;
+    EXPECT_EQ(report.findings[0].what, c.what);
+    EXPECT_EQ(report.findings[0].why, c.why);
+    EXPECT_EQ(report.findings[0].mend, c.mend);
+    EXPECT_EQ(report.findings[0].place.line, c.line) << c.text;
   }
 }
 

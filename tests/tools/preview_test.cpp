@@ -89,6 +89,12 @@ TEST_F(PreviewTest, TellsWhatBecameOfEachToken) {
       {"{foo {source}} {time}",
        "- 1:1 {foo {source}}= (inside of other braces)\n+ 1:16 {time}=12:00:00\n"},
       {"{date format=\"%Y {serial}\"}", "+ 1:1 {date format=\"%Y {serial}\"}=2026 A-1001\n"},
+      // A stray brace takes along all up to the next end.
+      {"at { {time} in {source}",
+       "- 1:4 { {time}= (its first \"{\" reaches to the next \"}\")\n+ 1:16 {source}=Camera 1\n"},
+      {"a { at {time} b {date}",
+       "- 1:3 { at {time}= (its first \"{\" reaches to the next \"}\")\n+ 1:17 {date}=07/20/26\n"},
+      {"a {time {date} b", "- 1:3 {time {date}= (its first \"{\" reaches to the next \"}\")\n"},
       {"{weblink}", "+ 1:1 {weblink}=[No Valid Web Server Address]\n"},
   };
   SampleEvent event;

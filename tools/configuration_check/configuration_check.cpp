@@ -3,6 +3,11 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <system_error>
 #include <tuple>
 
 #include "configuration_check/document_place.h"
@@ -13,7 +18,18 @@
 namespace tvx::tool {
 namespace {
 
-Finding RejectedFile(const ConfigDocument& file) {
+// With a byte order mark, or with half of its first character empty.
+bool IsUtf16(const std::string& path) {
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(path, error)) return false;  // a pipe would block
+  std::array<char, 2> begin{};
+  std::ifstream file(path, std::ios::binary);
+  if (!file.read(begin.data(), begin.size())) return false;
+  return begin == std::array{'\xFF', '\xFE'} || begin == std::array{'\xFE', '\xFF'} ||
+         (begin[0] == '\0') != (begin[1] == '\0');
+}
+
+Finding RejectedFile(const std::string& path, const ConfigDocument& file) {
   Finding finding;
   finding.place = {file.fault.row, file.fault.column};
   finding.code = "rejected-file";
@@ -21,8 +37,14 @@ Finding RejectedFile(const ConfigDocument& file) {
   finding.why = file.fault.text.empty() ? "it holds no element" : file.fault.text;
   finding.instead = kRejected;
   finding.mend = file.fault.row > 0
-                     ? "set the markup right there, or take a copy of the file that was good"
+                     ? "set the markup right there, or take a copy of the file that was good; "
+                       "within a value write &quot; for a quotation mark, in a text &lt; for \"<\""
                      : "take a copy of the file that was good, or write a new one";
+  if (IsUtf16(path)) {
+    finding.place = {};
+    finding.why = "it is UTF-16";
+    finding.mend = "save it as UTF-8";
+  }
   return finding;
 }
 
@@ -59,7 +81,7 @@ CheckReport CheckConfiguration(const std::string& path) {
     AddProfileWarnings(block, reading, report.kept, report.findings);
     AddFileMode(path, report.kept, report.findings);
   } else if (report.findings.empty()) {
-    report.findings.push_back(RejectedFile(file));
+    report.findings.push_back(RejectedFile(path, file));
   }
   std::stable_sort(
       report.findings.begin(), report.findings.end(), [](const Finding& a, const Finding& b) {

@@ -91,7 +91,7 @@ class ProfileWarnings {
            std::string("each ") + Quoted(name) + " holds one address, of letters of ASCII",
            Quoted(address) + " is used",
            "write one address in each element, alone or as \"Name "
-           "<guard@example.com>\""});
+           "&lt;guard@example.com&gt;\""});
     }
   }
 

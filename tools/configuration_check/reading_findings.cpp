@@ -1,5 +1,7 @@
 #include "configuration_check/reading_findings.h"
 
+#include <strings.h>
+
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
@@ -14,8 +16,14 @@ namespace {
 
 // What a skip costs, by what is skipped.
 const char* Effect(const TiXmlElement& element) {
-  if (IsServer(element)) return "mail is sent through the other servers only";
-  if (IsProfile(element)) return "events that ask for this profile send no mail";
+  if (IsServer(element)) {
+    return "mail is sent through the other servers only, and it is gone from the file after the "
+           "start";
+  }
+  if (IsProfile(element)) {
+    return "events that ask for this profile send no mail, and it is gone from the file after the "
+           "start";
+  }
   return kRejected;
 }
 
@@ -89,6 +97,30 @@ Place PlaceOfSkip(const Reading::Skip& skip) {
   }
 }
 
+// The element that only its letters' case keeps from being the one that is missed.
+const TiXmlElement* InOtherCase(const Reading::Skip& skip) {
+  if (skip.reason != SkipReason::NoElement) return nullptr;
+  auto at = skip.element->FirstChildElement();
+  while (at != nullptr && ::strcasecmp(at->Value(), skip.name.c_str()) != 0) {
+    at = at->NextSiblingElement();
+  }
+  return at;
+}
+
+// For the block and its lists, without which the file is rejected.
+void ExplainMissing(const Reading::Skip& skip, Finding& finding) {
+  const TiXmlElement& element = *skip.element;
+  if (const TiXmlElement* other = InOtherCase(skip)) {
+    finding.place = PlaceOf(*other);
+    finding.what = NameOf(*other) + " is not read";
+    finding.why = "it is not written " + Quoted(skip.name);
+    finding.mend = "write " + Quoted(skip.name);
+  } else if (skip.name == "Notify" && element.ValueStr() == skip.name) {
+    finding.why = "it is the root itself";
+    finding.mend = "put it into a root element, <tDVR>...</tDVR>";
+  }
+}
+
 Finding SkipFinding(const Reading::Skip& skip) {
   Finding finding;
   finding.place = PlaceOfSkip(skip);
@@ -96,7 +128,10 @@ Finding SkipFinding(const Reading::Skip& skip) {
   finding.instead = Effect(*skip.element);
   Explain(skip, finding);
   if (skip.reason == SkipReason::NoText) finding.instead = "the profile does without it";
-  if (finding.instead == kRejected) finding.what = NameOf(*skip.element) + " is not taken";
+  if (finding.instead == kRejected) {
+    finding.what = NameOf(*skip.element) + " is not taken";
+    ExplainMissing(skip, finding);
+  }
   return finding;
 }
 
@@ -128,7 +163,7 @@ Finding GivenId(const Reading::Number& number) {
           "id-given",
           NameOf(*number.element) + " gets the ID " + std::to_string(number.used),
           "its ID is 0",
-          "the next free number of \"autoincrement\" is taken",
+          "the number that \"autoincrement\" has reached is taken, in use or not",
           "write the ID that the server's events name"};
 }
 

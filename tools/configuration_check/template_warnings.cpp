@@ -60,15 +60,16 @@ class TextWarnings {
     line_ = piece.line;
     switch (piece.fate) {
       case Fate::Invalid:
-        Warn("date-format", piece.before, "gives no date", "its format is not one of strftime's",
+        Warn("date-format", piece.before, "gives no date",
+             "its format has a \"%\" before a letter that is not taken, or at its end",
              Quoted(piece.after) + " is sent in its place",
              "use %Y %m %d %H %M %S, %x, %X and the like, and %% for a percent sign");
         break;
       case Fate::Left:
-        AddUnreplaced(piece.before, "it is sent as it stands");
+        AddUnreplaced(piece, "it is sent as it stands");
         break;
       case Fate::Dropped:
-        AddUnreplaced(piece.before,
+        AddUnreplaced(piece,
                       "it is dropped, as every brace token is in a text with a date or a time");
         break;
       case Fate::Text:
@@ -94,12 +95,15 @@ class TextWarnings {
                          why, instead, mend});
   }
 
-  void AddUnreplaced(const std::string& token, const char* instead) {
+  void AddUnreplaced(const Piece& piece, const char* instead) {
+    const std::string& token = piece.before;
     const auto warn = [&](const char* code, const char* why, const std::string& mend) {
       Warn(code, token, "is not replaced", why, instead, mend);
     };
     const std::string nearest = Nearest(token);
-    if (token == "{weblink}" && std::strcmp(name_, "subject") == 0) {
+    if (piece.why == kStrayBrace) {
+      warn("placeholder", kStrayBrace, "remove the first \"{\", or close it");
+    } else if (token == "{weblink}" && std::strcmp(name_, "subject") == 0) {
       warn("placeholder", "only the body can hold a link", "move it to the body");
     } else if (ContainsDate(token)) {
       warn("date-format", "its format cannot be read, or gives no text or too much of it",

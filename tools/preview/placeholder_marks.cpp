@@ -74,9 +74,9 @@ bool IsToken(const std::string& piece) {
   return !piece.empty() && piece.front() == '{' && piece.back() == '}';
 }
 
-// Whether a brace waits for its end.
-bool IsOpen(const std::string& text) {
-  return std::count(text.begin(), text.end(), '{') > std::count(text.begin(), text.end(), '}');
+// Whether not every brace in it has an end of its own.
+bool HoldsStrayBrace(const std::string& token) {
+  return std::count(token.begin(), token.end(), '{') > std::count(token.begin(), token.end(), '}');
 }
 
 // Whether it has the form of one; not whether it is read as one.
@@ -97,16 +97,25 @@ class PieceMaker {
     std::size_t next = 0;
     Piece piece;
     bool hasValue = false;
+    int open = 0;  // braces of the piece that wait for their end
     for (const auto& [mark, after] : expanded) {
-      while (next <= mark) piece.before += templatePieces[next++];
+      for (; next <= mark; ++next) {
+        const std::string& part = templatePieces[next];
+        piece.before += part;
+        // A brace whose mark is gone was no more than text within a token.
+        if (part.empty()) continue;
+        if (part.front() == '{' && expanded.count(next - 1) != 0) ++open;
+        if (part.back() == '}' && expanded.count(next) != 0) --open;
+      }
       piece.after += after;
       const auto filled = withValues.find(mark);
       hasValue = hasValue || (filled != withValues.end() && !filled->second.empty());
       // Marks may be left within a token whose format holds braces; it goes on to its own end.
-      if (piece.before != piece.after && IsOpen(piece.before)) continue;
+      if (piece.before != piece.after && open > 0) continue;
       Finish(piece, hasValue, pieces);
       piece = Piece();
       hasValue = false;
+      open = 0;
     }
     Finish(piece, hasValue, pieces);
     return pieces;
@@ -131,15 +140,20 @@ class PieceMaker {
                       : WhyNotReplaced(piece.before);
     } else if (piece.after.empty() && !hasValue) {
       piece.fate = Fate::Dropped;
-      piece.why = IsDateOrTime(piece.before)
-                      ? "its format gives no text, or too much of it, or cannot be read"
-                      : WhyNotReplaced(piece.before);
+      piece.why = WhyDropped(piece.before);
     } else if (piece.after == InvalidFormatText()) {
       piece.fate = Fate::Invalid;
     } else {
       piece.fate = Fate::Replaced;
       replaced_.insert(piece.before);
     }
+  }
+
+  const char* WhyDropped(const std::string& token) const {
+    if (HoldsStrayBrace(token)) return kStrayBrace;
+    if (IsDateOrTime(token))
+      return "its format gives no text, or too much of it, or cannot be read";
+    return WhyNotReplaced(token);
   }
 
   const char* WhyNotReplaced(const std::string& token) const {

@@ -23,6 +23,9 @@ enum class Fate {
   Invalid,   // a date or time whose format is none
 };
 
+// Why a token is dropped that holds another one's beginning.
+constexpr const char* kStrayBrace = "its first \"{\" reaches to the next \"}\"";
+
 // A stretch of a template and what it became.
 struct Piece {
   Fate fate = Fate::Text;

@@ -84,7 +84,8 @@ std::shared_ptr<const NotifyConfig> ReadConfiguration(const std::string& path) {
     case LoadOutcome::Rejected:
       break;
   }
-  WrongUse(path + ": the plug-in cannot read this as a configuration");
+  WrongUse(path + ": the plug-in cannot read this as a configuration: run \"notifypi check " +
+           path + "\"");
 }
 
 const NotifyProfile& ChooseProfile(const NotifyConfig& config, const Arguments& arguments) {
