@@ -231,6 +231,10 @@ ParsedDocument ParseDocument(const char* text, std::size_t length, Positions pos
   return parsed;
 }
 
+// The texts below name the limits.
+static_assert(kMaxDocumentBytes == 16u << 20 && kMaxNesting == 256 && kMaxNodes == 1'000'000 &&
+              kMaxAttributes == 64);
+
 const char* RefusalReason(ParseOutcome outcome) {
   switch (outcome) {
     case ParseOutcome::TooLarge:

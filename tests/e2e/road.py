@@ -107,25 +107,31 @@ class Mail:
     user: str
 
 
-class MailServer:
-    """smtp_server.py on a free port, until close()."""
+class ServerProcess:
+    """A server beside this file, on the free port that it prints, until close()."""
 
-    def __init__(self, folder, options):
-        self.mailbox = folder
-        program = pathlib.Path(__file__).with_name("smtp_server.py")
+    def __init__(self, name, *options):
         self._process = subprocess.Popen(
-            ["/usr/bin/python3", "-B", program, "--mailbox", folder, *options],
+            ["/usr/bin/python3", "-B", pathlib.Path(__file__).with_name(name), *options],
             stdout=subprocess.PIPE, stdin=subprocess.DEVNULL)
         line = self._process.stdout.readline()
         if not line:
             self.close()
-            raise RuntimeError("the mail server did not start")
+            raise RuntimeError(f"{name} did not start")
         self.port = int(line)
 
     def close(self):
         self._process.terminate()
         self._process.wait()
         self._process.stdout.close()
+
+
+class MailServer(ServerProcess):
+    """smtp_server.py."""
+
+    def __init__(self, folder, options):
+        self.mailbox = folder
+        super().__init__("smtp_server.py", "--mailbox", folder, *options)
 
     def received(self):
         mails = []

@@ -1,9 +1,7 @@
 """The link in the mail: it asks the web client for the event's cameras and time, or says why not."""
 import base64
 import json
-import pathlib
 import re
-import subprocess
 
 import road
 from road import DELIVERED, EVENT_TIME, RoadTest, element, event_document, profile
@@ -29,25 +27,13 @@ def motion(*cameras):
                                                      road.to_bytes(sources) + b"</Profile>")
 
 
-class WebServer:
-    """web_server.py on a free port, until close()."""
+class WebServer(road.ServerProcess):
+    """web_server.py."""
 
     def __init__(self, log, options):
         self._log = log
-        program = pathlib.Path(__file__).with_name("web_server.py")
-        self._process = subprocess.Popen(
-            ["/usr/bin/python3", "-B", program, "--log", log, *options],
-            stdout=subprocess.PIPE, stdin=subprocess.DEVNULL)
-        line = self._process.stdout.readline()
-        if not line:
-            self.close()
-            raise RuntimeError("the web server did not start")
-        self.address = f"127.0.0.1:{int(line)}"
-
-    def close(self):
-        self._process.terminate()
-        self._process.wait()
-        self._process.stdout.close()
+        super().__init__("web_server.py", "--log", log, *options)
+        self.address = f"127.0.0.1:{self.port}"
 
     def requests(self):
         lines = self._log.read_text(encoding="utf-8").splitlines() if self._log.exists() else []
