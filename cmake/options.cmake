@@ -7,6 +7,14 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 
+# A compiler cache makes fresh clones and changes of branch cheap. Another one may be named on the
+# command line or in the environment, as always.
+find_program(NOTIFYPI_CCACHE ccache)
+if(NOTIFYPI_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_C_COMPILER_LAUNCHER ${NOTIFYPI_CCACHE})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${NOTIFYPI_CCACHE})
+endif()
+
 set(NOTIFYPI_SANITIZE "" CACHE STRING "Sanitizers, comma separated (see CMakePresets.json)")
 
 add_library(notifypi_options INTERFACE)
