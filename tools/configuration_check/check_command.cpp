@@ -1,12 +1,11 @@
-#include "configuration_check/check_command.h"
-
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
+#include "commands.h"
 #include "configuration_check/check_json.h"
 #include "configuration_check/check_text.h"
 #include "configuration_check/configuration_check.h"
@@ -33,6 +32,9 @@ struct Arguments {
 };
 
 int Run(const Arguments& arguments) {
+  if (::access(arguments.file.c_str(), R_OK) != 0) {
+    throw std::runtime_error(arguments.file + ": may not be read");
+  }
   const CheckReport report = CheckConfiguration(arguments.file);
   if (arguments.json) {
     const std::string json = CheckJson(report);
@@ -45,21 +47,14 @@ int Run(const Arguments& arguments) {
 
 }  // namespace
 
-void AddCheckCommand(CLI::App& command, int& exitCode) {
+Command CheckCommand() {
   auto arguments = std::make_shared<Arguments>();
-  CLI::App* check = command.add_subcommand("check", kDescription);
-  check->footer(kFooter);
-  check->add_option("FILE", arguments->file, "The file to check")
-      ->check(CLI::ExistingFile.description(""))
-      ->type_name("")
-      ->required();
-  check->add_flag("--json", arguments->json, "Print one JSON document");
-  check->callback([arguments, &exitCode] {
-    if (::access(arguments->file.c_str(), R_OK) != 0) {
-      throw CLI::ValidationError(arguments->file + ": may not be read");
-    }
-    exitCode = Run(*arguments);
-  });
+  return {"check",
+          kDescription,
+          kFooter,
+          {{"FILE", &arguments->file, "", "The file to check", ExistingFile{}},
+           {"--json", &arguments->json, "", "Print one JSON document"}},
+          [arguments] { return Run(*arguments); }};
 }
 
 }  // namespace tvx::tool

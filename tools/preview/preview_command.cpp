@@ -1,16 +1,15 @@
-#include "preview/preview_command.h"
-
-#include <CLI/CLI.hpp>
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <map>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "base/clock.h"
+#include "commands.h"
 #include "config/config_file.h"
 #include "config/notify_config.h"
 #include "preview/event_options.h"
@@ -52,17 +51,16 @@ struct Arguments {
   std::string type;
   std::string state = "start";
   std::vector<std::uint32_t> cameras;
-  std::string webLink;
   SampleEvent event;
   std::vector<std::string> attached;
   std::vector<std::string> notes;
   SampleAttachments attachments;
-  std::string eml;
+  std::optional<std::string> eml;  // empty: to standard output
   bool json = false;
 };
 
 [[noreturn]] void WrongUse(const std::string& text) {
-  throw CLI::ValidationError(text);
+  throw std::runtime_error(text);
 }
 
 std::string ListOf(const std::map<std::int32_t, NotifyProfile>& profiles) {
@@ -102,7 +100,7 @@ const NotifyProfile& ChooseProfile(const NotifyConfig& config, const Arguments& 
   return found->second;
 }
 
-void TakeEvent(const CLI::App& preview, Arguments& arguments) {
+void TakeEvent(Arguments& arguments) {
   SampleEvent& event = arguments.event;
   event.seconds = static_cast<std::int32_t>(WallSeconds());
   if (!arguments.time.empty()) {
@@ -116,8 +114,7 @@ void TakeEvent(const CLI::App& preview, Arguments& arguments) {
     event.type = *type;
   }
   event.isStart = arguments.state == "start";
-  if (preview.count("--camera") != 0) event.cameras = arguments.cameras;
-  if (preview.count("--web-link") != 0) event.webLink = arguments.webLink;
+  if (!arguments.cameras.empty()) event.cameras = arguments.cameras;
 }
 
 void TakeAttachments(Arguments& arguments) {
@@ -141,102 +138,78 @@ void WriteMessage(const std::string& path, const std::string& message) {
   if (file.fail()) WrongUse(path + " cannot be written");
 }
 
-int Run(const CLI::App& command, Arguments& arguments) {
-  TakeEvent(command, arguments);
+int Run(Arguments& arguments) {
+  TakeEvent(arguments);
   TakeAttachments(arguments);
   const std::shared_ptr<const NotifyConfig> config = ReadConfiguration(arguments.file);
   const Preview preview = MakePreview(arguments.event, arguments.attachments, config,
                                       ChooseProfile(*config, arguments));
   // Standard output is the message's when it is wanted there.
+  if (arguments.eml == "") arguments.eml = kStandardOutput;
   std::FILE* out = arguments.eml == kStandardOutput ? stderr : stdout;
   const std::string text =
       arguments.json ? PreviewJson(preview) : PreviewText(preview, Palette::For(out));
   if (out == stdout || preview.Findings() != 0) std::fputs(text.c_str(), out);
-  if (!arguments.eml.empty() && !preview.message.empty()) {
-    WriteMessage(arguments.eml, preview.message);
-  }
+  if (arguments.eml && !preview.message.empty()) WriteMessage(*arguments.eml, preview.message);
   return preview.Findings() == 0 ? 0 : 1;
 }
 
 }  // namespace
 
-void AddPreviewCommand(CLI::App& command, int& exitCode) {
+Command PreviewCommand() {
   auto arguments = std::make_shared<Arguments>();
   SampleEvent& event = arguments->event;
-  CLI::App* preview = command.add_subcommand("preview", kDescription);
-  preview->footer(kFooter);
-
-  preview->add_option("FILE", arguments->file, "The notify.xml")->required()->type_name("");
-  preview->add_option("--profile", arguments->profile, "Its profile (default: its only one)")
-      ->type_name("N");
-  preview->add_flag("--test", event.isTest,
-                    "The message that is sent when somebody tries the profile out");
-  preview
-      ->add_option("--time", arguments->time,
-                   "Time of the event: seconds since 1970, or local as \"YYYY-MM-DD HH:MM:SS\" "
-                   "(default: now)")
-      ->type_name("TIME");
-  preview->add_option("--milliseconds", event.milliseconds, "Its milliseconds (default: 0)")
-      ->check(CLI::Range(0, 999).description(""))
-      ->type_name("N");
-  preview->add_option("--type", arguments->type, "Event type, code or name (default: Video Motion)")
-      ->type_name("TYPE");
-  preview->add_option("--state", arguments->state, "\"start\" or \"end\" (default: start)")
-      ->check(CLI::IsMember({"start", "end"}).description(""))
-      ->type_name("STATE");
-  const auto text = [&](const char* name, std::string& value, const char* what) {
-    preview->add_option(name, value, what + (" (default: " + value + ")"))->type_name("TEXT");
+  const auto text = [](const char* name, std::string& value, const std::string& what) {
+    return Option{name, &value, "TEXT", what + " (default: " + value + ")"};
   };
-  text("--source", event.sourceName, "Name of the event's source");
-  text("--system", event.systemName, "Name of the system");
-  text("--serial", event.serial, "Serial number of the system");
-  text("--mac", event.macAddress, "Registered MAC address of the system");
-  preview
-      ->add_option("--camera", arguments->cameras,
-                   "Identifier of a camera for the web link; may be repeated (default: one for an "
-                   "event of a camera, else none)")
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-      ->type_name("ID");
-  preview
-      ->add_option("--web-link", arguments->webLink,
-                   "What stands for {weblink} (default: an example of a link, or the notice why "
-                   "there is none)")
-      ->type_name("TEXT");
-  preview->add_option("--attach", arguments->attached, "A file to attach; may be repeated")
-      ->check(CLI::ExistingFile.description(""))
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-      ->type_name("FILE");
-  preview
-      ->add_option("--failed-attachment", arguments->notes,
-                   "The note on an attachment that failed; may be repeated")
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-      ->type_name("NOTE");
-  CLI::Option* part =
-      preview->add_option("--part", arguments->attachments.part, "This is message N of --parts")
-          ->check(CLI::PositiveNumber.description(""))
-          ->type_name("N");
-  CLI::Option* parts = preview
-                           ->add_option("--parts", arguments->attachments.partCount,
-                                        "The attachments need so many messages")
-                           ->check(CLI::PositiveNumber.description(""))
-                           ->type_name("N");
-  part->needs(parts);
-  parts->needs(part);
-  CLI::Option* eml = preview
-                         ->add_option("--eml", arguments->eml,
-                                      "Write the message to a file, byte for byte as the plug-in "
-                                      "spools it; to standard output without FILE")
-                         ->expected(0, 1)
-                         ->type_name("[FILE]");
-  preview->add_flag("--json", arguments->json, "Print one JSON object")->excludes(eml);
-
-  preview->callback([arguments, preview, eml, &exitCode] {
-    if (eml->count() != 0 && arguments->eml.empty()) arguments->eml = kStandardOutput;
-    exitCode = Run(*preview, *arguments);
-  });
+  return {
+      "preview",
+      kDescription,
+      kFooter,
+      {{"FILE", &arguments->file, "", "The notify.xml"},
+       {"--profile", &arguments->profile, "N", "Its profile (default: its only one)"},
+       {"--test", &event.isTest, "",
+        "The message that is sent when somebody tries the profile out"},
+       {"--time", &arguments->time, "TIME",
+        "Time of the event: seconds since 1970, or local as \"YYYY-MM-DD HH:MM:SS\" "
+        "(default: now)"},
+       {"--milliseconds", &event.milliseconds, "N", "Its milliseconds (default: 0)", Range{0, 999}},
+       {"--type", &arguments->type, "TYPE", "Event type, code or name (default: Video Motion)"},
+       {"--state", &arguments->state, "STATE", "\"start\" or \"end\" (default: start)",
+        OneOf{"start", "end"}},
+       text("--source", event.sourceName, "Name of the event's source"),
+       text("--system", event.systemName, "Name of the system"),
+       text("--serial", event.serial, "Serial number of the system"),
+       text("--mac", event.macAddress, "Registered MAC address of the system"),
+       {"--camera", &arguments->cameras, "ID",
+        "Identifier of a camera for the web link; may be repeated (default: one for an event of a "
+        "camera, else none)"},
+       {"--web-link", &event.webLink, "TEXT",
+        "What stands for {weblink} (default: an example of a link, or the notice why there is "
+        "none)"},
+       {"--attach", &arguments->attached, "FILE", "A file to attach; may be repeated",
+        ExistingFile{}},
+       {"--failed-attachment", &arguments->notes, "NOTE",
+        "The note on an attachment that failed; may be repeated"},
+       {"--part",
+        &arguments->attachments.part,
+        "N",
+        "This is message N of --parts",
+        Range{1},
+        {},
+        {"--parts"}},
+       {"--parts",
+        &arguments->attachments.partCount,
+        "N",
+        "The attachments need so many messages",
+        Range{1},
+        {},
+        {"--part"}},
+       {"--eml", &arguments->eml, "[FILE]",
+        "Write the message to a file, byte for byte as the plug-in spools it; to standard output "
+        "without FILE"},
+       {"--json", &arguments->json, "", "Print one JSON object", {}, {"--eml"}}},
+      [arguments] { return Run(*arguments); }};
 }
 
 }  // namespace tvx::tool

@@ -1,15 +1,12 @@
-#include "simulated_host/host_command.h"
-
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 
+#include "commands.h"
 #include "simulated_host/human_printer.h"
 #include "simulated_host/json_printer.h"
 #include "simulated_host/live_area.h"
@@ -179,93 +176,59 @@ int Run(const Arguments& arguments) {
 
 }  // namespace
 
-void AddHostCommand(CLI::App& command, int& exitCode) {
+Command HostCommand() {
   auto arguments = std::make_shared<Arguments>();
-  CLI::App* host = command.add_subcommand("host", kDescription);
-  host->footer(kFooter);
-  // Without descriptions of their own, which help would show beside the names of the values.
-  const CLI::Validator file = CLI::ExistingFile.description("");
-  const CLI::Validator directory = CLI::ExistingDirectory.description("");
-  const CLI::Validator seconds = CLI::NonNegativeNumber.description("");
-
-  host->add_option(
-          "--plugin", arguments->plugin,
-          "The plug-in library (default: notifypi.so beside this command or in ../lib/notifypi "
-          "from there; with --speed notifypi-speed.so)")
-      ->check(file)
-      ->type_name("FILE");
-  host->add_option("--directory", arguments->directory, "Working folder (default: the current one)")
-      ->check(directory)
-      ->type_name("DIR");
-  CLI::Option* script = host->add_option("--script", arguments->script, "Steps to take")
-                            ->check(file)
-                            ->type_name("FILE");
-  const auto document = [&](const char* name, std::vector<std::string>& paths, const char* help) {
-    host->add_option(name, paths, help)
-        ->check(file)
-        ->type_name("FILE")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-        ->excludes(script);
-  };
-  document("--system", arguments->systems, "Full system document to send; may be repeated");
-  document("--update", arguments->updates, "Configuration document to send; may be repeated");
-  document("--event", arguments->events, "Event document to send; may be repeated");
-  host->add_option("--camera", arguments->cameras,
-                   "Feed a camera's frames, as \"66049 h264\" or \"66049 h264 gate.mp4\"; may be "
-                   "repeated")
-      ->type_name("\"STREAM CODEC [FILE]\"")
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-      ->excludes(script);
-  host->add_option("--before", arguments->before,
-                   "Feed the cameras so long before the first event (default: 6)")
-      ->check(seconds)
-      ->type_name("SECONDS");
-  host->add_option("--pace", arguments->pace,
-                   "Feed the cameras so many times faster than they take their pictures (default: "
-                   "1); clips become shorter as much")
-      ->check(CLI::Range(0.1, 1000.0).description(""))
-      ->type_name("N");
-  host->add_option("--timeout", arguments->timeLimit,
-                   "Stop with a fault after so long; 0: never (default: 300)")
-      ->check(seconds)
-      ->type_name("SECONDS");
-  host->add_option("--settle", arguments->settle,
-                   "Silence that ends the wait for events without a report (default: 12)")
-      ->check(seconds)
-      ->type_name("SECONDS");
-  host->add_option("--repeat", arguments->repeat,
-                   "Load, run and unload the plug-in so many times (default: 1)")
-      ->check(CLI::PositiveNumber.description(""))
-      ->type_name("N");
-  host->add_option("--mail-server", arguments->mailServer,
-                   "Run a mail server by this shell command, for the script to take away")
-      ->type_name("COMMAND");
-  host->add_option("--speed", arguments->speed,
-                   "Let the plug-in's time pass so many times faster, 0.1 to 1000 (default: 1)")
-      ->check(CLI::Range(0.1, 1000.0).description(""))
-      ->type_name("N");
-  CLI::Option* json = host->add_flag("--json", arguments->json, "Print one JSON object a line");
-  host->add_flag("--watch", arguments->watch,
-                 "Show how the run stands instead of what happens, see below")
-      ->excludes(json);
-  host->add_option("--transcript", arguments->transcript,
-                   "Write all that crosses the border between host and plug-in to a file, without "
-                   "passwords")
-      ->type_name("FILE");
-
-  host->callback([arguments, &exitCode] {
-    try {
-      exitCode = Run(*arguments);
-    } catch (const ScenarioError& error) {
-      throw CLI::ValidationError(error.what());
-    } catch (const PluginError& error) {
-      throw CLI::ValidationError(error.what());
-    } catch (const std::system_error& error) {
-      throw CLI::ValidationError(error.what());
-    }
-  });
+  return {
+      "host",
+      kDescription,
+      kFooter,
+      {{"--plugin", &arguments->plugin, "FILE",
+        "The plug-in library (default: notifypi.so beside this command or in ../lib/notifypi from "
+        "there; with --speed notifypi-speed.so)",
+        ExistingFile{}},
+       {"--directory", &arguments->directory, "DIR", "Working folder (default: the current one)",
+        ExistingFolder{}},
+       {"--script",
+        &arguments->script,
+        "FILE",
+        "Steps to take",
+        ExistingFile{},
+        {"--system", "--update", "--event", "--camera"}},
+       {"--system", &arguments->systems, "FILE", "Full system document to send; may be repeated",
+        ExistingFile{}},
+       {"--update", &arguments->updates, "FILE", "Configuration document to send; may be repeated",
+        ExistingFile{}},
+       {"--event", &arguments->events, "FILE", "Event document to send; may be repeated",
+        ExistingFile{}},
+       {"--camera", &arguments->cameras, "\"STREAM CODEC [FILE]\"",
+        "Feed a camera's frames, as \"66049 h264\" or \"66049 h264 gate.mp4\"; may be repeated"},
+       {"--before", &arguments->before, "SECONDS",
+        "Feed the cameras so long before the first event (default: 6)", Range{0}},
+       {"--pace", &arguments->pace, "N",
+        "Feed the cameras so many times faster than they take their pictures (default: 1); clips "
+        "become shorter as much",
+        Range{0.1, 1000}},
+       {"--timeout", &arguments->timeLimit, "SECONDS",
+        "Stop with a fault after so long; 0: never (default: 300)", Range{0}},
+       {"--settle", &arguments->settle, "SECONDS",
+        "Silence that ends the wait for events without a report (default: 12)", Range{0}},
+       {"--repeat", &arguments->repeat, "N",
+        "Load, run and unload the plug-in so many times (default: 1)", Range{1}},
+       {"--mail-server", &arguments->mailServer, "COMMAND",
+        "Run a mail server by this shell command, for the script to take away"},
+       {"--speed", &arguments->speed, "N",
+        "Let the plug-in's time pass so many times faster, 0.1 to 1000 (default: 1)",
+        Range{0.1, 1000}},
+       {"--json", &arguments->json, "", "Print one JSON object a line"},
+       {"--watch",
+        &arguments->watch,
+        "",
+        "Show how the run stands instead of what happens, see below",
+        {},
+        {"--json"}},
+       {"--transcript", &arguments->transcript, "FILE",
+        "Write all that crosses the border between host and plug-in to a file, without passwords"}},
+      [arguments] { return Run(*arguments); }};
 }
 
 }  // namespace tvx::tool
