@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ostream>
+#include <regex>
 #include <stdexcept>
 #include <utility>
 
@@ -21,11 +22,13 @@ T Copy(std::mutex& mutex, const T& value) {
 
 }  // namespace
 
+bool (*Crossing::note)(bool) = [](bool) { return false; };
+
 void PrintTo(const LogLine& line, std::ostream* out) {
   *out << line.level << ' ' << line.text;
 }
 
-FakeHost::FakeHost() {
+FakeHost::FakeHost(Memory memory) : memory_(memory) {
   if (current != nullptr) throw std::logic_error("two fake hosts at once");
   current = this;
 }
@@ -35,43 +38,50 @@ FakeHost::~FakeHost() {
 }
 
 int FakeHost::Entry(HostRequest* request, HostReply* reply) {
+  const Crossing out(false);
   return current == nullptr ? 0 : current->Take(*request, *reply);
 }
 
 int FakeHost::Take(HostRequest& request, HostReply& reply) {
-  std::function<void(const SentChunk&)> handler;
+  reply.status = 0;
+  if (request.command == HostCommand::ReleaseFrame) ++framesReleased_;
+  if (request.command == HostCommand::Watchdog) ++watchdogEvents_;
+  if (memory_ == Memory::CountsOnly && request.command != HostCommand::ChannelMessage) return 0;
+
+  std::function<void(const SentChunk&)> onChunk;
+  std::function<void(const SentDocument&)> onDocument;
   SentChunk chunk{};
+  SentDocument document{};
   Reaction reaction{request.command, 0, 0};
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    CheckForm(request);
+    CheckForm(request, reply);
+    const auto* bytes = static_cast<const char*>(request.payload);
     switch (request.command) {
       case HostCommand::Log:
-        log_.push_back({request.level, static_cast<const char*>(request.payload)});
-        if (log_.back().text.size() + 1 != request.length) malformed_.push_back("log length");
+        log_.push_back({request.level, bytes});
+        if (log_.back().text.size() + 1 != request.length) problems_.push_back("log length");
         break;
       case HostCommand::ConfigDocument:
       case HostCommand::StatusDocument:
-        documents_.push_back(
-            {request.command,
-             std::string(static_cast<const char*>(request.payload), request.length)});
+        document = {request.command, std::string(bytes, request.length)};
+        documents_.push_back(document);
+        onDocument = onDocument_;
         break;
       case HostCommand::ReleaseFrame:
-        released_.push_back(request.payload);
+        Release(request.payload);
         break;
       case HostCommand::Watchdog:
-        ++watchdogEvents_;
         break;
       case HostCommand::ChannelMessage: {
         ChunkHeader header{};
-        std::memcpy(&header, request.payload, sizeof(header));
-        const auto* bytes = static_cast<const char*>(request.payload) + sizeof(header);
+        std::memcpy(&header, bytes, sizeof(header));
         chunk = {header.request, header.kind, header.word,
-                 std::string(bytes, request.length - sizeof(header))};
-        if (header.size != request.length) malformed_.push_back("chunk size");
+                 std::string(bytes + sizeof(header), request.length - sizeof(header))};
+        if (header.size != request.length) problems_.push_back("chunk size");
         std::free(const_cast<void*>(request.payload));
-        chunks_.push_back(chunk);
-        handler = onChunk_;
+        if (memory_ == Memory::Full) chunks_.push_back(chunk);
+        onChunk = onChunk_;
         break;
       }
     }
@@ -80,12 +90,40 @@ int FakeHost::Take(HostRequest& request, HostReply& reply) {
     }
   }
   changed_.notify_all();
-  if (handler) handler(chunk);
+  if (onChunk) onChunk(chunk);
+  if (onDocument) onDocument(document);
   reply.status = reaction.status;
   return reaction.returned;
 }
 
-void FakeHost::CheckForm(const HostRequest& request) {
+void FakeHost::Release(const void* handle) {
+  released_.push_back(handle);
+  if (keepsFrameBooks_ && lent_.erase(handle) == 0) {
+    problems_.push_back("a frame came back that was not out");
+  }
+}
+
+const void* FakeHost::Lend(std::string_view bytes) {
+  std::unique_ptr<char[]> buffer(new char[bytes.size()]);
+  std::copy(bytes.begin(), bytes.end(), buffer.get());
+  const void* const handle = buffer.get();
+  std::lock_guard<std::mutex> lock(mutex_);
+  keepsFrameBooks_ = true;
+  lent_.emplace(handle, std::move(buffer));
+  return handle;
+}
+
+void FakeHost::TakeBack(const void* handle) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (lent_.erase(handle) == 0) problems_.push_back("a frame was refused that had come back");
+}
+
+std::size_t FakeHost::FramesOut() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return lent_.size();
+}
+
+void FakeHost::CheckForm(const HostRequest& request, const HostReply& reply) {
   HostRequest expected{};
   expected.size = kHostRequestSize;
   expected.version = 1;
@@ -95,9 +133,10 @@ void FakeHost::CheckForm(const HostRequest& request) {
   expected.command = request.command;
   expected.payloadKind = request.payloadKind;
   if (request.command == HostCommand::Log) expected.level = request.level;
-  if (std::memcmp(&expected, &request, sizeof(request)) != 0) {
-    malformed_.push_back("request of command " +
-                         std::to_string(static_cast<unsigned>(request.command)));
+  if (std::memcmp(&expected, &request, sizeof(request)) != 0 || reply.size != sizeof(reply) ||
+      reply.version != 1) {
+    problems_.push_back("request of command " +
+                        std::to_string(static_cast<unsigned>(request.command)));
   }
 }
 
@@ -127,19 +166,39 @@ std::vector<SentDocument> FakeHost::Documents() const {
 std::vector<const void*> FakeHost::ReleasedFrames() const {
   return Copy(mutex_, released_);
 }
-int FakeHost::WatchdogEvents() const {
-  return Copy(mutex_, watchdogEvents_);
-}
 std::vector<SentChunk> FakeHost::Chunks() const {
   return Copy(mutex_, chunks_);
 }
-std::vector<std::string> FakeHost::MalformedRequests() const {
-  return Copy(mutex_, malformed_);
+std::vector<std::string> FakeHost::Problems() const {
+  return Copy(mutex_, problems_);
+}
+
+void FakeHost::AddProblem(const std::string& text) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  problems_.push_back(text);
+}
+
+std::vector<std::string> FakeHost::Statuses() const {
+  std::vector<std::string> statuses;
+  for (const SentDocument& document : Documents()) {
+    if (document.command != HostCommand::StatusDocument) continue;
+    static const std::regex entry("<Profile ID=\"(-?[0-9]+)\" Status=\"([0-9]+)\"");
+    const std::string& text = document.text;
+    for (std::sregex_iterator at(text.begin(), text.end(), entry), end; at != end; ++at) {
+      statuses.push_back((*at)[1].str() + ":" + (*at)[2].str());
+    }
+  }
+  return statuses;
 }
 
 void FakeHost::OnChunk(std::function<void(const SentChunk&)> handler) {
   std::lock_guard<std::mutex> lock(mutex_);
   onChunk_ = std::move(handler);
+}
+
+void FakeHost::OnDocument(std::function<void(const SentDocument&)> handler) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  onDocument_ = std::move(handler);
 }
 
 void FakeHost::Answer(HostCommand command, int returned, std::uint32_t status) {

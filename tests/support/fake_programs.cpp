@@ -1,60 +1,83 @@
 #include "support/fake_programs.h"
 
+#include <sstream>
 #include <utility>
 
 namespace tvx::test {
 namespace {
 
+constexpr std::uint32_t kInput = 0;  // kinds of chunks
+constexpr std::uint32_t kOutput = 1;
+constexpr std::uint32_t kRunning = 3;
+constexpr std::uint32_t kFailed = 4;
+constexpr std::uint32_t kFinished = 5;
+constexpr std::uint32_t kLaunch = 6;
+
 Arguments Split(const std::string& description) {
-  Arguments arguments(1);
-  for (const char c : description) {
-    if (c == '\0') {
-      arguments.emplace_back();
-    } else {
-      arguments.back().push_back(c);
-    }
-  }
+  Arguments arguments;
+  std::istringstream words(description + '\0');
+  for (std::string word; std::getline(words, word, '\0');) arguments.push_back(word);
   return arguments;
 }
 
 }  // namespace
 
 FakePrograms::FakePrograms(FakeHost& host, std::function<void(const std::string&)> deliver)
-    : deliver_(std::move(deliver)), host_(host) {
-  host.OnChunk([this](const SentChunk& chunk) {
-    if (chunk.kind != 6) return;
-    std::lock_guard<std::mutex> lock(mutex_);
-    launches_.push_back(Split(chunk.payload));
-    threads_.emplace_back(&FakePrograms::Run, this, chunk.request, launches_.back());
-  });
+    : host_(host), deliver_(std::move(deliver)) {
+  host.OnChunk([this](const SentChunk& chunk) { OnChunk(chunk); });
 }
 
 FakePrograms::~FakePrograms() {
+  End();
   host_.OnChunk(nullptr);
   for (std::thread& thread : threads_) thread.join();
 }
 
-void FakePrograms::OnRun(std::function<ProgramEnd(const Arguments&)> run) {
-  std::lock_guard<std::mutex> lock(mutex_);
+void FakePrograms::OnChunk(const SentChunk& chunk) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (chunk.kind == kInput) {
+    input_[chunk.request] += chunk.payload;
+    changed_.notify_all();
+  } else if (chunk.kind == kLaunch) {
+    launches_.push_back(Split(chunk.payload));
+    threads_.emplace_back(&FakePrograms::Run, this, Launch{chunk.request, launches_.back()});
+  }
+}
+
+void FakePrograms::OnRun(std::function<ProgramEnd(const Launch&)> run) {
+  const std::lock_guard<std::mutex> lock(mutex_);
   run_ = std::move(run);
 }
 
+std::string FakePrograms::AwaitInput(const Launch& launch) {
+  deliver_(MakeReport(launch.request, kRunning, 1));
+  std::unique_lock<std::mutex> lock(mutex_);
+  changed_.wait(lock, [&] { return ended_ || input_.count(launch.request) != 0; });
+  return input_[launch.request];
+}
+
+void FakePrograms::End() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  ended_ = true;
+  changed_.notify_all();
+}
+
 std::vector<Arguments> FakePrograms::Launches() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  const std::lock_guard<std::mutex> lock(mutex_);
   return launches_;
 }
 
-void FakePrograms::Run(std::uint32_t request, const Arguments& arguments) {
-  std::function<ProgramEnd(const Arguments&)> run;
+void FakePrograms::Run(const Launch& launch) {
+  std::function<ProgramEnd(const Launch&)> run;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    const std::lock_guard<std::mutex> lock(mutex_);
     run = run_;
   }
-  const ProgramEnd end = run ? run(arguments) : ProgramEnd{};
-  deliver_(MakeReport(request, end.fails ? 4 : 3, end.fails ? 2 : 1));
+  const ProgramEnd end = run ? run(launch) : ProgramEnd{};
+  deliver_(MakeReport(launch.request, end.fails ? kFailed : kRunning, end.fails ? 2 : 1));
   if (end.fails || end.runsOn) return;
-  if (!end.output.empty()) deliver_(MakeReport(request, 1, 0, end.output));
-  deliver_(MakeReport(request, 5, end.rawStatus));
+  if (!end.output.empty()) deliver_(MakeReport(launch.request, kOutput, 0, end.output));
+  deliver_(MakeReport(launch.request, kFinished, end.rawStatus));
 }
 
 }  // namespace tvx::test
