@@ -44,17 +44,14 @@ std::string ExpandToken(std::int64_t time, const std::string& token) {
   return IsValidFormat(format) ? FormatLocalTime(time, format) : kInvalidFormat;
 }
 
-}  // namespace
-
-bool ContainsDate(const std::string& text) {
-  for (const char* placeholder : {"{date}", "{date format", "{time}"}) {
-    if (text.find(placeholder) != std::string::npos) return true;
-  }
-  return false;
+TokenFate FateOf(const std::string& value) {
+  if (value.empty()) return TokenFate::Dropped;
+  return value == kInvalidFormat ? TokenFate::InvalidFormat : TokenFate::Replaced;
 }
 
-void ExpandDates(std::int64_t time, std::string& text) {
-  if (!ContainsDate(text)) return;
+}  // namespace
+
+void ExpandDates(std::int64_t time, std::string& text, const ReplacementObserver& observer) {
   std::string expanded;
   std::size_t from = 0;
   for (;;) {
@@ -62,7 +59,9 @@ void ExpandDates(std::int64_t time, std::string& text) {
     const std::size_t close = open == std::string::npos ? open : text.find('}', open);
     if (close == std::string::npos) break;
     expanded.append(text, from, open - from);
-    expanded += ExpandToken(time, text.substr(open + 1, close - open - 1));
+    const std::string value = ExpandToken(time, text.substr(open + 1, close - open - 1));
+    if (observer) observer({expanded.size(), close + 1 - open, value, FateOf(value)});
+    expanded += value;
     from = close + 1;
   }
   expanded.append(text, from, std::string::npos);

@@ -3,17 +3,32 @@
 // Threads: any; nothing is shared.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace tvx {
 
-// True when the text holds "{date}", "{time}" or "{date format".
-bool ContainsDate(const std::string& text);
+enum class TokenFate {
+  Replaced,  // by its value, which may be empty
+  Dropped,   // a brace token without a text of its own, in a text with a date or a time
+  InvalidFormat,
+};
 
-// Replaces the date and time tokens of a text that ContainsDate by the time (seconds since 1970) in
-// the local zone, and drops every other brace token; leaves any other text as it is. A token is
-// read as an XML element, its formats are those of strftime that do not depend on an extension.
-void ExpandDates(std::int64_t time, std::string& text);
+// One step of an expansion: `length` bytes from `at` on become `value`. Both count in the text as
+// the steps before have left it.
+struct Replacement {
+  std::size_t at;
+  std::size_t length;
+  const std::string& value;
+  TokenFate fate;
+};
+using ReplacementObserver = std::function<void(const Replacement&)>;
+
+// Replaces the date and time tokens of a text by the time (seconds since 1970) in the local zone, and
+// drops every other brace token, from the front on. A token is read as an XML element, its formats
+// are those of strftime that do not depend on an extension.
+void ExpandDates(std::int64_t time, std::string& text, const ReplacementObserver& observer = {});
 
 }  // namespace tvx

@@ -1,71 +1,79 @@
 #include "config/templates.h"
 
-#include "config/date_template.h"
+#include <algorithm>
+#include <cstring>
+
 #include "config/event_types.h"
 
 namespace tvx {
 namespace {
 
-constexpr const char* kWebLink = "{weblink}";
-constexpr const char* kSource = "{source}";
-constexpr const char* kEventType = "{event type}";
-constexpr const char* kSystemName = "{system name}";
-constexpr const char* kSerial = "{serial}";
-constexpr const char* kLicensedMac = "{licensed mac}";
-constexpr const char* kEventState = "{event state}";
+using Value = std::optional<std::string>;
+using Facts = const TemplateFacts&;
+using Link = const WebLinkSource&;
 
-void ReplaceFirst(std::string& text, const std::string& placeholder, const std::string& value) {
-  const std::size_t at = text.find(placeholder);
-  if (at != std::string::npos) text.replace(at, placeholder.size(), value);
+Value EventTypeValue(std::int32_t eventType) {
+  if (eventType == event_type::kTestMessage) return "[Test Event Type]";
+  if (eventType <= event_type::kInvalid) return std::nullopt;
+  if (IsSystemEvent(eventType) || IsDeviceHealthEvent(eventType)) return "Health";
+  return EventTypeName(eventType);
+}
+
+Value SourceValue(Facts facts) {
+  return IsSystemEvent(facts.eventType) ? EventTypeName(facts.eventType) : facts.sourceName;
+}
+
+bool Contains(const std::string& text, const Placeholder& placeholder) {
+  return text.find(placeholder.token) != std::string::npos;
+}
+
+void Expand(Facts facts, Link webLink, bool isBody, std::string& text,
+            const ReplacementObserver& observer) {
+  for (const Placeholder& placeholder : kPlaceholders) {
+    if (placeholder.value == nullptr || (placeholder.isBodyOnly && !isBody)) continue;
+    const std::size_t at = text.find(placeholder.token);
+    if (at == std::string::npos) continue;
+    const Value value = placeholder.value(facts, webLink);
+    if (!value) continue;
+    const std::size_t length = std::strlen(placeholder.token);
+    if (observer) observer({at, length, *value, TokenFate::Replaced});
+    text.replace(at, length, *value);
+  }
+  // Last, because it removes every token that it does not know.
+  if (ContainsDate(text)) ExpandDates(facts.eventTime, text, observer);
 }
 
 }  // namespace
 
+constexpr std::array<Placeholder, 10> kPlaceholders = {{
+    {"{weblink}", true, [](Facts, Link webLink) -> Value { return webLink(); }},
+    {"{event type}", false, [](Facts facts, Link) { return EventTypeValue(facts.eventType); }},
+    {"{source}", false, [](Facts facts, Link) { return SourceValue(facts); }},
+    {"{system name}", false, [](Facts facts, Link) -> Value { return facts.systemName; }},
+    {"{serial}", false, [](Facts facts, Link) -> Value { return facts.serial; }},
+    {"{licensed mac}", false, [](Facts facts, Link) -> Value { return facts.macAddress; }},
+    {"{event state}", false, [](Facts facts, Link) -> Value { return facts.eventState; }},
+    {"{date}", false, nullptr},
+    {"{time}", false, nullptr},
+    {"{date format", false, nullptr},
+}};
+
 bool ContainsPlaceholder(const std::string& text) {
-  for (const char* placeholder :
-       {kWebLink, kSource, kEventType, kSystemName, kSerial, kLicensedMac, kEventState}) {
-    if (text.find(placeholder) != std::string::npos) return true;
-  }
-  return ContainsDate(text);
+  return std::any_of(kPlaceholders.begin(), kPlaceholders.end(),
+                     [&](const Placeholder& placeholder) { return Contains(text, placeholder); });
 }
 
-void ReplaceEventType(std::int32_t eventType, std::string& text) {
-  if (eventType == event_type::kTestMessage) {
-    ReplaceFirst(text, kEventType, "[Test Event Type]");
-  } else if (eventType <= event_type::kInvalid) {
-    return;
-  } else if (IsSystemEvent(eventType) || IsDeviceHealthEvent(eventType)) {
-    ReplaceFirst(text, kEventType, "Health");
-  } else {
-    ReplaceFirst(text, kEventType, EventTypeName(eventType));
-  }
+bool ContainsDate(const std::string& text) {
+  return std::any_of(kPlaceholders.begin(), kPlaceholders.end(),
+                     [&](const Placeholder& placeholder) {
+                       return placeholder.value == nullptr && Contains(text, placeholder);
+                     });
 }
 
 void ExpandTemplates(const TemplateFacts& facts, const WebLinkSource& webLink, std::string& subject,
-                     std::string& body) {
-  if (body.find(kWebLink) != std::string::npos) ReplaceFirst(body, kWebLink, webLink());
-
-  ReplaceEventType(facts.eventType, body);
-  ReplaceEventType(facts.eventType, subject);
-
-  const std::string& source =
-      IsSystemEvent(facts.eventType) ? EventTypeName(facts.eventType) : facts.sourceName;
-  struct Replacement {
-    const char* placeholder;
-    const std::string& value;
-  };
-  for (const Replacement& replacement : {Replacement{kSource, source},
-                                         {kSystemName, facts.systemName},
-                                         {kSerial, facts.serial},
-                                         {kLicensedMac, facts.macAddress},
-                                         {kEventState, facts.eventState}}) {
-    ReplaceFirst(body, replacement.placeholder, replacement.value);
-    ReplaceFirst(subject, replacement.placeholder, replacement.value);
-  }
-
-  // Last, because it removes every token that it does not know.
-  ExpandDates(facts.eventTime, subject);
-  ExpandDates(facts.eventTime, body);
+                     std::string& body, const TemplateObservers& observers) {
+  Expand(facts, webLink, false, subject, observers.subject);
+  Expand(facts, webLink, true, body, observers.body);
 }
 
 }  // namespace tvx

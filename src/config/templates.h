@@ -5,9 +5,13 @@
 //          "[invalid format specified]".
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
+
+#include "config/date_template.h"
 
 namespace tvx {
 
@@ -26,16 +30,33 @@ struct TemplateFacts {
 // message, and only when the body has the placeholder, since the answer may cost a connection.
 using WebLinkSource = std::function<std::string()>;
 
-// True when the text holds any of the ten placeholders, matched exactly as written.
+// What stands for one placeholder in a template.
+struct Placeholder {
+  const char* token;
+  bool isBodyOnly;
+  // Its value; nothing leaves the token as it is. Null for dates and times, see date_template.h.
+  std::optional<std::string> (*value)(const TemplateFacts&, const WebLinkSource&);
+};
+
+// All of them, in the order in which they are replaced: a value may hold placeholders that come
+// later. Whoever tells of placeholders reads them from here; docs/templates.md describes each.
+extern const std::array<Placeholder, 10> kPlaceholders;
+
+// True when the text holds any of the placeholders, matched exactly as written.
 bool ContainsPlaceholder(const std::string& text);
+
+// True when it holds one of those that make it lose every token that is none.
+bool ContainsDate(const std::string& text);
+
+// Are told of each step in the expansion of their text, for tools that explain a template.
+struct TemplateObservers {
+  ReplacementObserver subject;
+  ReplacementObserver body;
+};
 
 // Replaces the placeholders of one message in place: each simple one at its first occurrence only,
 // dates and times everywhere. A text with a date or time loses every other brace token.
 void ExpandTemplates(const TemplateFacts& facts, const WebLinkSource& webLink, std::string& subject,
-                     std::string& body);
-
-// Replaces the first "{event type}": a name, "Health" or "[Test Event Type]"; a type of 0 or of no
-// meaning leaves it.
-void ReplaceEventType(std::int32_t eventType, std::string& text);
+                     std::string& body, const TemplateObservers& observers = {});
 
 }  // namespace tvx

@@ -23,8 +23,10 @@ MessageContent ContentOf(const NotifyWorkItem& item) {
 }
 
 void ExpandTexts(const NotifyWorkItem& item, const WebLinkSource& webLink, std::string& subject,
-                 std::string& body) {
-  if (item.profile->usesPlaceholders) ExpandTemplates(item.facts, webLink, subject, body);
+                 std::string& body, const TemplateObservers& observers) {
+  if (item.profile->usesPlaceholders) {
+    ExpandTemplates(item.facts, webLink, subject, body, observers);
+  }
 }
 
 }  // namespace tvx

@@ -15,6 +15,6 @@ MessageContent ContentOf(const NotifyWorkItem& item);
 
 // Replaces the placeholders in the texts of that message. webLink is asked as ExpandTemplates says.
 void ExpandTexts(const NotifyWorkItem& item, const WebLinkSource& webLink, std::string& subject,
-                 std::string& body);
+                 std::string& body, const TemplateObservers& observers = {});
 
 }  // namespace tvx
