@@ -1,176 +1,202 @@
 #include "video/attachment_preparation.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
+#include <sys/resource.h>
 
-#include <memory>
-#include <string>
-#include <vector>
+#include <boost/filesystem/operations.hpp>
+#include <csignal>
+#include <stdexcept>
 
-#include "base/clock.h"
-#include "support/fake_host.h"
 #include "support/temporary_folder.h"
 #include "video_fixture.h"
 
-namespace tvx {
+namespace tvx::test {
 namespace {
 
-using test::FakeHost;
-using test::LogLine;
-using test::StreamRow;
-
-constexpr std::int32_t kStream = 1001;
-
-class AttachmentPreparation : public testing::Test {
+class AttachmentPreparation : public VideoTest {
  protected:
-  AttachmentPreparation() {
-    SetTickClock([this] { return now_; });
-    ::mkdir("data", 0700);
-  }
-  ~AttachmentPreparation() override {
-    clips_.clear();
-    SetTickClock(MonotonicTick);
-  }
+  AttachmentPreparation() { boost::filesystem::create_directory("data"); }
 
-  // A clip of a stream of this standard: frames at these ticks, each of ten bytes, the first two of
-  // which are the host's own; cut at the trigger time and finished.
+  // A clip of a stream of this standard, cut at the trigger time and finished: frames at these
+  // ticks, of ten bytes or as many as given, the first two of which are the host's own.
   std::shared_ptr<CVideoEmailStream> Clip(std::int32_t standard,
                                           const std::vector<std::uint32_t>& ticks,
-                                          std::uint32_t trigger, std::int32_t height = 480) {
-    sets_.push_back(std::make_unique<VideoBufferSet>(&FakeHost::Entry));
-    VideoBufferSet& set = *sets_.back();
-    FrameBin bin;
-    set.SelectStreams(std::make_shared<const SystemDirectory>(
-                          test::MakeDirectory({StreamRow{kStream, 1, 640, height, standard}})),
-                      {test::SourceOf(1)}, bin);
+                                          std::uint32_t trigger, std::size_t bytes = 10,
+                                          std::int32_t height = 480) {
+    Reset("3e9/1 640x" + std::to_string(height) + " " + std::to_string(standard));
+    Push(kH264Stream, false);
+    std::shared_ptr<CVideoEmailStream> clip;
+    const auto cut = [&] {
+      now = trigger;
+      clip = Cut(60, 30);
+    };
     for (const std::uint32_t tick : ticks) {
-      now_ = tick;
-      payloads_.push_back(std::make_unique<std::string>("..picture" + std::to_string(tick % 10)));
+      if (clip == nullptr && tick > trigger) cut();
+      now = tick;
+      std::string payload = "..picture" + std::to_string(tick % 10);
+      payload.resize(bytes);
       const bool isKey = standard == standard::kJpeg || tick == ticks.front() || tick % 1000 == 0;
-      EXPECT_TRUE(set.TakeFrame({kStream, isKey ? kKeyFrame : 0u, 2, payloads_.back()->data(),
-                                 static_cast<std::uint32_t>(payloads_.back()->size())},
-                                bin));
+      EXPECT_TRUE(Deliver({kH264Stream, isKey ? kKeyFrame : kDependent, 2, host.Lend(payload),
+                           static_cast<std::uint32_t>(bytes)}));
     }
-    now_ = trigger;
-    clips_.push_back(set.TakeClip(kStream, 60, 30, {}));
-    clips_.back()->Finish(bin);
-    return clips_.back();
+    if (clip == nullptr) cut();
+    clip->Finish(bin);
+    return clip;
   }
 
   AttachmentGroups Prepare(const std::vector<AttachmentSource>& sources, std::uint32_t limit = 0) {
+    host.ClearLog();
     files_.clear();
     return PrepareVideoAttachments(sources, limit, "data", &FakeHost::Entry,
                                    [this](const std::string& path) { files_.push_back(path); });
   }
 
-  test::TemporaryFolder folder_;
-  FakeHost host_;
-  std::uint32_t now_ = 0;
-  std::vector<std::unique_ptr<std::string>> payloads_;
-  std::vector<std::unique_ptr<VideoBufferSet>> sets_;
-  std::vector<std::shared_ptr<CVideoEmailStream>> clips_;
-  std::vector<std::string> files_;
+  using Lines = std::vector<LogLine>;
+  using Texts = std::vector<std::string>;
+  TemporaryFolder folder_;
+  Texts files_;
 };
 
-TEST_F(AttachmentPreparation, WritesAMovieAndTellsAboutIt) {
-  const auto clip = Clip(standard::kH264, {1000, 1500, 2000, 2500, 3050}, 3100);
-  const AttachmentGroups groups = Prepare({{"Gate", clip}, {"Nothing", nullptr}});
-  ASSERT_EQ(groups.size(), 1u);
-  ASSERT_EQ(groups[0].size(), 1u);
-  EXPECT_TRUE(groups[0][0].include);
-  EXPECT_EQ(groups[0][0].path, "data/Gate.mov");
-  EXPECT_EQ(groups[0][0].note, "");
-  EXPECT_EQ(files_, (std::vector<std::string>{"data/Gate.mov"}));
-  EXPECT_EQ(test::ReadFile("data/Gate.mov").substr(4, 8), "ftypqt  ");
-  EXPECT_EQ(
-      host_.Log(),
-      (std::vector<LogLine>{{25,
-                             "Attachment data/Gate.mov, preview 2.100, length 2.050, frames 5, "
-                             "Gop size 2, fps 2, sizeKB 0"}}));
+// A big-endian word of a movie: this many bytes behind the start of what an atom is named by.
+std::uint32_t Word(const std::string& movie, const char* atom, std::size_t offset) {
+  const std::size_t at = movie.find(atom) + offset;
+  std::uint32_t word = 0;
+  for (std::size_t i = at; i < at + 4; ++i) word = word << 8 | static_cast<unsigned char>(movie[i]);
+  return word;
 }
 
-TEST_F(AttachmentPreparation, WritesTheOldestPictureOfAStillStream) {
-  const auto clip = Clip(standard::kJpeg, {1001, 1002, 1003}, 1003);
-  EXPECT_TRUE(Prepare({{"", clip}})[0][0].include);
-  EXPECT_EQ(test::ReadFile("data/default.jpg"), "picture3");
-  EXPECT_EQ(host_.Log()[0].text,
-            "Attachment data/default.jpg, preview 0.000, length 0.001, frames 1, Gop size 1, "
-            "fps 2000, sizeKB 0");
+TEST_F(AttachmentPreparation, WritesFilesAndTellsAboutThem) {
+  struct Row {
+    const char* name;
+    std::shared_ptr<CVideoEmailStream> clip;
+    const char* line;
+  };
+  const Row rows[] = {
+      {"Gate", Clip(standard::kH264, {1000, 1500, 2000, 2500, 3050}, 3100),
+       "Gate.mov, preview 2.100, length 2.050, frames 5, Gop size 2, fps 2, sizeKB 0"},
+      {"Late", Clip(standard::kMpeg4, {1005, 1008}, 1000, 1900),
+       "Late.mov, preview 0.000, length 0.003, frames 2, Gop size 2, fps 1000, sizeKB 3"},
+      {"Once", Clip(standard::kH264, {1000, 1000}, 1000),
+       "Once.mov, preview 0.000, length 0.001, frames 2, Gop size 1, fps 3000, sizeKB 0"},
+      {"", Clip(standard::kJpeg, {1001, 1002, 1003}, 1063),
+       "default.jpg, preview 0.060, length 0.001, frames 1, Gop size 1, fps 2000, sizeKB 0"},
+  };
+  for (const Row& row : rows) {
+    const AttachmentGroups groups = Prepare({{"Nothing", nullptr}, {row.name, row.clip}});
+    EXPECT_EQ(host.Log(), (Lines{{25, std::string("Attachment data/") + row.line}}));
+    ASSERT_EQ(groups.size() * groups[0].size(), 1u);
+    EXPECT_TRUE(groups[0][0].include);
+    EXPECT_EQ(groups[0][0].path,
+              "data/" + std::string(row.line).substr(0, groups[0][0].path.size() - 5));
+    EXPECT_EQ(groups[0][0].note, "");
+    EXPECT_EQ(files_, Texts{groups[0][0].path});
+  }
+  EXPECT_EQ(ReadFile("data/default.jpg"), "picture3");
+  EXPECT_NE(ReadFile("data/Late.mov").find("DIVX"), std::string::npos);
+  const std::string movie = ReadFile("data/Gate.mov");
+  EXPECT_EQ(movie.substr(4, 8), "ftypqt  ");
+  EXPECT_NE(movie.find("picture0picture0picture0picture0"), std::string::npos);
+  EXPECT_EQ(Word(movie, "H264", 28), 640u << 16 | 480u);
+  EXPECT_EQ(Word(movie, "mvhd", 20) * 1000ull / Word(movie, "mvhd", 16), 2050u);
+  EXPECT_EQ(Word(movie, "stss", 8), 2u) << "key frames";
+  EXPECT_EQ(Word(movie, "stss", 16), 3u) << "the third frame";
+  Prepare({{"Gate", Clip(standard::kH264, {1000}, 1000, 10, 65536 + 480)}});
+  EXPECT_EQ(Word(ReadFile("data/Gate.mov"), "H264", 28), 640u << 16 | 480u);
 }
 
 TEST_F(AttachmentPreparation, NamesFilesSoThatEverySystemCanStoreThem) {
   const auto clip = Clip(standard::kJpeg, {1000}, 1000);
-  const AttachmentGroups groups = Prepare({{"a/b?c<d>e\\f:g*h|i\"j\x01k\x1Fl m", clip},
-                                           {"Tor gr\xC3\xBC"
-                                            "n",
-                                            clip},
-                                           {"..", clip}});
-  EXPECT_EQ(groups[0][0].path, "data/a_b_c_d_e_f_g_h_i_j_k_l m.jpg");
-  EXPECT_EQ(groups[0][1].path,
-            "data/Tor gr\xC3\xBC"
-            "n.jpg");
-  EXPECT_EQ(groups[0][2].path, "data/...jpg");
-  EXPECT_EQ(files_.size(), 3u);
+  const std::pair<const char*, const char*> rows[] = {
+      {"a/b?c<d>e\\f:g*h|i\"j\x01k\x1Fl m", "a_b_c_d_e_f_g_h_i_j_k_l m.jpg"},
+      {"Tor gr\xC3\xBCn", "Tor gr\xC3\xBCn.jpg"},
+      {"..", "...jpg"},
+  };
+  for (const auto& [name, file] : rows) {
+    EXPECT_EQ(Prepare({{name, clip}})[0][0].path, std::string("data/") + file);
+    EXPECT_TRUE(FileExists(files_.at(0)));
+  }
 }
 
-TEST_F(AttachmentPreparation, RefusesStandardsThatHaveNoMovie) {
-  const auto h265 = Clip(standard::kH265, {1000}, 1000);
-  const auto other = Clip(9, {1000}, 1000);
-  const AttachmentGroups groups = Prepare({{"A & B", h265}, {"C", other}});
-  ASSERT_EQ(groups[0].size(), 2u);
-  EXPECT_FALSE(groups[0][0].include);
-  EXPECT_EQ(groups[0][0].note,
-            "Failed to prepare video attachment for source: \"\"A && B\"\", video format "
-            "encoder.standard(6:h265) is not supported for .mov attachments");
-  EXPECT_EQ(groups[0][1].note,
-            "Failed to prepare video attachment for source: \"\"C\"\", video format "
-            "encoder.standard(9) is not supported for .mov attachments");
-  EXPECT_TRUE(files_.empty());
-  EXPECT_FALSE(test::FileExists("data/C.mov"));
-  EXPECT_TRUE(host_.Log().empty());
-}
-
-TEST_F(AttachmentPreparation, ADiskThatRefusesGivesANoteAndNoFile) {
+TEST_F(AttachmentPreparation, WhatCannotBeWrittenBecomesANoteAndNoFile) {
+  const std::string failed = "Failed to prepare video attachment for source: \"\"";
   const auto movie = Clip(standard::kH264, {1000}, 1000);
   const auto picture = Clip(standard::kJpeg, {1000}, 1000);
-  ASSERT_EQ(::symlink("/dev/full", "data/Full.jpg"), 0);
-  ASSERT_EQ(::symlink("/dev/full", "data/Full.mov"), 0);
-  const AttachmentGroups full = Prepare({{"Full", movie}, {"Full", picture}});
-  EXPECT_FALSE(full[0][0].include);
-  EXPECT_FALSE(full[0][1].include);
-  ASSERT_EQ(host_.Log().size(), 1u);
-  EXPECT_EQ(host_.Log()[0], (LogLine{50,
-                                     "Failed to write video frames to QuickTime format file "
-                                     "data/Full.mov"}));
-  host_.ClearLog();
-  ASSERT_EQ(::rename("data", "moved"), 0);
-  const AttachmentGroups gone = Prepare({{"Gate", movie}, {"Gate", picture}});
-  EXPECT_EQ(gone[0][0].note, "Failed to prepare video attachment for source: \"\"Gate\"\", ");
-  EXPECT_FALSE(gone[0][1].include);
-  EXPECT_EQ(host_.Log(),
-            (std::vector<LogLine>{{50,
-                                   "Failed to open file \"data/Gate.mov\"for writing in "
-                                   "QuickTime format. Error 2"}}));
-  EXPECT_TRUE(files_.empty());
+  const auto notes = [&](const std::vector<AttachmentSource>& sources) {
+    Texts texts;
+    const AttachmentGroups groups = Prepare(sources);
+    for (const AttachmentEntry& entry : groups.at(0)) {
+      EXPECT_FALSE(entry.include);
+      texts.push_back(entry.note);
+    }
+    EXPECT_EQ(files_, Texts{});
+    return texts;
+  };
+  EXPECT_EQ(notes({{"A & B", Clip(standard::kH265, {1000}, 1000)},
+                   {"C.c", Clip(9, {1000}, 1000)},
+                   {"D", Clip(standard::kJpeg, {}, 1000)}}),
+            (Texts{failed + "A && B\"\", video format encoder.standard(6:h265) is not supported "
+                            "for .mov attachments",
+                   failed + "C.c\"\", video format encoder.standard(9) is not supported for .mov "
+                            "attachments",
+                   failed + "D\"\", "}));
+  EXPECT_EQ(host.Log(), Lines{});
+
+  std::signal(SIGXFSZ, SIG_IGN);
+  rlimit usual{};
+  ::getrlimit(RLIMIT_FSIZE, &usual);
+  const rlimit full{4, usual.rlim_max};
+  ::setrlimit(RLIMIT_FSIZE, &full);
+  EXPECT_EQ(notes({{"Full", movie}, {"Full", picture}}),
+            (Texts{failed + "Full\"\", ", failed + "Full\"\", "}));
+  ::setrlimit(RLIMIT_FSIZE, &usual);
+  EXPECT_EQ(host.Log(),
+            (Lines{{50, "Failed to write video frames to QuickTime format file data/Full.mov"}}));
+  EXPECT_TRUE(boost::filesystem::is_empty("data"));
+
+  boost::filesystem::remove("data");
+  EXPECT_EQ(notes({{"Gate", movie}, {"Gate", picture}}),
+            (Texts{failed + "Gate\"\", ", failed + "Gate\"\", "}));
+  EXPECT_EQ(host.Log(), (Lines{{50,
+                                "Failed to open file \"data/Gate.mov\"for writing in QuickTime "
+                                "format. Error 2"}}));
+}
+
+TEST_F(AttachmentPreparation, AFileThatNobodyWasToldOfIsRemoved) {
+  const auto forget = [](const std::string&) { throw std::runtime_error("no memory"); };
+  EXPECT_THROW(PrepareVideoAttachments({{"Gate", Clip(standard::kJpeg, {1000}, 1000)}}, 0, "data",
+                                       &FakeHost::Entry, forget),
+               std::runtime_error);
+  EXPECT_TRUE(boost::filesystem::is_empty("data"));
 }
 
 TEST_F(AttachmentPreparation, OpensAGroupBeforeTheClipThatExceedsTheLimit) {
   const auto small = Clip(standard::kJpeg, {1000}, 1000);              // 10 bytes
   const auto large = Clip(standard::kH264, {1000, 1001, 1002}, 1002);  // 30 bytes
   const auto refused = Clip(standard::kH265, {1000}, 1000);
-  const auto sizes = [](const AttachmentGroups& groups) {
-    std::vector<std::size_t> counts;
-    for (const auto& group : groups) counts.push_back(group.size());
-    return counts;
+  struct Row {
+    std::vector<std::shared_ptr<CVideoEmailStream>> clips;
+    std::uint32_t limit;
+    std::vector<std::string> groups;  // of clips by their number
   };
-  using Sizes = std::vector<std::size_t>;
-  EXPECT_EQ(sizes(Prepare({{"a", small}, {"b", large}, {"c", small}})), (Sizes{3}));
-  EXPECT_EQ(sizes(Prepare({{"a", small}, {"b", small}, {"c", small}}, 20)), (Sizes{2, 1}));
-  EXPECT_EQ(sizes(Prepare({{"a", large}, {"b", small}}, 20)), (Sizes{1, 1}));  // too large, alone
-  EXPECT_EQ(sizes(Prepare({{"a", small}, {"b", large}, {"c", small}}, 20)), (Sizes{1, 1, 1}));
-  EXPECT_EQ(sizes(Prepare({{"a", refused}, {"b", large}}, 20)), (Sizes{1, 1}));
-  EXPECT_EQ(sizes(Prepare({}, 20)), (Sizes{0}));
+  const Row rows[] = {
+      {{}, 20, {""}},
+      {{small, large, small}, 0, {"012"}},
+      {{small, small, small, small, small}, 20, {"01", "23", "4"}},
+      {{large, small}, 20, {"0", "1"}},  // too large, alone
+      {{small, large, small}, 20, {"0", "1", "2"}},
+      {{small, large, small}, 40, {"01", "2"}},
+      {{refused, large, small, refused, small}, 20, {"0", "1", "234"}},
+  };
+  for (const Row& row : rows) {
+    std::vector<AttachmentSource> sources;
+    for (const auto& clip : row.clips) sources.push_back({std::to_string(sources.size()), clip});
+    std::vector<std::string> groups;
+    for (const auto& group : Prepare(sources, row.limit)) {
+      groups.emplace_back();
+      for (const AttachmentEntry& entry : group) groups.back() += entry.path.at(5);
+    }
+    EXPECT_EQ(groups, row.groups);
+  }
 }
 
 }  // namespace
-}  // namespace tvx
+}  // namespace tvx::test
