@@ -11,7 +11,7 @@
 #include <optional>
 #include <sstream>
 
-#include "simulated_host/program_output.h"
+#include "simulated_host/program.h"
 
 namespace tvx::tool {
 namespace {
@@ -26,6 +26,8 @@ constexpr double kTestFrameRate = 25;
 constexpr int kTestImageWidth = 320;
 constexpr int kTestImageHeight = 180;
 constexpr double kTestImageRate = 5;
+
+constexpr unsigned kKeyFlag = 1;  // of a packet, as ffmpeg writes it
 
 std::optional<std::uint32_t> Number(const std::string& text) {
   std::uint32_t number = 0;
@@ -76,6 +78,7 @@ int FrameCount(const json& answer, double frameRate) {
 
 void Probe(Camera& camera) {
   const std::vector<std::string> command = {
+      "/usr/bin/env",
       "ffprobe",
       "-v",
       "quiet",
@@ -86,7 +89,7 @@ void Probe(Camera& camera) {
       "-of",
       "json",
       camera.file};
-  const json answer = json::parse(ReadProgramOutput(command), nullptr, false);
+  const json answer = json::parse(OutputOf(command), nullptr, false);
   if (!answer.is_object() || !answer.contains("streams") || answer["streams"].empty()) {
     throw CameraError("ffprobe finds no video in " + camera.file);
   }
@@ -161,7 +164,8 @@ std::string Describe(const Camera& camera) {
 }
 
 std::vector<std::string> VideoProgramOf(const Camera& camera) {
-  std::vector<std::string> words = {"ffmpeg", "-hide_banner", "-nostdin", "-v", "error"};
+  std::vector<std::string> words = {"/usr/bin/env", "ffmpeg", "-hide_banner",
+                                    "-nostdin",     "-v",     "error"};
   if (camera.file.empty()) {
     char picture[96];
     std::snprintf(picture, sizeof(picture), "testsrc2=size=%dx%d:rate=%g,hue=h=%u", camera.width,
@@ -175,6 +179,7 @@ std::vector<std::string> VideoProgramOf(const Camera& camera) {
   if (camera.sameCodec) {
     Append(words, {"-c:v", "copy"});
     // Files keep the headers beside the pictures; the stream needs them in front of key frames.
+    if (camera.codec == VideoCodec::H264) Append(words, {"-bsf:v", "h264_mp4toannexb"});
     if (camera.codec == VideoCodec::Mpeg4) Append(words, {"-bsf:v", "dump_extra"});
   } else {
     AppendEncoder(words, camera);
@@ -182,8 +187,29 @@ std::vector<std::string> VideoProgramOf(const Camera& camera) {
   const char* format = camera.codec == VideoCodec::H264    ? "h264"
                        : camera.codec == VideoCodec::Mpeg4 ? "m4v"
                                                            : "mjpeg";
-  Append(words, {"-f", format, "-flush_packets", "1", "pipe:1"});
+  const std::string outputs =
+      "[f=framecrc:flush_packets=1]pipe:1|[f=" + std::string(format) + ":flush_packets=1]pipe:1";
+  Append(words, {"-f", "tee", outputs.c_str()});
   return words;
+}
+
+std::optional<CodedFrame> FindFrame(std::string_view output) {
+  for (std::size_t begin = 0;;) {
+    const std::size_t end = output.find('\n', begin);
+    if (end == output.npos) return std::nullopt;
+    const std::string line(output.substr(begin, end - begin));
+    begin = end + 1;
+    if (line[0] == '#') continue;  // about the whole stream
+    // The stream's number, two times, a duration, the size, a checksum, and flags unless they are
+    // those of a key frame alone.
+    std::size_t size = 0;
+    unsigned flags = kKeyFlag;
+    if (std::sscanf(line.c_str(), "%*d, %*d, %*d, %*d, %zu, %*x, F=%x", &size, &flags) < 1 ||
+        output.size() - begin < size) {
+      return std::nullopt;
+    }
+    return CodedFrame{begin, size, (flags & kKeyFlag) != 0};
+  }
 }
 
 }  // namespace tvx::tool

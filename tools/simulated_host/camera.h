@@ -3,9 +3,12 @@
 // Threads: any; plain values.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "simulated_host/video_codec.h"
@@ -35,8 +38,19 @@ Camera ReadCamera(const std::string& text, const std::string& folder);
 // What the camera shows, for people.
 std::string Describe(const Camera& camera);
 
-// The program whose output is the camera's elementary stream: the file's own where it has the
+// The program whose output is the camera's frames (see FindFrame): the file's own where it has the
 // camera's codec, else recoded; of a test picture, without an end.
 std::vector<std::string> VideoProgramOf(const Camera& camera);
+
+// One coded picture with all its slices, and the headers in front of it, in that output.
+struct CodedFrame {
+  std::size_t begin;  // offset of its first byte
+  std::size_t size;
+  bool key;  // nothing before it is needed
+};
+
+// The frame that the output begins with, or nothing when more of it must come. ffmpeg writes a line
+// with size and flags of each packet, and then the packet.
+std::optional<CodedFrame> FindFrame(std::string_view output);
 
 }  // namespace tvx::tool

@@ -1,13 +1,14 @@
 // One thread that waits for everything the host waits for: signals, programs, deadlines.
 //
-// Signals: blocks SIGINT, SIGTERM, SIGCHLD and SIGPIPE in the calling thread, so that every thread
-//          started later has them blocked too. The mask stays.
+// Signals: this thread alone takes SIGINT, SIGTERM and SIGCHLD, and none SIGPIPE: writing to a
+//          program that has closed its input is an error here, not the end of the host. They are
+//          blocked in the thread that makes the loop, for good, and so in all that it starts later.
 // Threads: create it before any other thread. Callbacks run on the loop's thread.
 #pragma once
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/signal_set.hpp>
 #include <functional>
 #include <thread>
 
@@ -23,8 +24,8 @@ class EventLoop {
 
   boost::asio::io_context& Context() { return context_; }
 
-  // Begins to run; onSignal gets SIGINT, SIGTERM and SIGCHLD.
-  void Start(std::function<void(int signal)> onSignal);
+  // Begins to run; onStop is called for each SIGINT and SIGTERM.
+  void Start(std::function<void()> onStop);
   void Stop();
 
  private:
@@ -32,8 +33,8 @@ class EventLoop {
 
   boost::asio::io_context context_;
   boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_;
-  boost::asio::posix::stream_descriptor signals_;
-  std::function<void(int)> onSignal_;
+  boost::asio::signal_set signals_;
+  std::function<void()> onStop_;
   std::thread thread_;
 };
 

@@ -1,12 +1,12 @@
 #include "simulated_host/frame_feed.h"
 
+#include <signal.h>
+
 #include <algorithm>
-#include <boost/chrono/duration.hpp>
+#include <boost/asio/post.hpp>
+#include <cstdio>
 #include <cstring>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
+#include <system_error>
 
 namespace tvx::tool {
 namespace {
@@ -15,10 +15,11 @@ namespace {
 constexpr std::uint32_t kPayloadOffset = 48;
 constexpr int kHostRecord = 0xA5;
 
-constexpr std::size_t kReadSize = 65536;
+// Seconds of video, so that ffmpeg may be held up for a moment without holding up the camera.
+constexpr std::size_t kReadAhead = 1 << 20;
 
-double Seconds(boost::chrono::steady_clock::duration duration) {
-  return boost::chrono::duration<double>(duration).count();
+double Seconds(std::chrono::steady_clock::duration duration) {
+  return std::chrono::duration<double>(duration).count();
 }
 
 }  // namespace
@@ -30,82 +31,97 @@ FrameFeed::FrameFeed(const Camera& camera, double pace, FrameBooks& books, Plugi
       books_(books),
       plugin_(plugin),
       timeline_(timeline),
-      progress_(progress),
-      video_(VideoProgramOf(camera)) {
+      progress_(progress) {
+  Program::Reports reports;
+  reports.output = [this](const ProgramOutput& output) { return TakeOutput(output); };
+  reports.ended = [this](int waitStatus, double) { waitStatus_ = waitStatus; };
+  video_ = std::make_shared<Program>(loop_, 0, std::move(reports));
+  if (const int error = video_->Start(VideoProgramOf(camera))) {
+    throw std::system_error(error, std::generic_category(), "ffmpeg");
+  }
   progress_.CameraStarts();
-  thread_ = std::thread([this] { Run(); });
+  thread_ = std::thread([this] {
+    video_->Feed({}, true);
+    video_->Run();
+    loop_.run();
+    Finish();
+  });
 }
 
 FrameFeed::~FrameFeed() {
-  {
-    MutexLock lock(mutex_);
-    stopped_ = true;
-    changed_.NotifyAll();
-  }
-  video_.Kill();
+  boost::asio::post(loop_, [this] { Stop(); });
   thread_.join();
 }
 
-void FrameFeed::Run() {
-  try {
-    FeedAll();
-  } catch (const AccessUnitError& error) {
-    timeline_.Record(
-        Fault{"the video of stream " + std::to_string(camera_.stream) + ": " + error.what()});
-    video_.Kill();
+bool FrameFeed::TakeOutput(const ProgramOutput& output) {
+  const std::string_view text = output.Text();
+  if (output.header.kind == kErrorsChunk) {
+    std::fwrite(text.data(), 1, text.size(), stderr);
+    return true;
   }
-  if (!video_.EndedWell()) {
-    timeline_.Record(
-        Fault{"ffmpeg failed to deliver the video of stream " + std::to_string(camera_.stream)});
-  }
-  if (frames_ == 0) progress_.CameraFeeds();
-  const double lasted = frames_ == 0 ? 0 : Seconds(Clock::now() - begin_);
-  timeline_.Record(FeedEnd{camera_.stream, frames_, lasted, Seconds(late_)});
+  bytes_.erase(0, begin_);
+  begin_ = 0;
+  bytes_ += text;
+  AwaitNext();
+  if (!frame_ && bytes_.size() > kMaxFrame) video_->Signal(SIGKILL);
+  return WantsMore();
 }
 
-void FrameFeed::FeedAll() {
-  AccessUnitSplitter splitter(camera_.codec);
-  std::vector<char> bytes(kReadSize);
-  for (std::size_t length = 1; length > 0;) {
-    length = video_.Read(bytes.data(), bytes.size());
-    if (length > 0) {
-      splitter.Add(bytes.data(), length);
-    } else {
-      splitter.End();
-    }
-    while (const std::optional<AccessUnit> unit = splitter.Next()) {
-      if (!AwaitNext()) return;
-      Write(*unit);
-    }
-  }
+bool FrameFeed::WantsMore() const {
+  return !frame_ || bytes_.size() - begin_ < kReadAhead;
 }
 
-// Until the next frame's time has come; false when the feed is to end.
-bool FrameFeed::AwaitNext() {
+void FrameFeed::AwaitNext() {
+  if (frame_ || stopped_) return;
+  frame_ = FindFrame(std::string_view(bytes_).substr(begin_));
+  if (!frame_) return;
   if (frames_ == 0) {
-    begin_ = Clock::now();
+    start_ = Clock::now();
     timeline_.Record(
         FeedStart{camera_.stream, Describe(camera_), !camera_.file.empty(), camera_.frames});
   }
   // Counted from the beginning, so that no frame's delay delays all later ones.
-  const boost::chrono::duration<double> elapsed(frames_ / (camera_.frameRate * pace_));
-  const auto due = begin_ + boost::chrono::duration_cast<Clock::duration>(elapsed);
-  MutexLock lock(mutex_);
-  while (!stopped_ && Clock::now() < due) changed_.WaitUntil(mutex_, due);
-  late_ = std::max(late_, Clock::now() - due);
-  return !stopped_;
+  const std::chrono::duration<double> elapsed(frames_ / (camera_.frameRate * pace_));
+  due_.expires_at(start_ + std::chrono::duration_cast<Clock::duration>(elapsed));
+  due_.async_wait([this](const boost::system::error_code& error) {
+    if (!error) FeedNext();
+  });
 }
 
-void FrameFeed::Write(const AccessUnit& unit) {
-  const std::size_t size = kPayloadOffset + unit.size;
+void FrameFeed::FeedNext() {
+  late_ = std::max(late_, Clock::now() - due_.expiry());
+  const std::size_t size = kPayloadOffset + frame_->size;
   std::unique_ptr<std::uint8_t[]> bytes(new std::uint8_t[size]);
   std::memset(bytes.get(), kHostRecord, kPayloadOffset);
-  std::memcpy(bytes.get() + kPayloadOffset, unit.data, unit.size);
+  std::memcpy(bytes.get() + kPayloadOffset, bytes_.data() + begin_ + frame_->begin, frame_->size);
   const void* handle = books_.Offer(camera_.stream, std::move(bytes), size);
   const bool taken = plugin_.SendFrame(
-      {handle, static_cast<std::uint32_t>(size), camera_.stream, unit.key, kPayloadOffset});
+      {handle, static_cast<std::uint32_t>(size), camera_.stream, frame_->key, kPayloadOffset});
   books_.Answered(handle, taken);
   if (++frames_ == 1) progress_.CameraFeeds();
+
+  begin_ += frame_->begin + frame_->size;
+  frame_.reset();
+  AwaitNext();
+  if (WantsMore()) video_->ReadOn();
+}
+
+void FrameFeed::Stop() {
+  stopped_ = true;
+  due_.cancel();
+  frame_.reset();
+  video_->Signal(SIGKILL);
+  video_->ReadOn();
+}
+
+void FrameFeed::Finish() {
+  if (!stopped_ && (waitStatus_ != 0 || begin_ != bytes_.size())) {
+    timeline_.Record(
+        Fault{"ffmpeg failed to deliver the video of stream " + std::to_string(camera_.stream)});
+  }
+  if (frames_ == 0) progress_.CameraFeeds();
+  const double lasted = frames_ == 0 ? 0 : Seconds(Clock::now() - start_);
+  timeline_.Record(FeedEnd{camera_.stream, frames_, lasted, Seconds(late_)});
 }
 
 }  // namespace tvx::tool

@@ -5,7 +5,7 @@
 //
 // Owns:    the processes of the command, until it is down.
 // Threads: Up and Down from the thread of the steps, while the event loop runs. The rest happens on
-//          the loop, as does Reap.
+//          the loop.
 // Errors:  a command that ends, or stays silent too long, instead of coming up is recorded as a
 //          fault.
 #pragma once
@@ -21,13 +21,12 @@
 namespace tvx::tool {
 
 class Program;
+struct ProgramOutput;
 
 class MailServer {
  public:
   // Both references must outlive this object. An empty command: there is none.
   MailServer(boost::asio::io_context& loop, Timeline& timeline, std::string command);
-  // Kills what still runs. The loop must have ended.
-  ~MailServer();
   MailServer(const MailServer&) = delete;
   MailServer& operator=(const MailServer&) = delete;
 
@@ -36,19 +35,19 @@ class MailServer {
   // SIGTERM to the group, SIGKILL when that does not help, and waits for the end.
   void Down() EXCLUDES(mutex_);
 
-  // On the event loop: looks whether it has ended; ends it at once.
-  void Reap();
+  // On the event loop: ends it at once.
   void Kill();
 
  private:
   enum class State { Down, Starting, Up };
 
   void Start();
-  void TakeOutput(const void* chunk, std::uint32_t size);
+  void TakeOutput(const ProgramOutput& output);
+  void Ended(std::string complaints);
   void SetState(State state) EXCLUDES(mutex_);
-  State CurrentState() EXCLUDES(mutex_);
+  State CurrentState() EXCLUDES(mutex_) { return AwaitOtherThan(State::Down, {}); }
   // The state that Starting or Up was left for, or the old one when that took too long.
-  State AwaitOtherThan(State state, std::chrono::milliseconds limit) EXCLUDES(mutex_);
+  State AwaitOtherThan(State state, std::chrono::seconds limit) EXCLUDES(mutex_);
 
   boost::asio::io_context& loop_;
   Timeline& timeline_;

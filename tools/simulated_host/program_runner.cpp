@@ -1,5 +1,7 @@
 #include "simulated_host/program_runner.h"
 
+#include <signal.h>
+
 #include <boost/asio/post.hpp>
 #include <cstdio>
 #include <cstring>
@@ -80,7 +82,10 @@ void ProgramRunner::Launch(std::uint32_t request, std::vector<std::string> argum
     return Report(request, kFailed, EBUSY);
   }
   Program::Reports reports;
-  reports.output = deliver_;
+  reports.output = [this](const ProgramOutput& output) {
+    deliver_(&output.header, output.header.size);
+    return true;
+  };
   reports.ended = [this, request](int waitStatus, double seconds) {
     Ended(request, waitStatus, seconds);
   };
@@ -115,15 +120,8 @@ void ProgramRunner::Report(std::uint32_t request, std::uint32_t kind, std::uint3
   deliver_(&report, sizeof(report));
 }
 
-void ProgramRunner::Reap() {
-  // A program that has ended leaves the table.
-  std::vector<std::shared_ptr<Program>> programs;
-  for (const auto& [request, entry] : programs_) programs.push_back(entry.program);
-  for (const auto& program : programs) program->Reap();
-}
-
 void ProgramRunner::KillAll() {
-  for (const auto& [request, entry] : programs_) entry.program->Kill();
+  for (const auto& [request, entry] : programs_) entry.program->Signal(SIGKILL);
 }
 
 std::vector<std::string> ProgramRunner::Names() const {

@@ -36,7 +36,6 @@ class ProgramRunner {
   // Takes one well-formed chunk of the plug-in, which stays the caller's.
   void Take(const void* chunk);
 
-  void Reap();
   void KillAll();
 
   // The paths of the programs that have not ended.

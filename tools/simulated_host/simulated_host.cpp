@@ -1,7 +1,5 @@
 #include "simulated_host/simulated_host.h"
 
-#include <signal.h>
-
 #include <algorithm>
 #include <atomic>
 #include <boost/asio/post.hpp>
@@ -32,7 +30,7 @@ namespace {
 constexpr double kTickInterval = 1000;   // milliseconds of the plug-in's time
 constexpr double kShortestInterval = 5;  // of the world's
 
-constexpr boost::chrono::milliseconds kRefreshInterval{200};
+constexpr std::chrono::milliseconds kRefreshInterval{200};
 
 // A stopping plug-in may still be in an exchange with a web server, which ends after ten seconds.
 constexpr std::chrono::seconds kStopLimit{30};
@@ -62,7 +60,7 @@ class Host {
 
  private:
   void Say(std::string text) { timeline_.Record(HostAction{std::move(text)}); }
-  void OnSignal(int signal);
+  void OnStop();
   void LimitTime();
   void LimitStop();
   [[noreturn]] void GiveUp(const std::string& why);
@@ -101,7 +99,7 @@ class Host {
 };
 
 bool Host::Run() {
-  loop_.Start([this](int signal) { OnSignal(signal); });
+  loop_.Start([this] { OnStop(); });
   if (options_.timeLimit > 0) boost::asio::post(loop_.Context(), [this] { LimitTime(); });
 
   if (options_.speed != 1) plugin_.SetClockSpeed(options_.speed);
@@ -114,7 +112,7 @@ bool Host::Run() {
   LendThreads();
   {
     const double interval = std::max(kTickInterval / options_.speed, kShortestInterval);
-    const Ticker ticks(boost::chrono::milliseconds(static_cast<long>(interval)),
+    const Ticker ticks(std::chrono::milliseconds(static_cast<long>(interval)),
                        [this] { plugin_.SendTick(); });
     if (mailServerIsUp) RunSteps();
   }
@@ -221,11 +219,7 @@ void Host::Stop() {
   Say("unloaded");
 }
 
-void Host::OnSignal(int signal) {
-  if (signal == SIGCHLD) {
-    mailServer_.Reap();
-    return programs_.Reap();
-  }
+void Host::OnStop() {
   const auto now = std::chrono::steady_clock::now();
   if (stopping_ && now - stoppingSince_ < kOneSignal) return;
   if (stopping_) GiveUp("stopped at once by a second signal");

@@ -4,31 +4,23 @@
 
 namespace tvx::tool {
 
-Ticker::Ticker(boost::chrono::milliseconds interval, std::function<void()> tick)
-    : thread_([this, interval, call = std::move(tick)] { Run(interval, call); }) {}
+Ticker::Ticker(std::chrono::milliseconds interval, std::function<void()> tick)
+    : interval_(interval), tick_(std::move(tick)), timer_(context_, interval) {
+  AwaitNext();
+  thread_ = std::thread([this] { context_.run(); });
+}
 
 Ticker::~Ticker() {
-  {
-    MutexLock lock(mutex_);
-    stopped_ = true;
-    changed_.NotifyAll();
-  }
+  context_.stop();
   thread_.join();
 }
 
-void Ticker::Run(boost::chrono::milliseconds interval, const std::function<void()>& tick) {
-  auto next = boost::chrono::steady_clock::now() + interval;
-  for (;;) {
-    {
-      MutexLock lock(mutex_);
-      while (!stopped_ && boost::chrono::steady_clock::now() < next) {
-        changed_.WaitUntil(mutex_, next);
-      }
-      if (stopped_) return;
-    }
-    tick();
-    next += interval;
-  }
+void Ticker::AwaitNext() {
+  timer_.async_wait([this](const boost::system::error_code&) {
+    tick_();
+    timer_.expires_at(timer_.expiry() + interval_);
+    AwaitNext();
+  });
 }
 
 }  // namespace tvx::tool

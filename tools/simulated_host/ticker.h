@@ -4,28 +4,28 @@
 // Threads: the function runs on the own thread only.
 #pragma once
 
-#include <boost/chrono/duration.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <chrono>
 #include <functional>
 #include <thread>
-
-#include "base/mutex.h"
 
 namespace tvx::tool {
 
 class Ticker {
  public:
-  Ticker(boost::chrono::milliseconds interval, std::function<void()> tick);
+  Ticker(std::chrono::milliseconds interval, std::function<void()> tick);
   ~Ticker();
   Ticker(const Ticker&) = delete;
   Ticker& operator=(const Ticker&) = delete;
 
  private:
-  void Run(boost::chrono::milliseconds interval, const std::function<void()>& tick)
-      EXCLUDES(mutex_);
+  void AwaitNext();
 
-  Mutex mutex_;
-  ConditionVariable changed_;
-  bool stopped_ GUARDED_BY(mutex_) = false;
+  const std::chrono::milliseconds interval_;
+  const std::function<void()> tick_;
+  boost::asio::io_context context_;
+  boost::asio::steady_timer timer_;
   std::thread thread_;
 };
 

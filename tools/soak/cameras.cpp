@@ -9,7 +9,7 @@
 #include <optional>
 #include <stdexcept>
 
-#include "simulated_host/access_units.h"
+#include "soak/access_units.h"
 
 namespace tvx::soak {
 namespace {

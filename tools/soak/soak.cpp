@@ -137,7 +137,7 @@ class Run {
 SoakReport Run::Go() {
   BeginPlugin();
   {
-    const tool::Ticker ticks(boost::chrono::milliseconds(1000), [this] { plugin_->SendTick(); });
+    const tool::Ticker ticks(std::chrono::milliseconds(1000), [this] { plugin_->SendTick(); });
     const CameraThreads cameras(cameras_, videos_, frames_, *plugin_, tally_);
     while (!cameras.Filled() && !stopped_) Sleep(0.05);
     Sleep(kSettleSeconds);
@@ -150,14 +150,7 @@ SoakReport Run::Go() {
 }
 
 void Run::BeginPlugin() {
-  loop_.Start([this](int signal) {
-    if (signal != SIGCHLD) {
-      stopped_ = true;
-      return;
-    }
-    mailServer_.Reap();
-    programs_.Reap();
-  });
+  loop_.Start([this] { stopped_ = true; });
   SetMailServer(true);
   plugin_->Load(tally_.CountBefore(&tool::HostServices::Entry));
   plugin_->Open();
@@ -176,7 +169,7 @@ void Run::Load() {
     samples_.clear();
   }
   begin_ = Clock::now();
-  const tool::Ticker samples(boost::chrono::milliseconds(1000), [this] { KeepSample(); });
+  const tool::Ticker samples(std::chrono::milliseconds(1000), [this] { KeepSample(); });
   std::thread events([this] { SendEvents(); });
   DirectLoad();
   events.join();

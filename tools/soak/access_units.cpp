@@ -1,4 +1,4 @@
-#include "simulated_host/access_units.h"
+#include "soak/access_units.h"
 
 #include <algorithm>
 #include <iterator>
