@@ -6,8 +6,8 @@
 
 namespace tvx::tool {
 
-// The text on one line, each control character as \xNN, so that none of theirs reaches the
-// terminal. All else stays as it is.
+// The text on one line: each byte as \xNN that is no UTF-8, or belongs to a control character (C1
+// among them) or to one that changes the direction of what stands around it. All else stays.
 std::string Printable(const std::string& text);
 
 }  // namespace tvx::tool
