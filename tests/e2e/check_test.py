@@ -97,9 +97,9 @@ class CheckTest(RoadTest):
         self.assertEqual(run.stdout.decode().splitlines(), [
             'notify.xml:2: error: element "Notify" is not taken: its attribute "ID" is not that of '
             'this plug-in, 786432',
-            '    instead: the plug-in starts with an empty configuration, sends no mail, and keeps '
+            '    effect: the plug-in starts with an empty configuration, sends no mail, and keeps '
             'the file as "notify.xml.rejected"',
-            '    to mend: write ID="786432"',
+            '    fix: write ID="786432"',
             'notify.xml: 1 error, 0 warnings; the file is rejected'])
         for wrong in (["missing.xml"], [str(self.folder)], [], ["notify.xml", "--yaml"]):
             self.assertEqual(check(*wrong).returncode, 2, wrong)

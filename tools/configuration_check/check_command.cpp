@@ -6,8 +6,7 @@
 #include <string>
 
 #include "commands.h"
-#include "configuration_check/check_json.h"
-#include "configuration_check/check_text.h"
+#include "configuration_check/check_report.h"
 #include "configuration_check/configuration_check.h"
 #include "text/palette.h"
 
@@ -18,8 +17,8 @@ constexpr const char* kDescription =
     R"(Check a configuration file, notify.xml.
 
 Has the plug-in's own reader read it, and tells what the plug-in does not take as the file says (an
-error), and what it takes though it is surely not meant (a warning): where, what, why, what the
-plug-in does instead, and how to mend it. Nothing is sent and nothing is changed.
+error), and what it takes though it is surely not meant (a warning): where, what, why, its effect,
+and how to fix it. Nothing is sent and nothing is changed.
 )";
 
 constexpr const char* kFooter =
@@ -36,12 +35,9 @@ int Run(const Arguments& arguments) {
     throw std::runtime_error(arguments.file + ": may not be read");
   }
   const CheckReport report = CheckConfiguration(arguments.file);
-  if (arguments.json) {
-    const std::string json = CheckJson(report);
-    std::fwrite(json.data(), 1, json.size(), stdout);
-  } else {
-    PrintReport(report, Palette::For(stdout), stdout);
-  }
+  const std::string text =
+      arguments.json ? CheckJson(report) : CheckText(report, Palette::For(stdout));
+  std::fwrite(text.data(), 1, text.size(), stdout);
   return report.findings.empty() ? 0 : 1;
 }
 

@@ -1,6 +1,6 @@
 #include "configuration_check/document_place.h"
 
-#include <cstring>
+#include <cstddef>
 
 namespace tvx::tool {
 namespace {
@@ -16,11 +16,16 @@ Place PlaceOf(const TiXmlBase& node) {
   return {node.Row(), node.Column()};
 }
 
-Place PlaceOf(const TiXmlElement& element, const char* attribute) {
-  for (auto at = element.FirstAttribute(); at != nullptr; at = at->Next()) {
-    if (std::strcmp(at->Name(), attribute) == 0) return PlaceOf(*at);
+Place PlaceOf(const TiXmlElement& element, const std::string& path) {
+  const std::size_t slash = path.find('/');
+  if (slash != std::string::npos) {
+    const TiXmlElement* child = element.FirstChildElement(path.substr(0, slash).c_str());
+    return child == nullptr ? PlaceOf(element) : PlaceOf(*child, path.substr(slash + 1));
   }
-  return PlaceOf(element);
+  for (auto at = element.FirstAttribute(); at != nullptr; at = at->Next()) {
+    if (at->Name() == path) return PlaceOf(static_cast<const TiXmlBase&>(*at));
+  }
+  return PlaceOf(static_cast<const TiXmlBase&>(element));
 }
 
 bool IsServer(const TiXmlElement& element) {

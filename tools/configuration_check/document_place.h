@@ -12,8 +12,9 @@ namespace tvx::tool {
 
 Place PlaceOf(const TiXmlBase& node);
 
-// Of the attribute, or of the element when it has no such attribute.
-Place PlaceOf(const TiXmlElement& element, const char* attribute);
+// Of what a path within the element names: "attribute", "child/" or "child/attribute". When there is
+// no such attribute, or no such child, it is the place of what holds it.
+Place PlaceOf(const TiXmlElement& element, const std::string& path);
 
 bool IsServer(const TiXmlElement& element);
 bool IsProfile(const TiXmlElement& element);

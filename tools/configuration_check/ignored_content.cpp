@@ -2,18 +2,52 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <map>
 #include <set>
 #include <string>
 
 #include "config/notify_writer.h"
-#include "config/xml_children.h"
 #include "configuration_check/document_place.h"
-#include "configuration_check/reading_findings.h"
+#include "configuration_check/findings.h"
 
 namespace tvx::tool {
 namespace {
 
 constexpr const char* kBlanks = " \t\r\n";
+
+enum class Ignored {
+  Attribute,
+  StrayText,
+  Content,  // of a text element, that is no text
+  SecondRoot,
+  RepeatedElement,
+  UnknownElement,
+};
+
+template <Ignored kind>
+bool Is(const Ignored& it) {
+  return it == kind;
+}
+
+constexpr Rule<Ignored> kIgnoredRules[] = {
+    {Severity::Error, "", "unknown-attribute", "the attribute \"$word\" of $name is ignored",
+     "the plug-in reads no such attribute there", "it has no effect", "remove it$hint",
+     Is<Ignored::Attribute>},
+    {Severity::Error, "", "stray-text", "the text \"$word\" is ignored", "it stands in $name$hint",
+     "it has no effect", "remove it, or move it to where it is meant", Is<Ignored::StrayText>},
+    {Severity::Error, "", "no-text", "$name is read as \"$word\"",
+     "a comment or the like stands before its text", "the text is ignored",
+     "begin the element with its text", Is<Ignored::Content>},
+    {Severity::Error, "", "unknown-element", "$name is ignored",
+     "the document has another root before it", "it has no effect", "remove it",
+     Is<Ignored::SecondRoot>},
+    {Severity::Error, "", "repeated-element", "$name is ignored",
+     "only the first \"$word\" there is read", "it has no effect", "remove it",
+     Is<Ignored::RepeatedElement>},
+    {Severity::Error, "", "unknown-element", "$name is ignored",
+     "the plug-in reads no such element there", "it has no effect", "remove it$hint",
+     Is<Ignored::UnknownElement>},
+};
 
 // Names that the plug-in writes into a file: what it reads back, and what only the server reads.
 std::set<std::string> WrittenAttributes() {
@@ -26,8 +60,15 @@ std::set<std::string> WrittenAttributes() {
   return names;
 }
 
-bool IsOtherCase(const std::string& a, const std::string& b) {
-  return a != b && ::strcasecmp(a.c_str(), b.c_str()) == 0;
+// For a name that only its letters' case keeps from being one of these.
+template <typename Names>
+std::string SpellingHint(const Names& names, const std::string& name) {
+  for (const auto& known : names) {
+    if (name != known && ::strcasecmp(std::string(known).c_str(), name.c_str()) == 0) {
+      return ", or write " + Quoted(known);
+    }
+  }
+  return {};
 }
 
 class IgnoredContent {
@@ -38,36 +79,51 @@ class IgnoredContent {
   // An element that the reader has read, and not skipped.
   void Walk(const TiXmlElement& element) {
     for (auto at = element.FirstAttribute(); at != nullptr; at = at->Next()) Look(element, *at);
+    std::set<std::string> read;
     for (auto node = element.FirstChild(); node != nullptr; node = node->NextSibling()) {
       const TiXmlElement* child = node->ToElement();
+      if (child != nullptr && reading_.Knows(*child)) read.insert(child->ValueStr());
       if (reading_.IsContent(*node)) {
-        if (node->ToText() == nullptr) AddStrange(element, *node);
+        if (node->ToText() == nullptr) {
+          Add(Ignored::Content, PlaceOf(*node), element, node->ValueStr());
+        }
       } else if (node->ToText() != nullptr) {
         AddStray(element, *node);
       } else if (child != nullptr && !reading_.Knows(*child)) {
-        Ignore(element, *child);
+        Ignore(*child, read.count(child->ValueStr()) != 0);
       } else if (child != nullptr && !reading_.IsSkipped(*child)) {
         Walk(*child);
       }
     }
   }
 
-  // An element where the reader looks for its block only.
-  void WalkAround(const TiXmlNode& parent, const TiXmlElement& block) {
-    for (auto at = parent.FirstChildElement(); at != nullptr; at = at->NextSiblingElement()) {
-      if (at != &block) Ignore(parent, *at);
+  // The root, where the reader looks for its block only, and what is beside it.
+  void WalkAround(const TiXmlElement& root, const TiXmlElement& block) {
+    for (auto at = root.NextSiblingElement(); at != nullptr; at = at->NextSiblingElement()) {
+      Add(Ignored::SecondRoot, PlaceOf(*at), *at);
+    }
+    for (auto at = root.FirstChildElement(); at != nullptr; at = at->NextSiblingElement()) {
+      if (at != &block) Ignore(*at, at->ValueStr() == block.ValueStr());
     }
   }
 
  private:
+  void Add(Ignored kind, const Place& place, const TiXmlElement& element,
+           const std::string& word = {}, const std::string& hint = {}) {
+    Apply(
+        kIgnoredRules, kind, [&](const char*) { return place; },
+        [&]() -> Facts {
+          return {{"name", NameOf(element)}, {"word", word}, {"hint", hint}};
+        },
+        findings_);
+  }
+
   void Look(const TiXmlElement& element, const TiXmlAttribute& attribute) {
     const std::string name = attribute.Name();
-    if (reading_.Attributes(element).count(name) != 0) return;
+    const std::set<std::string>& known = reading_.Attributes(element);
+    if (known.count(name) != 0) return;
     if (element.ValueStr() == "Notify" && written_.count(name) != 0) return;
-    findings_.push_back({Severity::Error, PlaceOf(attribute), "unknown-attribute",
-                         "the attribute " + Quoted(name) + " of " + NameOf(element) + " is ignored",
-                         "the plug-in reads no such attribute there", "it has no effect",
-                         "remove it" + SpellingHint(element, name)});
+    Add(Ignored::Attribute, PlaceOf(attribute), element, name, SpellingHint(known, name));
   }
 
   void AddStray(const TiXmlElement& element, const TiXmlNode& node) {
@@ -78,54 +134,20 @@ class IgnoredContent {
     const auto lines =
         std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(begin), '\n');
     if (lines > 0) place = {place.line + static_cast<int>(lines), 0};
-    findings_.push_back({Severity::Error, place, "stray-text",
-                         "the text " + Quoted(text.substr(begin, end - begin)) + " is ignored",
-                         "it stands in " + NameOf(element) +
-                             (element.FirstChild() == &node ? "" : " behind something else"),
-                         "it has no effect", "remove it, or move it to where it is meant"});
+    Add(Ignored::StrayText, place, element, text.substr(begin, end - begin),
+        element.FirstChild() == &node ? "" : " behind something else");
   }
 
-  void AddStrange(const TiXmlElement& element, const TiXmlNode& node) {
-    findings_.push_back({Severity::Error, PlaceOf(node), "no-text",
-                         NameOf(element) + " is read as " + Quoted(node.ValueStr()),
-                         "a comment or the like stands before its text", "the text is ignored",
-                         "begin the element with its text"});
-  }
-
-  void Ignore(const TiXmlNode& parent, const TiXmlElement& element) {
-    const TiXmlElement* first = parent.FirstChildElement(element.Value());
-    Finding finding{Severity::Error,
-                    PlaceOf(element),
-                    "unknown-element",
-                    NameOf(element) + " is ignored",
-                    "",
-                    "it has no effect",
-                    "remove it"};
-    if (parent.ToDocument() != nullptr) {
-      finding.why = "the document has another root before it";
-    } else if (first != &element && reading_.Knows(*first)) {
-      finding.code = "repeated-element";
-      finding.why = "only the first " + Quoted(element.ValueStr()) + " there is read";
+  void Ignore(const TiXmlElement& element, bool isRepeated) {
+    static constexpr const char* kElements[] = {
+        "Notify",         "Web", "Servers", "Profiles", "smtp",
+        "Authentication", "to",  "cc",      "bcc",      "body"};
+    const std::string& name = element.ValueStr();
+    if (isRepeated) {
+      Add(Ignored::RepeatedElement, PlaceOf(element), element, name);
     } else {
-      finding.why = "the plug-in reads no such element there";
-      finding.mend += SpellingHint(element.ValueStr());
+      Add(Ignored::UnknownElement, PlaceOf(element), element, name, SpellingHint(kElements, name));
     }
-    findings_.push_back(std::move(finding));
-  }
-
-  // For a name that only its letters' case keeps from being read.
-  std::string SpellingHint(const TiXmlElement& element, const std::string& name) const {
-    for (const auto& known : reading_.Attributes(element)) {
-      if (IsOtherCase(known, name)) return ", or write " + Quoted(known);
-    }
-    return {};
-  }
-  static std::string SpellingHint(const std::string& name) {
-    for (const char* known : {"Notify", "Web", "Servers", "Profiles", "smtp", "Authentication",
-                              "to", "cc", "bcc", "body"}) {
-      if (IsOtherCase(known, name)) return ", or write " + Quoted(known);
-    }
-    return {};
   }
 
   const Reading& reading_;
@@ -140,7 +162,6 @@ void AddIgnoredContent(const TiXmlDocument& document, const Reading& reading, Fi
   const TiXmlElement* block = root == nullptr ? nullptr : root->FirstChildElement("Notify");
   if (block == nullptr || reading.IsSkipped(*block)) return;
   IgnoredContent ignored(reading, findings);
-  ignored.WalkAround(document, *root);
   ignored.WalkAround(*root, *block);
   ignored.Walk(*block);
 }

@@ -1,21 +1,28 @@
-#include "configuration_check/reading_findings.h"
-
 #include <strings.h>
 
+#include <array>
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <limits>
 #include <string>
+#include <system_error>
 
 #include "configuration_check/document_place.h"
+#include "configuration_check/findings.h"
 #include "host/host_records.h"
 
 namespace tvx::tool {
 namespace {
 
-// What a skip costs, by what is skipped.
-const char* Effect(const TiXmlElement& element) {
+constexpr const char* kRejected =
+    "the plug-in starts with an empty configuration, sends no mail, and keeps the file as "
+    "\"notify.xml.rejected\"";
+
+// What it costs that an element is skipped.
+const char* EffectOf(const TiXmlElement& element) {
   if (IsServer(element)) {
     return "mail is sent through the other servers only, and it is gone from the file after the "
            "start";
@@ -27,203 +34,226 @@ const char* Effect(const TiXmlElement& element) {
   return kRejected;
 }
 
-std::string Attribute(const std::string& name) {
-  return "the attribute " + Quoted(name);
-}
+struct Skip {
+  const Reading::Skip& skip;
+  // The element that only its letters' case keeps from being the block or list that is missed.
+  const TiXmlElement* otherCase;
 
-std::string OwnModuleId() {
-  return "ID=\"" + std::to_string(kModuleId) + "\"";
-}
-
-// Why an element is skipped and how to mend it.
-void Explain(const Reading::Skip& skip, Finding& finding) {
-  const std::string name = Quoted(skip.name);
-  switch (skip.reason) {
-    case SkipReason::NoElement:
-      finding.code = "missing-element";
-      finding.why = skip.name == "to" ? "it has no \"to\" with an address in it"
-                                      : "it has no element " + name;
-      finding.mend = "add an element " + name;
-      if (skip.name == "to") finding.mend = "add a \"to\" with an address";
-      if (skip.name != "Notify" && skip.name != "to") finding.mend += ", even an empty one";
-      break;
-    case SkipReason::NoAttribute:
-      finding.code = "missing-attribute";
-      finding.why = "it has no attribute " + name;
-      finding.mend = "add " + Attribute(skip.name);
-      break;
-    case SkipReason::NoNumber:
-      finding.code = "not-a-number";
-      finding.why = "its " + name + " is no number";
-      finding.mend = "write a whole number there";
-      break;
-    case SkipReason::OtherModule:
-      finding.code = "other-module";
-      finding.why =
-          "its attribute \"ID\" is not that of this plug-in, " + std::to_string(kModuleId);
-      finding.mend = "write " + OwnModuleId();
-      break;
-    case SkipReason::HalfCredentials:
-      finding.code = "half-credentials";
-      finding.why = "its \"Authentication\" has no attribute " + name;
-      finding.mend = "give both \"username\" and \"password\", or remove \"Authentication\"";
-      break;
-    case SkipReason::SeveralElements:
-      finding.code = "several-elements";
-      finding.why = "it has more than one " + name;
-      finding.mend = "leave only one";
-      break;
-    case SkipReason::NoText:
-      finding.code = "empty-address";
-      finding.why = "there is no address in it";
-      finding.mend = "write an address, or remove the element";
-      break;
+  bool Is(SkipReason reason) const { return skip.reason == reason; }
+  bool Misses(const char* name) const {
+    return Is(SkipReason::NoElement) && skip.name == name && otherCase == nullptr;
   }
-}
+  // Which stands for the block that it should hold.
+  bool IsRoot() const { return skip.element->ValueStr() == skip.name; }
+};
 
-Place PlaceOfSkip(const Reading::Skip& skip) {
+constexpr Rule<Skip> kSkipRules[] = {
+    {Severity::Error, "", "missing-element", "$name is skipped",
+     "it has no \"to\" with an address in it", "$effect", "add a \"to\" with an address",
+     [](const Skip& it) { return it.Misses("to"); }},
+    {Severity::Error, "", "missing-element", "$name is not taken", "it is the root itself",
+     "$effect", "put it into a root element, <tDVR>...</tDVR>",
+     [](const Skip& it) { return it.Misses("Notify") && it.IsRoot(); }},
+    {Severity::Error, "", "missing-element", "$name is not taken", "it has no element \"Notify\"",
+     "$effect", "add an element \"Notify\"",
+     [](const Skip& it) { return it.Misses("Notify") && !it.IsRoot(); }},
+    {Severity::Error, "", "missing-element", "$name is not taken", "it has no element \"$part\"",
+     "$effect", "add an element \"$part\", even an empty one",
+     [](const Skip& it) { return it.Misses("Servers") || it.Misses("Profiles"); }},
+    {Severity::Error, "", "missing-element", "$other is not read", "it is not written \"$part\"",
+     "$effect", "write \"$part\"", [](const Skip& it) { return it.otherCase != nullptr; }},
+    {Severity::Error, "", "missing-attribute", "$name is skipped", "it has no attribute \"$part\"",
+     "$effect", "add the attribute \"$part\"",
+     [](const Skip& it) { return it.Is(SkipReason::NoAttribute); }},
+    {Severity::Error, "ID", "not-a-number", "$name is skipped", "its \"$part\" is no number",
+     "$effect", "write a whole number there",
+     [](const Skip& it) { return it.Is(SkipReason::NoNumber); }},
+    {Severity::Error, "ID", "other-module", "$name is not taken",
+     "its attribute \"ID\" is not that of this plug-in, $module", "$effect", "write ID=\"$module\"",
+     [](const Skip& it) { return it.Is(SkipReason::OtherModule); }},
+    {Severity::Error, "Authentication/", "half-credentials", "$name is skipped",
+     "its \"Authentication\" has no attribute \"$part\"", "$effect",
+     "give both \"username\" and \"password\", or remove \"Authentication\"",
+     [](const Skip& it) { return it.Is(SkipReason::HalfCredentials); }},
+    {Severity::Error, "", "several-elements", "$name is skipped", "it has more than one \"$part\"",
+     "$effect", "leave only one",
+     [](const Skip& it) { return it.Is(SkipReason::SeveralElements); }},
+    {Severity::Error, "", "empty-address", "$name is skipped", "there is no address in it",
+     "the profile does without it", "write an address, or remove the element",
+     [](const Skip& it) { return it.Is(SkipReason::NoText); }},
+};
+
+void AddSkip(const Reading::Skip& skip, Findings& findings) {
   const TiXmlElement& element = *skip.element;
-  const char* name = skip.name.c_str();
-  switch (skip.reason) {
-    case SkipReason::NoNumber:
-    case SkipReason::OtherModule:
-      return PlaceOf(element, name);
-    case SkipReason::HalfCredentials:
-      return PlaceOf(*element.FirstChildElement("Authentication"));
-    case SkipReason::SeveralElements:
-      return PlaceOf(*element.FirstChildElement(name)->NextSiblingElement(name));
-    default:
-      return PlaceOf(element);
+  const char* part = skip.name.c_str();
+  const TiXmlElement* other = nullptr;
+  if (skip.reason == SkipReason::NoElement && EffectOf(element) == kRejected) {
+    other = element.FirstChildElement();
+    while (other != nullptr && ::strcasecmp(other->Value(), part) != 0) {
+      other = other->NextSiblingElement();
+    }
   }
+  const TiXmlElement* place = other == nullptr ? &element : other;
+  if (skip.reason == SkipReason::SeveralElements) {
+    place = element.FirstChildElement(part)->NextSiblingElement(part);
+  }
+  Apply(
+      kSkipRules, Skip{skip, other}, [&](const char* at) { return PlaceOf(*place, at); },
+      [&]() -> Facts {
+        return {{"name", NameOf(element)},
+                {"other", NameOf(*place)},
+                {"part", skip.name},
+                {"module", kModuleId},
+                {"effect", EffectOf(element)}};
+      },
+      findings);
 }
 
-// The element that only its letters' case keeps from being the one that is missed.
-const TiXmlElement* InOtherCase(const Reading::Skip& skip) {
-  if (skip.reason != SkipReason::NoElement) return nullptr;
-  auto at = skip.element->FirstChildElement();
-  while (at != nullptr && ::strcasecmp(at->Value(), skip.name.c_str()) != 0) {
-    at = at->NextSiblingElement();
-  }
-  return at;
-}
-
-// For the block and its lists, without which the file is rejected.
-void ExplainMissing(const Reading::Skip& skip, Finding& finding) {
-  const TiXmlElement& element = *skip.element;
-  if (const TiXmlElement* other = InOtherCase(skip)) {
-    finding.place = PlaceOf(*other);
-    finding.what = NameOf(*other) + " is not read";
-    finding.why = "it is not written " + Quoted(skip.name);
-    finding.mend = "write " + Quoted(skip.name);
-  } else if (skip.name == "Notify" && element.ValueStr() == skip.name) {
-    finding.why = "it is the root itself";
-    finding.mend = "put it into a root element, <tDVR>...</tDVR>";
-  }
-}
-
-Finding SkipFinding(const Reading::Skip& skip) {
-  Finding finding;
-  finding.place = PlaceOfSkip(skip);
-  finding.what = NameOf(*skip.element) + " is skipped";
-  finding.instead = Effect(*skip.element);
-  Explain(skip, finding);
-  if (skip.reason == SkipReason::NoText) finding.instead = "the profile does without it";
-  if (finding.instead == kRejected) {
-    finding.what = NameOf(*skip.element) + " is not taken";
-    ExplainMissing(skip, finding);
-  }
-  return finding;
-}
-
-// How the reader reads a number: as much as there is of one, within 32 bits.
-struct NumberText {
+// A number as the reader reads it: as much as there is of one, within 32 bits.
+struct Number {
+  const std::string& attribute;
+  const std::int32_t used;
   bool isNumber = false;  // something of it is
   bool isWhole = false;   // nothing but blanks around it
   bool isInRange = false;
   long value = 0;
+
+  Number(const Reading::Number& number, const char* text)
+      : attribute(number.attribute), used(number.used) {
+    using Limits = std::numeric_limits<std::int32_t>;
+    char* end = nullptr;
+    errno = 0;
+    value = std::strtol(text, &end, 10);
+    isNumber = end != text;
+    isInRange = errno != ERANGE && value >= Limits::min() && value <= Limits::max();
+    while (std::isspace(static_cast<unsigned char>(*end)) != 0) ++end;
+    isWhole = isNumber && *end == '\0';
+  }
+
+  bool IsGivenId() const { return attribute == "ID" && isWhole && value == 0 && used != 0; }
+  // Read well, and yet not used.
+  bool IsRefused() const { return isWhole && isInRange && value != used && !IsGivenId(); }
 };
 
-NumberText ReadNumber(const char* text) {
-  using Limits = std::numeric_limits<std::int32_t>;
-  NumberText number;
-  char* end = nullptr;
-  errno = 0;
-  number.value = std::strtol(text, &end, 10);
-  number.isNumber = end != text;
-  number.isInRange =
-      errno != ERANGE && number.value >= Limits::min() && number.value <= Limits::max();
-  while (std::isspace(static_cast<unsigned char>(*end)) != 0) ++end;
-  number.isWhole = number.isNumber && *end == '\0';
-  return number;
-}
+constexpr const char* kNotTaken = "the attribute \"$attribute\" of $name is not taken";
 
-Finding GivenId(const Reading::Number& number) {
-  return {Severity::Warning,
-          PlaceOf(*number.element, "ID"),
-          "id-given",
-          NameOf(*number.element) + " gets the ID " + std::to_string(number.used),
-          "its ID is 0",
-          "the number that \"autoincrement\" has reached is taken, in use or not",
-          "write the ID that the server's events name"};
-}
-
-std::string WhyNumber(const NumberText& number, const char* text, const std::string& attribute) {
-  if (!number.isNumber) return Quoted(text) + " is no whole number";
-  if (!number.isWhole) return Quoted(text) + " does not end where its number ends";
-  if (!number.isInRange) return Quoted(text) + " does not fit into 32 bits";
-  if (attribute == "attach") return Quoted(text) + " is neither 0 nor 1";
-  return Quoted(text) + " is less than the next number to give";
-}
+constexpr Rule<Number> kNumberRules[] = {
+    {Severity::Warning, "", "id-given", "$name gets the ID $used", "its ID is 0",
+     "the number that \"autoincrement\" has reached is taken, in use or not",
+     "write the ID that the server's events name", [](const Number& it) { return it.IsGivenId(); }},
+    {Severity::Error, "", "number", kNotTaken, "\"$text\" is no whole number", "$used is used",
+     "$fix", [](const Number& it) { return !it.isNumber; }},
+    {Severity::Error, "", "number", kNotTaken, "\"$text\" does not end where its number ends",
+     "$used is used", "$fix", [](const Number& it) { return it.isNumber && !it.isWhole; }},
+    {Severity::Error, "", "number", kNotTaken, "\"$text\" does not fit into 32 bits",
+     "$used is used", "$fix", [](const Number& it) { return it.isWhole && !it.isInRange; }},
+    {Severity::Error, "", "number", kNotTaken, "\"$text\" is neither 0 nor 1", "$used is used",
+     "$fix", [](const Number& it) { return it.IsRefused() && it.attribute == "attach"; }},
+    {Severity::Error, "", "number", kNotTaken, "\"$text\" is less than the next number to give",
+     "$used is used", "$fix",
+     [](const Number& it) { return it.IsRefused() && it.attribute != "attach"; }},
+};
 
 void AddNumber(const Reading::Number& number, Findings& findings) {
-  const std::string& name = number.attribute;
-  const char* text = number.element->Attribute(name.c_str());
+  const std::string& attribute = number.attribute;
+  const char* text = number.element->Attribute(attribute.c_str());
   if (text == nullptr) return;
-  const NumberText said = ReadNumber(text);
-  if (said.isWhole && said.isInRange && said.value == number.used) return;
-  if (name == "ID" && said.isWhole && said.value == 0) {
-    findings.push_back(GivenId(number));
-    return;
-  }
-  findings.push_back({Severity::Error, PlaceOf(*number.element, name.c_str()), "number",
-                      Attribute(name) + " of " + NameOf(*number.element) + " is not taken",
-                      WhyNumber(said, text, name), std::to_string(number.used) + " is used",
-                      name == "attach"          ? "write 1 to attach video, 0 not to"
-                      : name == "autoincrement" ? "write a number of 1 or more"
-                                                : "write a whole number and nothing else"});
+  Apply(
+      kNumberRules, Number(number, text),
+      [&](const char*) { return PlaceOf(*number.element, attribute); },
+      [&]() -> Facts {
+        return {{"name", NameOf(*number.element)},
+                {"attribute", attribute},
+                {"text", text},
+                {"used", number.used},
+                {"fix", attribute == "attach"          ? "write 1 to attach video, 0 not to"
+                        : attribute == "autoincrement" ? "write a number of 1 or more"
+                                                       : "write a whole number and nothing else"}};
+      },
+      findings);
 }
 
-// Profiles that did not outlive the reading.
-void AddReplaced(const Reading::Kept& profile, const Reading& reading, const NotifyConfig& kept,
-                 Findings& findings) {
-  Finding finding{Severity::Error, PlaceOf(*profile.element), "", "", "", "", ""};
-  if (kept.profiles.count(profile.id) == 0) {
-    finding.code = "profiles-replaced";
-    finding.what = NameOf(*profile.element) + " is dropped";
-    finding.why = "a later element \"Profiles\" replaces all profiles before it";
-    finding.instead = Effect(*profile.element);
-    finding.mend = "put all profiles into one \"Profiles\"";
-  } else {
-    const TiXmlElement& later = reading.ProfileElement(profile.id);
-    if (&later == profile.element) return;
-    finding.code = "profile-replaced";
-    finding.what = NameOf(*profile.element) + " is replaced";
-    finding.why = NameOf(later) + " in line " + std::to_string(later.Row()) + " has its ID, " +
-                  std::to_string(profile.id);
-    finding.instead = "events that ask for this ID use the later profile";
-    finding.mend = "give every profile an ID of its own";
-  }
-  findings.push_back(std::move(finding));
+// A profile that was kept when it was read, and the one that now has its ID, if any.
+struct Successor {
+  const TiXmlElement* profile;
+  const TiXmlElement* later;
+};
+
+constexpr Rule<Successor> kSuccessorRules[] = {
+    {Severity::Error, "", "profiles-replaced", "$name is dropped",
+     "a later element \"Profiles\" replaces all profiles before it", "$effect",
+     "put all profiles into one \"Profiles\"",
+     [](const Successor& it) { return it.later == nullptr; }},
+    {Severity::Error, "", "profile-replaced", "$name is replaced",
+     "$later in line $line has its ID, $id", "events that ask for this ID use the later profile",
+     "give every profile an ID of its own",
+     [](const Successor& it) { return it.later != nullptr && it.later != it.profile; }},
+};
+
+void AddReplaced(const Reading::Kept& profile, const TiXmlElement* later, Findings& findings) {
+  Apply(
+      kSuccessorRules, Successor{profile.element, later},
+      [&](const char* at) { return PlaceOf(*profile.element, at); },
+      [&]() -> Facts {
+        return {{"name", NameOf(*profile.element)},
+                {"effect", EffectOf(*profile.element)},
+                {"later", later == nullptr ? "" : NameOf(*later)},
+                {"line", later == nullptr ? 0 : later->Row()},
+                {"id", profile.id}};
+      },
+      findings);
+}
+
+struct RejectedFile {
+  const ParseFault& fault;
+  const bool isUtf16;
+};
+
+constexpr Rule<RejectedFile> kRejectedFileRules[] = {
+    {Severity::Error, "", "rejected-file", "the file is not taken", "it is UTF-16", kRejected,
+     "save it as UTF-8", [](const RejectedFile& it) { return it.isUtf16; }},
+    {Severity::Error, "", "rejected-file", "the file is not taken", "$why", kRejected,
+     "set the markup right there, or take a copy of the file that was good; within a value write "
+     "&quot; for a quotation mark, in a text &lt; for \"<\"",
+     [](const RejectedFile& it) { return !it.isUtf16 && it.fault.row > 0; }},
+    {Severity::Error, "", "rejected-file", "the file is not taken", "$why", kRejected,
+     "take a copy of the file that was good, or write a new one",
+     [](const RejectedFile& it) { return !it.isUtf16 && it.fault.row <= 0; }},
+};
+
+// With a byte order mark, or with half of its first character empty.
+bool IsUtf16(const std::string& path) {
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(path, error)) return false;  // a pipe would block
+  std::array<char, 2> begin{};
+  std::ifstream file(path, std::ios::binary);
+  if (!file.read(begin.data(), begin.size())) return false;
+  return begin == std::array{'\xFF', '\xFE'} || begin == std::array{'\xFE', '\xFF'} ||
+         (begin[0] == '\0') != (begin[1] == '\0');
 }
 
 }  // namespace
 
 void AddReadingFindings(const Reading& reading, const NotifyConfig& kept, Findings& findings) {
-  for (const Reading::Skip& skip : reading.Skipped()) findings.push_back(SkipFinding(skip));
+  for (const Reading::Skip& skip : reading.Skipped()) AddSkip(skip, findings);
   for (const Reading::Number& number : reading.Numbers()) AddNumber(number, findings);
   for (const Reading::Kept& profile : reading.Profiles()) {
-    AddReplaced(profile, reading, kept, findings);
+    const bool isThere = kept.profiles.count(profile.id) != 0;
+    AddReplaced(profile, isThere ? &reading.ProfileElement(profile.id) : nullptr, findings);
   }
+}
+
+void AddRejectedFile(const std::string& path, const ConfigDocument& file, Findings& findings) {
+  const RejectedFile thing{file.fault, IsUtf16(path)};
+  Apply(
+      kRejectedFileRules, thing,
+      [&](const char*) {
+        return thing.isUtf16 ? Place() : Place{file.fault.row, file.fault.column};
+      },
+      [&]() -> Facts {
+        return {{"why", file.fault.text.empty() ? "it holds no element" : file.fault.text}};
+      },
+      findings);
 }
 
 }  // namespace tvx::tool

@@ -2,11 +2,9 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <iterator>
 #include <utility>
 
 #include "config/notify_profile.h"
-#include "config/templates.h"
 #include "mail/address.h"
 #include "mail/composition.h"
 #include "mail/pending_message.h"
@@ -18,17 +16,6 @@ namespace tvx::tool {
 namespace {
 
 constexpr const char* kSubjectHeader = "\r\nSubject: ";
-
-// A copy of the item with a value for every placeholder.
-NotifyWorkItem WithValues(const NotifyWorkItem& item) {
-  NotifyWorkItem filled = item;
-  TemplateFacts& facts = filled.facts;
-  for (std::string* value : {&facts.sourceName, &facts.systemName, &facts.serial, &facts.macAddress,
-                             &facts.eventState}) {
-    if (value->empty()) *value = "x";
-  }
-  return filled;
-}
 
 void TellBadAddresses(const NotifyProfile& profile, std::vector<std::string>& faults) {
   const auto check = [&](const char* what, std::string address) {
@@ -70,62 +57,51 @@ void TakeMessage(const MessageContent& content, const SampleAttachments& attachm
   }
 }
 
-bool WasReplaced(const std::vector<Piece>& pieces, const char* token) {
-  return std::any_of(pieces.begin(), pieces.end(), [&](const Piece& piece) {
-    return piece.fate == Fate::Replaced && piece.before == token;
-  });
-}
-
-std::size_t CountFindings(const std::vector<Piece>& pieces) {
-  return static_cast<std::size_t>(std::count_if(
-      pieces.begin(), pieces.end(),
-      [](const Piece& piece) { return piece.fate != Fate::Text && piece.fate != Fate::Replaced; }));
+std::size_t CountFindings(const Pieces& pieces) {
+  return static_cast<std::size_t>(std::count_if(pieces.begin(), pieces.end(), [](const Piece& it) {
+    return it.fate != Fate::Text && it.fate != Fate::Replaced;
+  }));
 }
 
 void AddRemarks(const SampleEvent& event, const SampleAttachments& attachments,
-                const std::string& webLink, const NotifyProfile& profile, Preview& preview) {
-  std::vector<std::string>& remarks = preview.remarks;
-  if (!preview.marks) remarks.emplace_back("what became of the placeholders cannot be told");
-  const bool isMadeUp = !event.webLink && webLink.compare(0, 1, "[") != 0;
-  if (isMadeUp && preview.marks && WasReplaced(preview.marks->body, "{weblink}")) {
-    remarks.emplace_back(
+                const NotifyProfile& profile, Preview& preview) {
+  const auto isMadeUp = [&](const Piece& piece) {
+    return piece.fate == Fate::Replaced && piece.before == "{weblink}" && !event.webLink &&
+           piece.after.compare(0, 1, "[") != 0;
+  };
+  if (std::any_of(preview.bodyPieces.begin(), preview.bodyPieces.end(), isMadeUp)) {
+    preview.remarks.emplace_back(
         "the link is an example: the web server was not asked for the system's id");
   }
   if (attachments.entries.empty()) return;
   if (event.isTest) {
-    remarks.emplace_back("a test message never has attachments");
+    preview.remarks.emplace_back("a test message never has attachments");
   } else if (!profile.attach) {
-    remarks.emplace_back("the profile does not attach video");
+    preview.remarks.emplace_back("the profile does not attach video");
   }
 }
 
 }  // namespace
 
 std::size_t Preview::Findings() const {
-  std::size_t count = faults.size();
-  if (marks) count += CountFindings(marks->subject) + CountFindings(marks->body);
-  return count;
+  return faults.size() + CountFindings(subjectPieces) + CountFindings(bodyPieces);
 }
 
 Preview MakePreview(const SampleEvent& event, const SampleAttachments& attachments,
                     const std::shared_ptr<const NotifyConfig>& config,
                     const NotifyProfile& profile) {
   const std::shared_ptr<NotifyWorkItem> item = MakeNotification(event, config, profile);
-  const NotifyWorkItem filled = WithValues(*item);
-  const std::string webLink = SampleWebLink(event, *item);
-
   Preview preview;
-  preview.profileId = profile.ID;
+  preview.profile = profile.ID;
   preview.description = profile.description;
   MessageContent content = ContentOf(*item);
-  const auto expand = [&](std::string& subject, std::string& body, bool withValues) {
-    const bool makeUp = withValues && webLink.empty();
-    ExpandTexts(
-        withValues ? filled : *item, [&] { return makeUp ? std::string("x") : webLink; }, subject,
-        body);
-  };
-  preview.marks = MarkPlaceholders(content.subject, content.body, expand);
-  expand(content.subject, content.body, false);
+  TemplateTrace subject(content.subject, false);
+  TemplateTrace body(content.body, true);
+  ExpandTexts(*item, [&] { return SampleWebLink(event, *item); }, content.subject, content.body,
+              {[&](const Replacement& step) { subject.Take(step); },
+               [&](const Replacement& step) { body.Take(step); }});
+  preview.subjectPieces = subject.Result();
+  preview.bodyPieces = body.Result();
   preview.from = content.from;
   preview.to = content.to;
   preview.cc = content.cc;
@@ -142,8 +118,7 @@ Preview MakePreview(const SampleEvent& event, const SampleAttachments& attachmen
   } else {
     TellBadAddresses(profile, preview.faults);
   }
-
-  AddRemarks(event, attachments, webLink, profile, preview);
+  AddRemarks(event, attachments, profile, preview);
   return preview;
 }
 

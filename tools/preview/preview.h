@@ -6,14 +6,13 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "config/notify_config.h"
 #include "mail/attachment_entry.h"
-#include "preview/placeholder_marks.h"
 #include "preview/sample_event.h"
+#include "preview/template_trace.h"
 
 namespace tvx::tool {
 
@@ -25,7 +24,7 @@ struct SampleAttachments {
 };
 
 struct Preview {
-  std::int32_t profileId = 0;
+  std::int32_t profile = 0;  // its ID
   std::string description;
   // As they go to the server; as they are configured when one is no address.
   std::string from;
@@ -36,13 +35,16 @@ struct Preview {
   std::string body;                   // its placeholders replaced
   std::string notes;                  // on failed attachments, behind the body
   std::vector<std::string> attached;  // names of the files
-  std::optional<MarkedTexts> marks;
+  // What became of the templates. The subject's is not yet made one line.
+  Pieces subjectPieces;
+  Pieces bodyPieces;
   // Faults of the profile that no placeholder shows.
   std::vector<std::string> faults;
   std::vector<std::string> remarks;
   // The message, byte for byte; empty when it cannot be composed.
   std::string message;
 
+  // Faults, and tokens that are not replaced.
   std::size_t Findings() const;
 };
 

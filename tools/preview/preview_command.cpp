@@ -14,8 +14,7 @@
 #include "config/notify_config.h"
 #include "preview/event_options.h"
 #include "preview/preview.h"
-#include "preview/preview_json.h"
-#include "preview/preview_text.h"
+#include "preview/preview_report.h"
 #include "preview/sample_event.h"
 #include "text/palette.h"
 #include "text/printable.h"
@@ -168,8 +167,7 @@ Command PreviewCommand() {
       kFooter,
       {{"FILE", &arguments->file, "", "The notify.xml"},
        {"--profile", &arguments->profile, "N", "Its profile (default: its only one)"},
-       {"--test", &event.isTest, "",
-        "The message that is sent when somebody tries the profile out"},
+       {"--test", &event.isTest, "", "The message of a test event"},
        {"--time", &arguments->time, "TIME",
         "Time of the event: seconds since 1970, or local as \"YYYY-MM-DD HH:MM:SS\" "
         "(default: now)"},

@@ -19,7 +19,7 @@ struct SampleEvent {
   std::int32_t milliseconds = 0;
   std::int32_t type = event_type::kVideoMotion;
   bool isStart = true;  // else the event ended
-  bool isTest = false;  // somebody tries the profile out; type, source and cameras do not matter
+  bool isTest = false;  // a test event, whose type, source and cameras do not matter
   std::string sourceName = "Camera 1";
   std::string systemName = "Recorder";
   std::string serial = "A-1001";
