@@ -1,10 +1,11 @@
 // A plug-in for the simulated host: for each event it runs ./program with much input, logs what
-// came back and reports profile 1 delivered. The environment variable PLUGIN_FAULT names one way to
-// break the contract.
+// came back and reports profile 1 delivered; of the frames it holds five. The environment variable
+// PLUGIN_FAULT names one way to break the contract.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <map>
 #include <string>
 
 #include "base/mutex.h"
@@ -17,8 +18,8 @@ namespace {
 
 using namespace tvx;
 
-// More than all pipes on the way hold.
-constexpr std::size_t kInputLength = 1000000;
+constexpr std::size_t kInputLength = 1000000;  // more than all pipes on the way hold
+constexpr std::size_t kHeldFrames = 5;
 
 struct Plugin {
   HostServiceEntry entry = nullptr;
@@ -26,9 +27,9 @@ struct Plugin {
   ConditionVariable changed;
   int events GUARDED_BY(mutex) = 0;
   bool stopped GUARDED_BY(mutex) = false;
+  int framesSeen GUARDED_BY(mutex) = 0;
+  const void* firstFrame GUARDED_BY(mutex) = nullptr;
   std::deque<const void*> frames GUARDED_BY(mutex);  // held, oldest first
-  const void* refused GUARDED_BY(mutex) = nullptr;
-  bool broken GUARDED_BY(mutex) = false;  // the books have been broken once, which is enough
 };
 
 Plugin& ThePlugin() {
@@ -41,110 +42,101 @@ bool Faulty(const char* fault) {
   return chosen != nullptr && std::strcmp(chosen, fault) == 0;
 }
 
-template <typename Result>
-Result& As(void* record) {
-  return *static_cast<Result*>(record);
+template <typename Record>
+Record& As(void* record) {
+  return *static_cast<Record*>(record);
 }
 
-void Send(HostRequest request) {
-  HostReply reply = MakeHostReply();
-  ThePlugin().entry(&request, &reply);
-}
-
-// One faulty record after the other, but only the one that is asked for.
-void SendFaultyRecords() {
+// The record that the fault is about, if it is about one.
+void SendFaultyRecord() {
   static const char text[] = "text";
-  HostRequest log = MakeHostRequest(HostCommand::Log, PayloadKind::LogLine);
-  log.level = 25;
-  log.payload = text;
-  log.length = sizeof(text);
-  const auto sendIf = [](const char* fault, HostRequest request, auto change) {
-    if (!Faulty(fault)) return;
-    change(request);
-    Send(request);
+  using Kind = PayloadKind;
+  const std::map<std::string, void (*)(HostRequest&)> logFaults = {
+      {"size", [](HostRequest& it) { it.size = 180; }},
+      {"version", [](HostRequest& it) { it.version = 0; }},
+      {"module", [](HostRequest& it) { it.module = 0; }},
+      {"reserved word", [](HostRequest& it) { it.reserved36 = 1; }},
+      {"last word", [](HostRequest& it) { it.reserved44[34] = 7; }},
+      {"log length", [](HostRequest& it) { --it.length; }},
+      {"log level", [](HostRequest& it) { it.level = 26; }},
+      {"payload kind", [](HostRequest& it) { it.payloadKind = Kind::Document; }},
+      {"command", [](HostRequest& it) { it.command = static_cast<HostCommand>(5); }},
+      {"status document",
+       [](HostRequest& it) {
+         it = MakeHostRequest(HostCommand::StatusDocument, Kind::Document);
+         it.payload = text;
+         it.length = sizeof(text) - 1;
+       }},
   };
-  sendIf("size", log, [](HostRequest& it) { it.size = 180; });
-  sendIf("version", log, [](HostRequest& it) { it.version = 0; });
-  sendIf("module", log, [](HostRequest& it) { it.module = 0; });
-  sendIf("reserved word", log, [](HostRequest& it) { it.reserved36 = 1; });
-  sendIf("last word", log, [](HostRequest& it) { it.reserved44[34] = 7; });
-  sendIf("log length", log, [](HostRequest& it) { --it.length; });
-  sendIf("log level", log, [](HostRequest& it) { it.level = 26; });
-  sendIf("payload kind", log, [](HostRequest& it) { it.payloadKind = PayloadKind::Document; });
-  sendIf("command", log, [](HostRequest& it) { it.command = static_cast<HostCommand>(5); });
-  sendIf("frame", MakeHostRequest(HostCommand::ReleaseFrame, PayloadKind::None),
-         [](HostRequest& it) { it.payload = text; });
-  sendIf("status document", MakeHostRequest(HostCommand::StatusDocument, PayloadKind::Document),
-         [](HostRequest& it) {
-           it.payload = text;
-           it.length = sizeof(text) - 1;
-         });
+  for (const auto& [fault, change] : logFaults) {
+    if (!Faulty(fault.c_str())) continue;
+    HostRequest request = MakeHostRequest(HostCommand::Log, Kind::LogLine);
+    request.level = 25;
+    request.payload = text;
+    request.length = sizeof(text);
+    change(request);
+    HostReply reply = MakeHostReply();
+    ThePlugin().entry(&request, &reply);
+  }
+  if (Faulty("frame")) ReleaseHostFrame(ThePlugin().entry, text);
 }
 
 void RunProgram() {
-  const HostServiceEntry entry = ThePlugin().entry;
   const auto program = TheProcessChannel().RunProgram({"./program", "an argument", ""});
   const std::string input(kInputLength, 'x');
   TheProcessChannel().WriteInput(*program, ProgramInput(input));
   std::size_t length = 0;
-  std::string line;
+  std::string line, errors;
   while (ReadLine(*program, OutputStream::Output, line)) length += line.size();
-  std::string errors;
   while (ReadLine(*program, OutputStream::Errors, line)) errors += line;
   MutexLock lock(program->mutex);
-  HostLog(kModuleId, entry, LogLevel::Information, "state %d, value %u, output %u, errors %s",
-          static_cast<int>(program->state), program->value, static_cast<unsigned>(length),
-          errors.c_str());
+  HostLog(kModuleId, ThePlugin().entry, LogLevel::Information,
+          "state %d, value %u, output %u, errors %s", static_cast<int>(program->state),
+          program->value, static_cast<unsigned>(length), errors.c_str());
 }
 
-void GiveBack(const void* frame) {
-  HostRequest request = MakeHostRequest(HostCommand::ReleaseFrame, PayloadKind::None);
-  request.payload = frame;
-  Send(request);
-}
-
-// Holds a few frames; what is the answer. One frame is handled as the fault wants it.
+// What is the answer. The first frame, or the second, is handled as the fault wants it.
 std::uint32_t TakeFrame(const void* frame) {
-  constexpr std::size_t kHeld = 5;
   Plugin& plugin = ThePlugin();
   MutexLock lock(plugin.mutex);
+  const int number = ++plugin.framesSeen;
+  if (number == 1) plugin.firstFrame = frame;
   if (Faulty("frame answer")) return 2;
-  if (!plugin.broken && Faulty("frame at once")) {
-    plugin.broken = true;
-    GiveBack(frame);
-    return 1;
+  if (Faulty("frame refused")) {
+    if (number == 1) return 0;
+    if (number == 2) ReleaseHostFrame(plugin.entry, plugin.firstFrame);
   }
-  if (!plugin.broken && Faulty("frame at once, refused")) {
-    plugin.broken = true;
-    GiveBack(frame);
-    return 0;
-  }
-  if (!plugin.broken && Faulty("frame refused")) {
-    if (plugin.refused == nullptr) {
-      plugin.refused = frame;
-      return 0;
-    }
-    plugin.broken = true;
-    GiveBack(plugin.refused);
+  const bool refused = Faulty("frame at once, refused");
+  if (number == 1 && (refused || Faulty("frame at once"))) {
+    ReleaseHostFrame(plugin.entry, frame);
+    return refused ? 0 : 1;
   }
   plugin.frames.push_back(frame);
-  if (plugin.frames.size() > kHeld) {
-    GiveBack(plugin.frames.front());
-    if (!plugin.broken && Faulty("frame twice")) {
-      plugin.broken = true;
-      GiveBack(plugin.frames.front());
-    }
+  if (plugin.frames.size() > kHeldFrames) {
+    const void* oldest = plugin.frames.front();
     plugin.frames.pop_front();
+    ReleaseHostFrame(plugin.entry, oldest);
+    if (Faulty("frame twice") && oldest == plugin.firstFrame) {
+      ReleaseHostFrame(plugin.entry, oldest);
+    }
   }
   return 1;
 }
 
-void GiveBackAll() {
+void RunWorker() {
   Plugin& plugin = ThePlugin();
-  MutexLock lock(plugin.mutex);
-  if (Faulty("frame lost") && !plugin.frames.empty()) plugin.frames.pop_front();
-  for (const void* frame : plugin.frames) GiveBack(frame);
-  plugin.frames.clear();
+  while (!Faulty("early worker")) {
+    {
+      MutexLock lock(plugin.mutex);
+      while (plugin.events == 0 && !plugin.stopped) plugin.changed.Wait(plugin.mutex);
+      if (plugin.stopped) return;
+      --plugin.events;
+    }
+    RunProgram();
+    SendHostDocument(plugin.entry, HostCommand::StatusDocument,
+                     "<tDVR><Notify ID=\"786432\"><Profiles><Profile ID=\"1\" Status=\"0\" "
+                     "Time=\"1500000000\"/></Profiles></Notify></tDVR>");
+  }
 }
 
 int Plain(void* result) {
@@ -162,17 +154,12 @@ EXPORT Load(void* request, void* result) {
   auto& capabilities = As<PluginCapabilities>(result);
   capabilities.module = kModuleId;
   capabilities.word12 = Faulty("capability") ? 0 : 0x200006C;
-  capabilities.word16 = 0;
   capabilities.word20 = 0x2000010;
-  capabilities.word24 = 0;
-  capabilities.word28 = 0;
   capabilities.word32 = 0x3000000;
-  capabilities.word36 = 0;
-  capabilities.word40 = 0;
+  capabilities.word16 = capabilities.word24 = capabilities.word28 = 0;
+  capabilities.word36 = capabilities.word40 = capabilities.word60 = 0;
   if (Faulty("unused capability")) capabilities.unused44[0] = 0;
-  const std::uint8_t flags[6] = {1, 0, 1, 1, 0, 0};
-  std::memcpy(capabilities.flags52, flags, sizeof(flags));
-  capabilities.word60 = 0;
+  std::memcpy(capabilities.flags52, "\1\0\1\1\0", 6);
   TheProcessChannel().Register(kModuleId, [entry](void* chunk, std::uint32_t size) {
     HostRequest message = MakeHostRequest(HostCommand::ChannelMessage, PayloadKind::None);
     message.payload = chunk;
@@ -184,7 +171,7 @@ EXPORT Load(void* request, void* result) {
 }
 
 EXPORT Open(void* request, void* result) {
-  SendFaultyRecords();
+  SendFaultyRecord();
   if (Faulty("request")) As<PlainResult>(request).result = 1;
   As<OpenResult>(result).result = 0;
   if (!Faulty("missing word")) As<OpenResult>(result).result12 = 0;
@@ -226,24 +213,7 @@ EXPORT Write(void* request, void* result) {
 }
 
 EXPORT Seek(void*, void* result) {
-  Plain(result);
-  return Faulty("return value") ? 1 : 0;
-}
-
-void RunWorker() {
-  Plugin& plugin = ThePlugin();
-  while (!Faulty("early worker")) {
-    {
-      MutexLock lock(plugin.mutex);
-      while (plugin.events == 0 && !plugin.stopped) plugin.changed.Wait(plugin.mutex);
-      if (plugin.stopped) return;
-      --plugin.events;
-    }
-    RunProgram();
-    SendHostDocument(plugin.entry, HostCommand::StatusDocument,
-                     "<tDVR><Notify ID=\"786432\"><Profiles><Profile ID=\"1\" Status=\"0\" "
-                     "Time=\"1500000000\"/></Profiles></Notify></tDVR>");
-  }
+  return Plain(result) + (Faulty("return value") ? 1 : 0);
 }
 
 EXPORT IOCTL(void* request, void* result) {
@@ -257,7 +227,11 @@ EXPORT IOCTL(void* request, void* result) {
 }
 
 EXPORT Unload(void*, void* result) {
-  GiveBackAll();
+  Plugin& plugin = ThePlugin();
+  MutexLock lock(plugin.mutex);
+  if (Faulty("frame lost") && !plugin.frames.empty()) plugin.frames.pop_front();
+  for (const void* frame : plugin.frames) ReleaseHostFrame(plugin.entry, frame);
+  plugin.frames.clear();
   // The channel outlives the library's other objects and would keep what was registered.
   TheProcessChannel().Register(kModuleId, {});
   return Plain(result);
