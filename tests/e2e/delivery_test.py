@@ -1,113 +1,114 @@
-"""Events that become mails: what arrives is what profile and event ask for, byte for byte."""
+"""Events that become mails: what arrives is what profile and event ask for, byte for byte, and what
+`notifypi preview` shows. Texts that try to become something else arrive as text."""
+import subprocess
+
 import road
 from road import DELIVERED, RoadTest, event_document, profile
 
+# Would be header lines, words of a shell, options of curl, printf directives, markup.
+LINE_BREAKS = "one\r\nBcc: evil@example.com\n\nX-Evil: 1\rlast"
+SHELL = "$(touch injected) `touch injected`; touch injected & \\\" ' %s%n%99999d <a/> &#x41; ]]>"
+WORDS = ["--output=injected@example.com", "`touch${IFS}injected`@example.com", "%s%n@example.com"]
+
+BODY = ("a\n.\nb\r\n..\r\n.\r\nMAIL FROM:<e@example.com>\r\n  two blanks  \r\n\tab\r\r\n\r\n" +
+        "y" * 150_000 + "\r\n<b>&amp; \"'</b> ]]> <!-- -->\r\nTür – 門 T\udcfcr \udcff\udc80\r\n")
+
+TEMPLATE = ('{time} { date format="%A %d.%m."} {date format="%Q"} {weblink}{weblink} {serial}{serial}'
+            ' {source} {licensed mac} {foo {serial}} {date format="{source}"} {event state} {\r\n')
+
+# Profile; event; what the preview is told of it, which shows no line end behind the last line; and
+# the mail, whose header has no more than these: From, To, and Subject.
+CASES = {
+    "an event": (
+        {"sender": "NVR <nvr@example.com>", "to": ["Guard <guard@example.com>"],
+         "subject": "{event type} at {source}", "EventEdge": 2,
+         "body": '{event state} of {event type}\r\n{date format="%Y"} by {system name}, {serial}\r\n'},
+        {"Alarm": 0}, ["--state", "end", "--source", "Video Input 2-1"],
+        (["guard@example.com"], "Video Motion at Video Input 2-1",
+         "End of Video Motion\r\n2017 by Main building, A-1001\r\n")),
+    "a test message": (
+        {"subject": "{event type} {source}", "EventEdge": 1}, {"Message": "Testing Profile"},
+        ["--test"], (["guard@example.com"], "[Test Event Type] [Test Event Source]",
+                     "Testing Profile\r\nLook.\r\n")),
+    "a body": ({"body": BODY}, {}, [], (["guard@example.com"], "Alarm", BODY)),
+    # To end the message with a line of one dot, curl sends CRLF unless the file ends in it.
+    "no line end": ({"body": "last\n"}, {}, None, (["guard@example.com"], "Alarm", "last\n\r\n")),
+    "no body": ({"body": ""}, {}, [], (["guard@example.com"], "Alarm", "")),
+    "texts": (
+        {"subject": LINE_BREAKS + SHELL + "{system name}", "body": "{system name}\r\n",
+         "description": SHELL}, {"system": LINE_BREAKS}, ["--system", LINE_BREAKS],
+        (["guard@example.com"], ("one Bcc: evil@example.com X-Evil: 1 last" + SHELL +
+                                 "one Bcc: evil@example.com X-Evil: 1 last"), LINE_BREAKS + "\r\n")),
+    "addresses": (
+        {"sender": "-K@example.com", "to": WORDS + [
+            "Evil\r\nBcc: x <a@example.com>", '"b" <b@example.com> --output injected',
+            "c@example.com;touch injected"]}, {}, [],
+        ([*WORDS, "a@example.com", "b@example.com", "c@example.com"], "Alarm", "Look.\r\n")),
+    # What these become is told by the preview.
+    "dates and kinds": ({"subject": "{date} {foo}", "body": TEMPLATE}, {
+        "event_type": 23, "sources": [0x10300]}, ["--type", "23", "--source", "Device Fan 3"], None),
+    "an unknown kind": ({"subject": "{event type}", "body": TEMPLATE}, {
+        "event_type": 99}, ["--type", "99", "--source", "Unknown"], None),
+}
+
 
 class DeliveryTest(RoadTest):
-    def setUp(self):
-        super().setUp()
-        self.server = self.start_server()
+    def preview(self, number, options):
+        path = self.new_path("preview.eml")
+        run = subprocess.run(
+            [road.COMMAND, "preview", self.folder / "notify.xml", "--profile", str(number),
+             "--time", str(road.EVENT_TIME), "--milliseconds", "250", "--serial", "A-1001",
+             *([] if "--system" in options else ["--system", "Main building"]), "--mac", "",
+             *options, "--eml", path], capture_output=True, check=False)
+        self.assertIn(run.returncode, (0, 1), run.stderr)  # findings do not matter
+        return path.read_bytes()
 
-    def deliver(self, *profiles, events=None):
-        """One run; returns its timeline and the mails."""
-        self.configure([self.server.port], profiles)
-        events = events or [event_document()]
-        timeline = self.run_host(*[("event", event) for event in events])
+    def test_mails_are_those_that_profile_and_event_ask_for(self):
+        server = self.start_server()
+        self.configure([server.port], *[
+            profile(number, **{"description": name, **asked})
+            for number, (name, (asked, *_)) in enumerate(CASES.items(), 1)])
+        timeline = self.run_host(*[("event", event_document(number, **event))
+                                   for number, (_, event, *_) in enumerate(CASES.values(), 1)])
+        self.assertEqual(timeline.statuses(), [(it + 1, DELIVERED) for it in range(len(CASES))])
         self.assertEqual(self.spool(), [])
-        return timeline, self.server.received()
-
-    def test_event_becomes_a_mail(self):
-        timeline, mails = self.deliver(profile(
-            sender="NVR <nvr@example.com>", to=["Guard <guard@example.com>"],
-            subject="{event type} at {source}",
-            body='{event state} of {event type}\r\n'
-                 '{date format="%Y"} by {system name}, {serial}\r\n'))
-        self.assertEqual([mail.content for mail in mails], [
-            b"From: nvr@example.com\r\n"
-            b"To: guard@example.com\r\n"
-            b"Subject: Video Motion at Video Input 2-1\r\n"
-            b"\r\n"
-            b"Start of Video Motion\r\n"
-            b"2017 by Main building, A-1001\r\n"])
-        self.assertEqual(mails[0].sender, "nvr@example.com")
-        self.assertEqual(mails[0].recipients, ["guard@example.com"])
-        self.assertFalse(mails[0].tls)
-        self.assertEqual(timeline.statuses(), [(1, DELIVERED)])
-        self.assertEqual(timeline.levels(road.ATTEMPT.format("Gate", 0)), [road.INFORMATION])
-        self.assertEqual(timeline.levels(
-            "Profile Gate: PreTrigger(0), MaxDuration(0), MaxSizeMB(10), "
-            "event source (Video Input 2-1), event state (Start)"), [road.INFORMATION])
+        self.assertEqual({path.name for path in self.folder.iterdir()},
+                         {"curl", "notify.xml", "data"})
+        for number, (name, (asked, _, options, wanted)) in enumerate(CASES.items(), 1):
+            with self.subTest(name):
+                mail = server.received()[number - 1]
+                sender = "-K@example.com" if "-K" in asked.get("sender", "") else "nvr@example.com"
+                if wanted:
+                    recipients, subject, body = wanted
+                    self.assertEqual((mail.mail_from, mail.rcpt_tos), (sender, recipients))
+                    lines = [f"From: {sender}", *[f"To: {it}" for it in recipients],
+                             f"Subject: {subject}"]
+                    self.assertEqual(mail.content,
+                                     road.to_bytes("\r\n".join(lines) + "\r\n\r\n" + body))
+                if options is not None:
+                    self.assertEqual(self.preview(number, options), mail.content)
+                self.assertEqual(timeline.transfers()[number - 1], [
+                    "./curl", "--mail-from", sender,
+                    *[word for it in mail.rcpt_tos for word in ("--mail-rcpt", it)], "--insecure",
+                    "--connect-timeout", "60", "--config", "-", "-T",
+                    f"./data/notify-mail-{number}-{road.EVENT_TIME}-250-0",
+                    f"smtp://127.0.0.1:{server.port}"])
+                self.assertEqual(timeline.levels(road.ATTEMPT.format(
+                    asked.get("description", name), 0)), [road.INFORMATION])
 
     def test_every_recipient_is_in_the_envelope_and_bcc_only_there(self):
-        _, [mail] = self.deliver(profile(
+        server = self.start_server()
+        self.configure([server.port], profile(
             to=["a@example.com", "Second <b@example.com>"], cc=["c@example.com", "d@example.com"],
             bcc=["hidden@example.com", "Secret <secret@example.com>"]))
-        self.assertEqual(mail.recipients, [
+        self.run_host(*road.events(1))
+        [mail] = server.received()
+        self.assertEqual(mail.rcpt_tos, [
             "a@example.com", "b@example.com", "c@example.com", "d@example.com",
             "hidden@example.com", "secret@example.com"])
         self.assertEqual(mail.content, (
             b"From: nvr@example.com\r\nTo: a@example.com\r\nTo: b@example.com\r\n"
             b"Cc: c@example.com\r\nCc: d@example.com\r\nSubject: Alarm\r\n\r\nLook.\r\n"))
-
-    # The file is uploaded as it is. To end the message with a line of one dot, curl sends CRLF
-    # before the dot unless the file ends in CRLF; that line end is part of what the server keeps.
-    def test_body_arrives_byte_for_byte(self):
-        bodies = {
-            "empty": ("", ""),
-            "no final line end": ("last", "last\r\n"),
-            "final bare LF": ("last\n", "last\n\r\n"),
-            "final bare CR": ("last\r", "last\r\r\n"),
-            "dots": (".one\r\n..two\r\n.\r\nend\r\n", None),
-            "dots behind bare LF": ("a\n.\nb\n..\nc\r\n", None),
-            "end of data and commands": (
-                "x\r\n.\r\nMAIL FROM:<e@example.com>\r\nRCPT TO:<e@example.com>\r\nDATA\r\n", None),
-            "bare LF and bare CR": ("a\nb\rc\n\nd\r\n", None),
-            "blank lines and blanks": ("\r\n\r\n  two blanks  \r\n\ttab\r\n\r\n", None),
-            "long line": ("y" * 150_000 + "\r\n", None),
-            "utf-8": ("Tür geöffnet – 門\r\n", None),
-            "other 8-bit bytes": ("T\udcfcr \udcff\udc80\r\n", None),
-            "markup": ("<b>&amp; \"'</b> ]]> <!-- -->\r\n", None),
-        }
-        profiles = [profile(number, description=name, body=body)
-                    for number, (name, (body, _)) in enumerate(bodies.items(), 1)]
-        events = [event_document(number) for number in range(1, len(bodies) + 1)]
-        timeline, mails = self.deliver(*profiles, events=events)
-        self.assertEqual(len(mails), len(bodies), timeline.log())
-        for (name, (body, arrives)), mail in zip(bodies.items(), mails):
-            with self.subTest(name):
-                header, _, content = mail.content.partition(b"\r\n\r\n")
-                self.assertEqual(header.count(b"\r\n"), 2)
-                self.assertEqual(content, road.to_bytes(body if arrives is None else arrives))
-
-    def test_test_notification(self):
-        _, [mail] = self.deliver(
-            profile(subject="{event type} {source}", body="Body.\r\n", edge=1),
-            events=[event_document(message="Testing Profile")])
-        self.assertEqual(mail.content, (
-            b"From: nvr@example.com\r\nTo: guard@example.com\r\n"
-            b"Subject: [Test Event Type] [Test Event Source]\r\n\r\n"
-            b"Testing Profile\r\nBody.\r\n"))
-
-    def test_only_due_events_of_known_profiles_are_sent(self):
-        timeline, mails = self.deliver(
-            profile(1, subject="start"), profile(2, subject="end", edge=1),
-            profile(3, subject="both", edge=2),
-            events=[event_document(number, alarm) for number in (1, 2, 3) for alarm in (1, 0)] +
-                   [event_document(99), event_document(2, message="Testing Profile ")])
-        subjects = [mail.content.split(b"\r\n")[2] for mail in mails]
-        self.assertEqual(subjects, [b"Subject: start", b"Subject: end", b"Subject: both",
-                                    b"Subject: both"])
-        self.assertIn("Received a notification request for an unknown profile 99. "
-                      "Request will be ignored", timeline.log(road.INFORMATION))
-
-    def test_throttle_holds_back_what_comes_too_soon(self):
-        self.configure([self.server.port], [profile(1, subject="hour", throttle=3600),
-                                            profile(2, subject="second", throttle=1)])
-        events = [("event", event_document(number)) for number in (1, 2)]
-        timeline = self.run_host(*events, *events, "wait idle", "wait 1.1", *events)
-        subjects = [mail.content.split(b"\r\n")[2] for mail in self.server.received()]
-        self.assertEqual(subjects, [b"Subject: hour", b"Subject: second", b"Subject: second"])
-        self.assertEqual(timeline.statuses(), [(1, DELIVERED), (2, DELIVERED), (2, DELIVERED)])
 
 
 if __name__ == "__main__":

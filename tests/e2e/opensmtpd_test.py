@@ -9,25 +9,27 @@ import pathlib
 import socket
 import subprocess
 import time
+import unittest
 
 import road
-from road import DELIVERED, RoadTest, event_document, profile
+from road import DELIVERED, RoadTest, events, profile
 
 UNPACKED = pathlib.Path(os.environ.get("NOTIFYPI_OPENSMTPD", ""))
 NAMESPACE = ["unshare", "--mount"]
 
 # In the namespace: $1 is the unpacked package, $2 the folder of the test.
 START = r"""
-cp /etc/passwd /etc/group "$2"
-chmod 644 "$2/passwd" "$2/group"
 id=64001
 for user in opensmtpd opensmtpq mailkeeper; do
   echo "$user:x:$id:$id::/var/lib/$user:/bin/sh" >>"$2/passwd"
   echo "$user:x:$id:" >>"$2/group"
   id=$((id + 1))
 done
-mount --bind "$2/passwd" /etc/passwd
-mount --bind "$2/group" /etc/group
+for file in passwd group; do
+  cat /etc/$file >>"$2/$file"
+  chmod 644 "$2/$file"
+  mount --bind "$2/$file" /etc/$file
+done
 for folder in /run /var/lib /var/spool /usr/libexec; do
   mount -t tmpfs -o mode=755 none $folder
 done
@@ -36,9 +38,7 @@ mkdir -m 711 /var/spool/smtpd
 mount --bind "$1/usr/libexec/opensmtpd" /usr/libexec/opensmtpd
 mount --bind "$2/mail" /var/lib/mailkeeper/mail
 chown -R mailkeeper /var/lib/mailkeeper
-LD_LIBRARY_PATH=$(echo "$1"/usr/lib/*-linux-gnu)
-export LD_LIBRARY_PATH
-exec "$1/usr/sbin/smtpd" -d -f "$2/smtpd.conf"
+LD_LIBRARY_PATH=$(echo "$1"/usr/lib/*-linux-gnu) exec "$1/usr/sbin/smtpd" -d -f "$2/smtpd.conf"
 """
 
 CONFIGURATION = r"""
@@ -61,63 +61,52 @@ def missing():
     return None
 
 
-def wait_for(condition, seconds=30):
-    end = time.monotonic() + seconds
-    while not condition():
-        if time.monotonic() > end:
-            return False
-        time.sleep(0.05)
-    return True
-
-
+@unittest.skipIf(missing(), missing())
 class OpenSmtpdTest(RoadTest):
+    def wait_for(self, condition):
+        end = time.monotonic() + road.RUN_LIMIT
+        while not condition():
+            self.assertLess(time.monotonic(), end, (self.own / "log").read_text())
+            time.sleep(0.05)
+
     def start_opensmtpd(self):
-        """Returns the port and the folder of the mails."""
-        own = self.top / "opensmtpd"
-        mail = own / "mail"
-        mail.mkdir(parents=True)
-        with socket.socket() as free:
-            free.bind(("127.0.0.1", 0))
-            port = free.getsockname()[1]
-        (own / "smtpd.conf").write_text(CONFIGURATION.format(port=port))
-        log = open(own / "log", "wb")
-        self.addCleanup(log.close)
-        server = subprocess.Popen([*NAMESPACE, "sh", "-euc", START, "sh", UNPACKED, own],
-                                  stdin=subprocess.DEVNULL, stdout=log, stderr=log)
+        """Returns the port."""
+        self.own = self.top / "opensmtpd"
+        (self.own / "mail").mkdir(parents=True)
+        with socket.create_server(("127.0.0.1", 0)) as probe:
+            port = probe.getsockname()[1]
+        (self.own / "smtpd.conf").write_text(CONFIGURATION.format(port=port))
+        with open(self.own / "log", "wb") as log:
+            server = subprocess.Popen([*NAMESPACE, "sh", "-euc", START, "sh", UNPACKED, self.own],
+                                      stdin=subprocess.DEVNULL, stdout=log, stderr=log)
         self.addCleanup(server.wait)
         self.addCleanup(server.terminate)  # its processes end with it
 
         def answers():
+            self.assertIsNone(server.poll(), (self.own / "log").read_text())
             with socket.socket() as client:
-                return server.poll() is not None or client.connect_ex(("127.0.0.1", port)) == 0
-        self.assertTrue(wait_for(answers) and server.poll() is None, (own / "log").read_text())
-        return port, mail
+                return client.connect_ex(("127.0.0.1", port)) == 0
+        self.wait_for(answers)
+        return port
 
     def test_mail_is_taken_and_kept_as_it_is(self):
-        reason = missing()
-        if reason:
-            self.skipTest(reason)
-        port, folder = self.start_opensmtpd()
         body = ("Tür geöffnet\r\n.dot\r\n..\r\n" + "y" * 900 + "\r\n" +
                 ("YmFzZTY0YmFz" * 6 + "NjQg" + "\n") * 5000 +  # lines end in LF, as in attachments
                 "\n\r\nend\r\n")
-        self.configure([port], [profile(subject="Tür", body=body, to=["a@example.com"],
-                                        bcc=["b@example.com"])])
-        timeline = self.run_host(("event", event_document()))
-        self.assertEqual(timeline.statuses(), [(1, DELIVERED)], timeline.log())
-
-        self.assertTrue(wait_for(lambda: len(list(folder.glob("*.eml"))) == 2))
+        self.configure([self.start_opensmtpd()], profile(
+            subject="Tür", body=body, to=["a@example.com"], bcc=["b@example.com"]))
+        self.assertEqual(self.run_host(*events(1)).statuses(), [(1, DELIVERED)])
+        self.wait_for(lambda: len(list(self.own.glob("mail/*.eml"))) == 2)
         recipients = set()
-        for path in folder.glob("*.eml"):
+        for path in self.own.glob("mail/*.eml"):
             # The server adds its own lines to the header and stores lines as the system has them.
             header, _, content = path.read_bytes().partition(b"\n\n")
-            lines = header.split(b"\n")
-            recipients.update(line for line in lines if line.startswith(b"Delivered-To:"))
-            for ours in (b"From: nvr@example.com", b"To: a@example.com", "Subject: Tür".encode()):
+            lines = header.decode().split("\n")
+            recipients.update(line for line in lines if line.startswith("Delivered-To:"))
+            for ours in ("From: nvr@example.com", "To: a@example.com", "Subject: Tür"):
                 self.assertEqual(lines.count(ours), 1, header)
             self.assertEqual(content, body.replace("\r\n", "\n").encode())
-        self.assertEqual(recipients, {b"Delivered-To: a@example.com",
-                                      b"Delivered-To: b@example.com"})
+        self.assertEqual(recipients, {f"Delivered-To: {it}@example.com" for it in "ab"})
 
 
 if __name__ == "__main__":
