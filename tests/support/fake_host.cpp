@@ -20,6 +20,24 @@ T Copy(std::mutex& mutex, const T& value) {
   return value;
 }
 
+// The payload kinds as the host knows them, in numbers of its own.
+std::uint32_t PayloadKindOf(HostCommand command) {
+  switch (static_cast<std::uint32_t>(command)) {
+    case 4:
+    case 256:
+      return 0x1000010;
+    case 32:
+      return 0x1000000;
+    case 64:
+      return 0x1000002;
+    case 512:
+    case 8192:
+      return 0;
+    default:
+      return 0xFFFFFFFF;  // no command of the host's
+  }
+}
+
 }  // namespace
 
 bool (*Crossing::note)(bool) = [](bool) { return false; };
@@ -131,7 +149,7 @@ void FakeHost::CheckForm(const HostRequest& request, const HostReply& reply) {
   expected.length = request.length;
   expected.payload = request.payload;
   expected.command = request.command;
-  expected.payloadKind = request.payloadKind;
+  expected.payloadKind = static_cast<PayloadKind>(PayloadKindOf(request.command));
   if (request.command == HostCommand::Log) expected.level = request.level;
   if (std::memcmp(&expected, &request, sizeof(request)) != 0 || reply.size != sizeof(reply) ||
       reply.version != 1) {
