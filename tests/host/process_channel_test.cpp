@@ -193,7 +193,7 @@ TEST_F(ProcessChannelTest, SplitsInputAt65520Bytes) {
     payloads.push_back(chunk.payload);
   }
   EXPECT_EQ(payloads, (Lines{"", bytes.substr(0, 65520), bytes.substr(0, 65520), ">"}));
-  EXPECT_TRUE(host_.MalformedRequests().empty());  // chunks say their own size
+  EXPECT_TRUE(host_.Problems().empty());  // chunks say their own size
   refuse_ = true;
   const std::size_t sent = host_.Chunks().size();
   EXPECT_FALSE(channel_.WriteInput(*program, ProgramInput(bytes)));
@@ -261,7 +261,7 @@ TEST(HostEntry, SendsTheRecordsAndHandsBackTheAnswers) {
   EXPECT_EQ(outcome.returned, 3);
   EXPECT_EQ(outcome.status, 4u);
   EXPECT_EQ(host.WatchdogEvents(), 1);
-  EXPECT_TRUE(host.MalformedRequests().empty());
+  EXPECT_TRUE(host.Problems().empty());
 
   // Before Load there is nobody to tell.
   EXPECT_EQ(SendHostDocument(nullptr, HostCommand::StatusDocument, "<a/>"), 0u);

@@ -35,7 +35,7 @@ TEST(HostLog, SendsLinesOf511CharactersAtMostWithTheirLevel) {
                                                     {75, "no %s"},
                                                     {25, "1" + text.substr(0, 510)},
                                                     {75, "no %s"}}));
-  EXPECT_TRUE(host.MalformedRequests().empty());  // the length counts the NUL
+  EXPECT_TRUE(host.Problems().empty());  // the length counts the NUL
 
   // Before the host is known there is nobody to tell.
   HostLog(kModuleId, nullptr, LogLevel::Error, "%d", 1);
