@@ -9,9 +9,11 @@
 namespace tvx::test {
 namespace fs = boost::filesystem;
 
-// The same path for all tests of a process: what the code keeps for its life stays true.
+// The same path for all tests of a process: what the code keeps for its life stays true. A process
+// that was killed may have left one under the same number.
 TemporaryFolder::TemporaryFolder() : before_(fs::current_path().string()) {
   const fs::path path = fs::temp_directory_path() / ("notifypi-test-" + std::to_string(::getpid()));
+  fs::remove_all(path);
   fs::create_directories(path);
   path_ = path.string();
   fs::current_path(path);
