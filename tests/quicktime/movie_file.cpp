@@ -1,9 +1,10 @@
 #include "quicktime/movie_file.h"
 
 #include <algorithm>
-#include <map>
 #include <set>
+#include <stdexcept>
 
+#include "quicktime/movie_writer.h"
 #include "support/temporary_folder.h"
 
 namespace quicktime::test {
@@ -11,338 +12,165 @@ namespace {
 
 using namespace std::string_literals;
 
-class Reader {
- public:
-  Reader(const std::string& bytes, std::vector<std::string>& broken)
-      : bytes_(bytes), broken_(broken) {}
+// What lies beyond the end reads as 0; that a table has the length it states is a rule of its own.
+std::uint32_t U32(const std::string& bytes, std::size_t at) {
+  std::uint32_t value = 0;
+  for (std::size_t i = at; i < at + 4; ++i) {
+    value = value << 8 | (i < bytes.size() ? static_cast<unsigned char>(bytes[i]) : 0U);
+  }
+  return value;
+}
 
-  std::uint64_t Number(std::size_t width) {
-    std::uint64_t value = 0;
-    for (const char c : Take(width)) value = value << 8 | static_cast<unsigned char>(c);
-    return value;
+class MovieReader {
+ public:
+  explicit MovieReader(const std::string& file) : file_(file) {
+    ReadAtoms(file, "");
+    Rule(movie_.topLevel == std::vector<std::string>{"ftyp", "moov", "free", "wide", "mdat"},
+         "order of atoms");
+    ReadTimes();
+    ReadFormat();
+    ReadSyncSamples();
+    ReadSamples();
   }
-  std::uint32_t U32() { return static_cast<std::uint32_t>(Number(4)); }
-  std::string Take(std::size_t count) {
-    if (count > Left()) {
-      broken_.push_back("something ends too early");
-      at_ = bytes_.size();
-      return {};
-    }
-    at_ += count;
-    return bytes_.substr(at_ - count, count);
-  }
-  std::size_t Left() const { return bytes_.size() - at_; }
-  std::size_t At() const { return at_; }
+  const MovieFile& Movie() const { return movie_; }
 
  private:
-  const std::string& bytes_;
-  std::vector<std::string>& broken_;
-  std::size_t at_ = 0;
+  void Rule(bool holds, const std::string& text) {
+    if (!holds) movie_.brokenRules.push_back(text);
+  }
+
+  void ReadAtoms(const std::string& bytes, const std::string& folder) {
+    static const std::set<std::string> kContainers = {"moov", "trak", "edts", "mdia",
+                                                      "minf", "dinf", "stbl"};
+    for (std::size_t at = 0; at < bytes.size();) {
+      const std::uint32_t length = U32(bytes, at);
+      const std::string type = bytes.substr(at + 4, 4);
+      if (length < 8 || length > bytes.size() - at) return Rule(false, "length of " + type);
+      const std::string content = bytes.substr(at + 8, length - 8);
+      Rule(movie_.atoms.emplace(folder + type, content).second, "a second " + type);
+      if (folder.empty()) movie_.topLevel.push_back(type);
+      if (kContainers.count(type) != 0) ReadAtoms(content, folder + type + "/");
+      at += length;
+    }
+  }
+
+  const std::string& Atom(const std::string& path) {
+    Rule(movie_.atoms.count(path) != 0, "no " + path);
+    return movie_.atoms[path];
+  }
+
+  // An atom of the sample table that begins with version and flags, and then states how many
+  // entries of so many bytes follow.
+  std::string Table(const char* type, std::size_t skip, std::size_t width) {
+    const std::string content = Atom(kTables + type);
+    const std::uint64_t count = U32(content, skip);
+    Rule(content.size() == skip + 4 + count * width, "length of "s + type);
+    return content.substr(std::min(content.size(), skip + 4));
+  }
+
+  void ReadTimes() {
+    const std::string& mvhd = Atom("moov/mvhd");
+    const std::string& tkhd = Atom("moov/trak/tkhd");
+    const std::string& mdhd = Atom("moov/trak/mdia/mdhd");
+    movie_.movieDuration = U32(mvhd, 16);
+    movie_.width = U32(tkhd, 76) >> 16;
+    movie_.height = U32(tkhd, 80) >> 16;
+    movie_.mediaScale = U32(mdhd, 12);
+    movie_.mediaDuration = U32(mdhd, 16);
+    Rule(movie_.movieDuration > 0 && movie_.mediaDuration > 0 && movie_.mediaScale > 0 &&
+             (movie_.mediaDuration | movie_.mediaScale) < 0x80000000U,
+         "31 bits of time");
+  }
+
+  void ReadFormat() {
+    constexpr std::size_t kFields = 4 + 4 + 8 + 78;  // of the table, and of its one video entry
+    const std::string& stsd = Atom(kTables + "stsd");
+    if (stsd.size() < kFields) return Rule(false, "fields of stsd");
+    Rule(U32(stsd, 4) == 1 && U32(stsd, 8) == stsd.size() - 8, "the one entry of stsd");
+    Rule(U32(stsd, 40) == (movie_.width << 16 | movie_.height), "size of stsd");
+    movie_.format = stsd.substr(12, 4);
+    if (stsd.size() == kFields) return;
+    Rule(U32(stsd, kFields) == stsd.size() - kFields, "length of the description");
+    movie_.description = stsd.substr(kFields + 8);
+  }
+
+  void ReadSyncSamples() {
+    if (movie_.atoms.count(kTables + "stss") == 0) return;
+    const std::string stss = Table("stss", 4, 4);
+    for (std::size_t at = 0; at < stss.size(); at += 4) movie_.syncSamples.push_back(U32(stss, at));
+    const auto& sync = movie_.syncSamples;
+    Rule(!sync.empty() && sync.front() == 1 &&
+             std::adjacent_find(sync.begin(), sync.end(), std::greater_equal<>()) == sync.end(),
+         "sync samples");
+  }
+
+  void ReadSamples() {
+    const std::string sizes = Table("stsz", 8, 4);
+    const std::string runs = Table("stsc", 4, 12);
+    const std::string offsets = Table("stco", 4, 4);
+    std::uint64_t expected = file_.size() - Atom("mdat").size();
+    std::size_t run = 0;
+    std::size_t sample = 0;
+    for (std::size_t chunk = 0; chunk < offsets.size() / 4; ++chunk) {
+      if (run + 1 < runs.size() / 12 && U32(runs, 12 * (run + 1)) == chunk + 1) ++run;
+      Rule(U32(offsets, 4 * chunk) == expected, "a chunk is behind the one before");
+      Rule(U32(runs, 12 * run) <= chunk + 1 && U32(runs, 12 * run + 8) == 1, "entry of stsc");
+      for (std::uint32_t i = 0; i < U32(runs, 12 * run + 4) && sample < sizes.size() / 4; ++i) {
+        const std::uint32_t size = U32(sizes, 4 * sample++);
+        if (size == 0 || expected + size > file_.size()) return Rule(false, "size of a sample");
+        movie_.samples.push_back(file_.substr(static_cast<std::size_t>(expected), size));
+        expected += size;
+      }
+    }
+    const std::size_t count = movie_.samples.size();
+    Rule(run + 1 == runs.size() / 12 && count == sizes.size() / 4, "samples of stsc and stsz");
+    Rule(expected == file_.size(), "the last sample ends the file");
+    Rule(movie_.syncSamples.empty() ||
+             (movie_.syncSamples.size() < count && movie_.syncSamples.back() <= count),
+         "fewer sync samples than samples");
+    const std::string stts = Table("stts", 4, 8);
+    Rule(stts.size() == 8 && U32(stts, 0) == count, "samples of stts and stsz");
+    Rule(U32(stts, 4) > 0 && std::uint64_t{U32(stts, 4)} * count == movie_.mediaDuration,
+         "sum of stts");
+  }
+
+  const std::string kTables = "moov/trak/mdia/minf/stbl/";
+  const std::string& file_;
+  MovieFile movie_;
 };
-
-struct Atom {
-  std::string type;
-  std::string content;
-  std::size_t contentAt;  // in what holds it
-};
-
-std::vector<Atom> Atoms(const std::string& bytes, std::vector<std::string>& broken) {
-  std::vector<Atom> atoms;
-  Reader in(bytes, broken);
-  while (in.Left() != 0) {
-    std::uint64_t length = in.U32();
-    const std::string type = in.Take(4);
-    std::uint64_t header = 8;
-    if (length == 1) {
-      length = in.Number(8);
-      header = 16;
-    }
-    if (length < header || length - header > in.Left()) {
-      broken.push_back("length of " + type);
-      break;
-    }
-    const std::size_t at = in.At();
-    atoms.push_back({type, in.Take(static_cast<std::size_t>(length - header)), at});
-  }
-  return atoms;
-}
-
-// The atoms of a container by type; each type must come exactly once.
-class Container {
- public:
-  Container(const std::string& bytes, std::vector<std::string>& broken) : broken_(broken) {
-    for (Atom& atom : Atoms(bytes, broken)) {
-      if (!atoms_.emplace(atom.type, atom.content).second) broken.push_back("second " + atom.type);
-    }
-  }
-  bool Has(const std::string& type) const { return atoms_.count(type) != 0; }
-  const std::string& Of(const std::string& type) {
-    if (!Has(type)) broken_.push_back("no " + type);
-    return atoms_[type];
-  }
-  // Without version, which must be 0, and flags.
-  std::string Full(const std::string& type, std::uint32_t* flags = nullptr) {
-    Reader in(Of(type), broken_);
-    if (in.Number(1) != 0) broken_.push_back("version of " + type);
-    const auto found = static_cast<std::uint32_t>(in.Number(3));
-    if (flags != nullptr) *flags = found;
-    return in.Take(in.Left());
-  }
-
- private:
-  std::vector<std::string>& broken_;
-  std::map<std::string, std::string> atoms_;
-};
-
-std::vector<std::uint64_t> Table(const std::string& bytes, std::size_t skip, std::size_t width,
-                                 std::vector<std::string>& broken) {
-  Reader in(bytes, broken);
-  in.Take(skip);
-  const std::uint32_t count = in.U32();
-  if (std::uint64_t{count} * width != in.Left()) broken.push_back("length of a table");
-  std::vector<std::uint64_t> table;
-  while (in.Left() >= width) table.push_back(in.Number(width));
-  return table;
-}
-
-void ReadSampleEntry(const std::string& stsd, MovieFile& movie) {
-  auto& broken = movie.brokenRules;
-  Reader in(stsd, broken);
-  if (in.U32() != 1) broken.push_back("entries of stsd");
-  const std::string entries = in.Take(in.Left());
-  const auto atoms = Atoms(entries, broken);
-  if (atoms.size() != 1) return broken.push_back("entries of stsd");
-  movie.format = atoms[0].type;
-  constexpr std::size_t kVideoFields = 78;
-  Reader entry(atoms[0].content, broken);
-  entry.Take(24);
-  if (entry.Number(2) != movie.width || entry.Number(2) != movie.height) {
-    broken.push_back("size of stsd");
-  }
-  if (atoms[0].content.size() < kVideoFields) return broken.push_back("length of stsd");
-  const std::string extensions = atoms[0].content.substr(kVideoFields);
-  for (const Atom& atom : Atoms(extensions, broken)) movie.description = atom.content;
-}
-
-void ReadSamples(Container& stbl, const std::string& file, const Atom& mdat, MovieFile& movie) {
-  auto& broken = movie.brokenRules;
-  const auto sizes = Table(stbl.Full("stsz"), 4, 4, broken);
-  movie.has64BitOffsets = stbl.Has("co64");
-  const auto offsets = movie.has64BitOffsets ? Table(stbl.Full("co64"), 0, 8, broken)
-                                             : Table(stbl.Full("stco"), 0, 4, broken);
-  // First chunk, samples a chunk, description; three numbers of four bytes each.
-  const std::string stsc = stbl.Full("stsc");
-  Reader in(stsc, broken);
-  std::vector<std::uint32_t> perChunk(offsets.size(), 0);
-  for (std::uint32_t runs = in.U32(); runs > 0 && in.Left() >= 12; --runs) {
-    const std::uint32_t first = in.U32();
-    const std::uint32_t samples = in.U32();
-    if (in.U32() != 1 || first == 0 || samples == 0) broken.push_back("entry of stsc");
-    for (std::size_t chunk = first; chunk <= perChunk.size(); ++chunk)
-      perChunk[chunk - 1] = samples;
-  }
-  std::uint64_t expected = mdat.contentAt;
-  std::size_t sample = 0;
-  for (std::size_t chunk = 0; chunk < offsets.size(); ++chunk) {
-    if (offsets[chunk] != expected) broken.push_back("chunk is not behind the one before");
-    for (std::uint32_t i = 0; i < perChunk[chunk] && sample < sizes.size(); ++i, ++sample) {
-      if (expected + sizes[sample] > file.size()) return broken.push_back("sample beyond the file");
-      movie.samples.push_back(
-          file.substr(static_cast<std::size_t>(expected), static_cast<std::size_t>(sizes[sample])));
-      if (sizes[sample] == 0) broken.push_back("empty sample");
-      expected += sizes[sample];
-    }
-  }
-  if (sample != sizes.size()) broken.push_back("samples of chunks and of stsz");
-  if (expected != mdat.contentAt + mdat.content.size()) broken.push_back("stsz and length of mdat");
-}
-
-void CheckRules(const MovieFile& movie, std::vector<std::string>& broken) {
-  const auto rule = [&broken](bool holds, const char* text) {
-    if (!holds) broken.push_back(text);
-  };
-  rule(movie.topLevel == std::vector<std::string>{"ftyp", "moov", "free", "wide", "mdat"},
-       "order of atoms");
-  rule(movie.brand == "qt  ", "brand");
-  rule(movie.movieDuration > 0 && movie.mediaDuration > 0, "duration is positive");
-  rule(movie.mediaDuration < 0x80000000U && movie.mediaScale < 0x80000000U, "31 bits of time");
-  rule(movie.edits.size() == 1 && movie.edits[0].duration == movie.movieDuration &&
-           movie.edits[0].mediaTime == 0 && movie.edits[0].rate == 0x10000,
-       "one identity edit");
-  rule(movie.trackDuration == movie.movieDuration, "duration of tkhd and mvhd");
-  rule(movie.handlers == std::vector<std::string>{"mhlrvide", "dhlrurl "}, "handlers");
-  rule(movie.vmhdFlags == 1, "flags of vmhd");
-  rule(movie.drefFlags == 1, "data in this file");
-  rule(movie.timeEntries == 1 && movie.sampleDuration > 0, "one positive sample duration");
-  rule(movie.timedSamples == movie.samples.size(), "samples of stts and stsz");
-  rule(std::uint64_t{movie.timedSamples} * movie.sampleDuration == movie.mediaDuration,
-       "sum of stts");
-  rule(!movie.hasSyncTable ||
-           (!movie.syncSamples.empty() && movie.syncSamples.size() < movie.samples.size() &&
-            movie.syncSamples.front() == 1 && movie.syncSamples.back() <= movie.samples.size() &&
-            std::is_sorted(movie.syncSamples.begin(), movie.syncSamples.end())),
-       "sync samples");
-}
 
 }  // namespace
 
+void WriteMovie(const std::string& path, FourCharacterCode code, unsigned width, unsigned height,
+                double seconds, const CodedFrames& frames) {
+  MovieWriter writer;
+  const int error = writer.Open(path);
+  if (error != 0) throw std::runtime_error("Open answered " + std::to_string(error));
+  writer.AddVideoTrack(code, width, height, seconds, static_cast<std::uint32_t>(frames.size()),
+                       NoTextOverlayStyle);
+  for (const CodedFrame& frame : frames) {
+    // In memory of its very size, so that sanitizers see a read past it; all flags but the one.
+    const std::vector<char> bytes(frame.payload.begin(), frame.payload.end());
+    writer.WriteSample(bytes.data(), bytes.size(), frame.isKey ? kKeyFrameSample : ~kKeyFrameSample,
+                       0);
+  }
+  writer.Finish(0.0);
+}
+
 MovieFile ReadMovie(const std::string& path) {
-  MovieFile movie;
-  auto& broken = movie.brokenRules;
   const std::string file = tvx::test::ReadFile(path);
-  const auto outer = Atoms(file, broken);
-  std::map<std::string, const Atom*> byType;
-  for (const Atom& atom : outer) {
-    movie.topLevel.push_back(atom.type);
-    byType[atom.type] = &atom;
-  }
-  if (byType.count("moov") == 0 || byType.count("mdat") == 0 || byType.count("ftyp") == 0) {
-    broken.push_back("ftyp, moov or mdat is missing");
-    return movie;
-  }
-  movie.brand = byType["ftyp"]->content.substr(0, 4);
-  movie.mediaData = byType["mdat"]->content;
-
-  Container moov(byType["moov"]->content, broken);
-  const std::string mvhd = moov.Full("mvhd");
-  Reader header(mvhd, broken);
-  header.Take(8);
-  movie.movieScale = header.U32();
-  movie.movieDuration = header.U32();
-
-  Container trak(moov.Of("trak"), broken);
-  const std::string tkhd = trak.Full("tkhd");
-  Reader track(tkhd, broken);
-  track.Take(16);
-  movie.trackDuration = track.U32();
-  track.Take(52);
-  movie.width = track.U32() >> 16;
-  movie.height = track.U32() >> 16;
-
-  Container edts(trak.Of("edts"), broken);
-  const std::string elst = edts.Full("elst");
-  Reader edits(elst, broken);
-  for (std::uint32_t count = edits.U32(); count > 0; --count) {
-    const std::uint32_t duration = edits.U32();
-    const std::uint32_t mediaTime = edits.U32();
-    movie.edits.push_back({duration, mediaTime, edits.U32()});
-  }
-
-  Container mdia(trak.Of("mdia"), broken);
-  const std::string mdhd = mdia.Full("mdhd");
-  Reader media(mdhd, broken);
-  media.Take(8);
-  movie.mediaScale = media.U32();
-  movie.mediaDuration = media.U32();
-  movie.handlers.push_back(mdia.Full("hdlr").substr(0, 8));
-
-  Container minf(mdia.Of("minf"), broken);
-  movie.handlers.push_back(minf.Full("hdlr").substr(0, 8));
-  minf.Full("vmhd", &movie.vmhdFlags);
-  Container dinf(minf.Of("dinf"), broken);
-  Container dref(dinf.Full("dref").substr(4), broken);
-  dref.Full("url ", &movie.drefFlags);
-
-  Container stbl(minf.Of("stbl"), broken);
-  ReadSampleEntry(stbl.Full("stsd"), movie);
-  const std::string stts = stbl.Full("stts");
-  Reader times(stts, broken);
-  movie.timeEntries = times.U32();
-  movie.timedSamples = times.U32();
-  movie.sampleDuration = times.U32();
-  movie.hasSyncTable = stbl.Has("stss");
-  if (movie.hasSyncTable) {
-    for (const std::uint64_t number : Table(stbl.Full("stss"), 0, 4, broken)) {
-      movie.syncSamples.push_back(static_cast<std::uint32_t>(number));
-    }
-  }
-  ReadSamples(stbl, file, *byType["mdat"], movie);
-  CheckRules(movie, broken);
-  return movie;
+  return MovieReader(file).Movie();
 }
 
 std::vector<std::string> SampleUnits(const std::string& sample, std::vector<std::string>& broken) {
   std::vector<std::string> units;
-  Reader in(sample, broken);
-  while (in.Left() != 0) {
-    units.push_back(in.Take(in.U32()));
-    if (units.back().empty()) broken.push_back("empty unit");
+  for (std::size_t at = 0; at < sample.size(); at += 4 + units.back().size()) {
+    units.push_back(sample.substr(std::min(sample.size(), at + 4), U32(sample, at)));
+    if (units.back().empty() || units.back().size() != U32(sample, at)) {
+      broken.emplace_back("length of a unit");
+    }
   }
   return units;
-}
-
-std::vector<std::string> HeldSets(const MovieFile& movie, std::vector<std::string>& broken) {
-  std::vector<std::string> sets;
-  Reader in(movie.description, broken);
-  const std::string start = in.Take(5);
-  const std::uint64_t sequenceSets = in.Number(1);
-  if ((sequenceSets & 0xE0) != 0xE0) broken.push_back("reserved bits of avcC");
-  for (std::uint64_t i = 0; i < (sequenceSets & 0x1F); ++i) {
-    sets.push_back(in.Take(static_cast<std::size_t>(in.Number(2))));
-    if (((sets.back() + ' ')[0] & 0x1F) != 7) broken.push_back("sequence set of avcC");
-  }
-  const std::size_t firstPictureSet = sets.size();
-  for (std::uint64_t i = in.Number(1); i > 0; --i) {
-    sets.push_back(in.Take(static_cast<std::size_t>(in.Number(2))));
-    if (((sets.back() + ' ')[0] & 0x1F) != 8) broken.push_back("picture set of avcC");
-  }
-  if (firstPictureSet == 0 || sets.size() == firstPictureSet) {
-    broken.push_back("sets of avcC");
-  } else {
-    // Profile, compatibility and level, without the byte that keeps zeros from being a start code.
-    std::string head = sets[0].substr(1, 4);
-    if (head.compare(0, 3, "\0\0\3"s) == 0) head.erase(2, 1);
-    if (start != '\x01' + head.substr(0, 3) + '\xFF') broken.push_back("start of avcC");
-  }
-  static const std::set<int> kWithChroma = {100, 110, 122, 144, 244, 44,  83,
-                                            86,  118, 128, 134, 135, 138, 139};
-  const int profile = start.size() == 5 ? static_cast<unsigned char>(start[1]) : 0;
-  if (in.Left() != (kWithChroma.count(profile) != 0 ? 4U : 0U)) broken.push_back("end of avcC");
-  return sets;
-}
-
-std::vector<std::string> BrokenFormatRules(const MovieFile& movie) {
-  std::vector<std::string> broken;
-  if (movie.format == "avc1") {
-    HeldSets(movie, broken);
-    for (std::size_t i = 0; i < movie.samples.size(); ++i) {
-      int keyPictures = 0;
-      for (const std::string& unit : SampleUnits(movie.samples[i], broken)) {
-        const int type = unit.empty() ? 0 : unit[0] & 0x1F;
-        if (type == 5) ++keyPictures;
-        if (type >= 7 && type <= 12) broken.push_back("unit that belongs in no sample");
-      }
-      const bool isSync = !movie.hasSyncTable ||
-                          std::find(movie.syncSamples.begin(), movie.syncSamples.end(), i + 1) !=
-                              movie.syncSamples.end();
-      if (isSync != (keyPictures != 0)) broken.push_back("sync sample and key picture");
-    }
-  } else if (movie.format == "mp4v") {
-    // Version and flags, then descriptors inside each other, each with four bytes of length.
-    Reader in(movie.description, broken);
-    in.Take(4);
-    const auto descriptor = [&](std::uint64_t tag) {
-      if (in.Number(1) != tag) broken.push_back("tag of esds");
-      std::size_t length = 0;
-      for (int i = 0; i < 4; ++i) length = length << 7 | (in.Number(1) & 0x7F);
-      return length;
-    };
-    if (descriptor(3) != in.Left()) broken.push_back("length of esds");
-    in.Take(3);
-    descriptor(4);
-    if (in.Take(2) != "\x20\x11") broken.push_back("kind of esds");
-    in.Take(11);
-    const std::string headers = in.Take(descriptor(5));
-    if (headers.empty() || movie.samples[0].find(headers) == std::string::npos) {
-      broken.push_back("headers of esds");
-    }
-    if (in.Take(in.Left()) != "\x06\x80\x80\x80\x01\x02"s) {
-      broken.push_back("end of esds");
-    }
-  } else {
-    broken.push_back("format " + movie.format);
-  }
-  return broken;
 }
 
 }  // namespace quicktime::test

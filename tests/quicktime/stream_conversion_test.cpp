@@ -4,117 +4,127 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <stdexcept>
+#include <map>
+#include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "quicktime/coded_clip.h"
 #include "quicktime/movie_file.h"
-#include "quicktime/start_code.h"
+#include "quicktime/notation.h"
 #include "support/temporary_folder.h"
 
 namespace quicktime::test {
 namespace {
 
 using namespace std::string_literals;
-
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-// Writes the fields of headers, most significant bit first.
-class Bits {
- public:
-  Bits& U(unsigned value, int width) {
-    for (int i = width - 1; i >= 0; --i) bits_ += (value >> i & 1) != 0 ? '1' : '0';
-    return *this;
-  }
-  Bits& Ue(unsigned value) {
-    int width = 0;
-    while ((value + 1) >> (width + 1) != 0) ++width;
-    return U(0, width).U(value + 1, width + 1);
-  }
-  // The bits as bytes, after a stop bit.
-  std::string Unit(char first) const {
-    std::string unit(1, first);
-    std::string bits = bits_ + "1";
-    bits.resize((bits.size() + 7) / 8 * 8, '0');
-    for (std::size_t i = 0; i < bits.size(); i += 8) {
-      unit += static_cast<char>(std::stoi(bits.substr(i, 8), nullptr, 2));
-    }
-    return unit;
-  }
-
- private:
-  std::string bits_;
-};
-
-// A sequence set of the Main profile, 1920 x 1088 in macroblocks, the lowest lines cropped away.
-std::string Sps(unsigned id, unsigned croppedLines = 8) {
-  return Bits()
-      .U(77, 8)
-      .U(0, 8)
-      .U(31, 8)
-      .Ue(id)
-      .Ue(0)
-      .Ue(2)
-      .Ue(1)
-      .U(0, 1)
-      .Ue(119)
-      .Ue(67)
-      .U(1, 1)
-      .U(1, 1)
-      .U(1, 1)
-      .Ue(0)
-      .Ue(0)
-      .Ue(0)
-      .Ue(croppedLines / 2)
-      .U(0, 1)
-      .Unit('\x67');
+// Sequence sets of the Main profile (and one of High), 1920 x 1080 cropped from macroblocks.
+std::string Sps(unsigned id, const std::string& profile = "77:8 0:8 31:8") {
+  const std::string chroma = profile.substr(0, 4) == "100:" ? "e2 e1 e0 0:1 0:1 " : "";
+  return CodedUnit('\x67', profile + " e" + std::to_string(id) + " " + chroma +
+                               "e0 e2 e1 0:1 e119 e67 1:1 1:1 1:1 e0 e0 e0 e4 0:1");
 }
-
 std::string Pps(unsigned id, unsigned sequenceId = 0, unsigned references = 0) {
-  return Bits().Ue(id).Ue(sequenceId).U(0, 2).Ue(0).Ue(references).Unit('\x68');
+  return CodedUnit('\x68', "e" + std::to_string(id) + " e" + std::to_string(sequenceId) +
+                               " 0:2 e0 e" + std::to_string(references));
 }
 
-const std::string kIdr = "\x65\x88key";
-const std::string kSlice = "\x41\x9Aslice";
-const std::string kSei = "\x06\x05sei";
+const std::string kIdr = "\x65\x88key\0\0\3\1end"s;
 
-std::string Join(const std::vector<std::string>& units) {
-  std::string payload;
-  for (const std::string& unit : units) payload += "\0\0\0\1"s + unit;
-  return payload;
-}
-CodedFrame Key(const std::vector<std::string>& units) {
-  return {Join(units), true};
-}
-CodedFrame Other(const std::vector<std::string>& units) {
-  return {Join(units), false};
+// The units that the rows speak of.
+const std::map<std::string, std::string>& UnitsByName() {
+  static const std::map<std::string, std::string> units = {
+      {"I", kIdr},
+      {"s", "\x41\x9Aslice"},
+      {"a", "\x02partition"},
+      {"E", "\x06\x05sei"},
+      {"x", "\x0Eprefix"},  // neither picture nor set
+      {"y",
+       "\x75"
+       "depth"},
+      {"D", "\x09\x10"},
+      {"Q", "\x0A"},
+      {"T", "\x0B"},
+      {"F", "\x0C\xFF\xFF\x80"},
+      {"S0", Sps(0)},
+      {"S1", Sps(1)},
+      {"S32", Sps(32)},
+      {"H0", Sps(0, "100:8 64:8 40:8")},
+      {"Z0", Sps(0, "77:8 0:8 0:8")},
+      {"P0", Pps(0)},
+      {"P1", Pps(1)},
+      {"P3", Pps(3)},
+      {"P7of1", Pps(7, 1)},
+      {"P1of5", Pps(1, 5)},
+      {"P255", Pps(255)},
+      {"P256", Pps(256)},
+      {"P0new", Pps(0, 0, 3)},
+      {"large1", Pps(1) + std::string(400, '\x55')},
+      {"large2", Pps(2) + std::string(400, '\x55')},
+      {"cutS", Sps(0).substr(0, 4)},
+      {"bareS", "\x67"},
+      {"bareP", "\x68"},
+      {"endless", "\x68\0\0\0\0\x40"s},
+  };
+  return units;
 }
 
-// At every distance from the search's blocks, with look-alikes before it, in memory that ends with
-// it.
-TEST(StartCode, IsFoundWhereverItIs) {
-  const std::string codes[] = {"\0\0\1"s, "\0\0\0\1"s, "\0\0\2"s, "\0\1"s, "\0\0"s};
-  const std::string fillers[] = {"x"s, "\0"s, "\1"s, "\0\0\2"s, "\0\1"s};
-  for (const std::string& filler : fillers) {
-    for (std::size_t before = 0; before < 140; ++before) {
-      for (const std::size_t after : {0U, 1U, 62U, 63U, 64U, 65U}) {
-        for (const std::string& code : codes) {
-          std::string text;
-          while (text.size() < before) text += filler;
-          text = text.substr(0, before) + code + std::string(after, 'x');
-          const std::vector<std::uint8_t> bytes(text.begin(), text.end());
-          const std::uint8_t* end = bytes.data() + bytes.size();
-          const std::size_t expected = std::min(text.find("\0\0\1"s), text.size());
-          ASSERT_EQ(FindStartCode(bytes.data(), end) - bytes.data(),
-                    static_cast<std::ptrdiff_t>(expected));
-        }
-      }
+// Units apart by blanks, frames by "/"; "*" begins a key frame. A "." is a start code of three
+// bytes, a "+" zeros behind the unit, "~" bytes without a start code, "." alone one without a unit.
+CodedFrames Frames(const std::string& notation) {
+  CodedFrames frames(1);
+  std::istringstream tokens(notation);
+  for (std::string token; tokens >> token;) {
+    if (token == "/") {
+      frames.emplace_back();
+    } else if (token == "*") {
+      frames.back().isKey = true;
+    } else if (token == "~") {
+      frames.back().payload += "junk";
+    } else {
+      const bool isShort = token[0] == '.';
+      const bool isPadded = token.back() == '+';
+      token = token.substr(isShort ? 1 : 0, token.size() - (isShort ? 1 : 0) - (isPadded ? 1 : 0));
+      frames.back().payload += isShort ? "\0\0\1"s : "\0\0\0\1"s;
+      if (!token.empty()) frames.back().payload += UnitsByName().at(token);
+      if (isPadded) frames.back().payload += "\0\0\0"s;
     }
   }
+  return frames;
+}
+
+// The record of a movie that holds these sets, each behind its length. Only that of a High profile
+// ends in chroma format and depths.
+std::string Record(const std::string& held) {
+  std::string sets[2];
+  int counts[2] = {};
+  std::istringstream names(held);
+  for (std::string name; names >> name;) {
+    const std::string& set = UnitsByName().at(name);
+    const bool isPicture = set[0] == '\x68';
+    ++counts[isPicture];
+    sets[isPicture] += static_cast<char>(set.size() >> 8);
+    sets[isPicture] += static_cast<char>(set.size()) + set;
+  }
+  const std::string profile = held[0] == 'H'   ? "\x64\x40\x28"
+                              : held[0] == 'Z' ? "\x4D\0\0"s
+                                               : "\x4D\0\x1F"s;
+  return "\1" + profile + "\xFF" + static_cast<char>(0xE0 | counts[0]) + sets[0] +
+         static_cast<char>(counts[1]) + sets[1] + (held[0] == 'H' ? "\xFE\xF9\xF8\0"s : "");
+}
+
+std::string Names(const std::vector<std::string>& units) {
+  std::string names;
+  for (const std::string& unit : units) {
+    std::string name = "?";
+    for (const auto& [known, bytes] : UnitsByName()) {
+      if (bytes == unit) name = known;
+    }
+    names += (names.empty() ? "" : " ") + name;
+  }
+  return names;
 }
 
 class StreamConversion : public ::testing::Test {
@@ -125,189 +135,129 @@ class StreamConversion : public ::testing::Test {
     movie_ = ReadMovie("clip.mov");
     EXPECT_THAT(movie_.brokenRules, IsEmpty());
   }
-  std::vector<std::string> Units(std::size_t sample) {
-    return SampleUnits(movie_.samples.at(sample), movie_.brokenRules);
+  // In the notation of the frames.
+  std::string Samples() {
+    const auto& sync = movie_.syncSamples;
+    std::string text;
+    for (std::uint32_t i = 1; i <= movie_.samples.size(); ++i) {
+      const bool isSync = sync.empty() || std::count(sync.begin(), sync.end(), i) != 0;
+      text += (i == 1 ? "" : " / ") + (isSync ? "* "s : "") +
+              Names(SampleUnits(movie_.samples[i - 1], movie_.brokenRules));
+    }
+    return text;
   }
-  std::vector<std::string> Held() { return HeldSets(movie_, movie_.brokenRules); }
   void TearDown() override { EXPECT_THAT(movie_.brokenRules, IsEmpty()); }
 
   tvx::test::TemporaryFolder folder_;
   MovieFile movie_;
 };
 
-TEST_F(StreamConversion, KeepsPicturesAndDropsWhatSamplesMustNotHold) {
-  const std::string end = "\0\0\0"s;
-  CodedFrames frames = {
-      Key({"\x09\x10", Sps(0), Pps(0), kSei, kIdr, kIdr + end, "\x0C\xFF\xFF\x80", "\x0A"}),
-      Other({"\x09\x30", kSlice, kSlice, "\x0B"}), Key({Sps(0), Pps(0), kIdr})};
-  frames[1].payload = "junk" + WithShortStartCodes(frames[1].payload) + "\0\0\1"s;
-  Convert(kH264Video, frames);
-  EXPECT_THAT(Held(), ElementsAre(Sps(0), Pps(0)));
-  EXPECT_THAT(Units(0), ElementsAre(kSei, kIdr, kIdr));
-  EXPECT_THAT(Units(1), ElementsAre(kSlice, kSlice));
-  EXPECT_THAT(Units(2), ElementsAre(kIdr));
-  EXPECT_THAT(movie_.syncSamples, ElementsAre(1, 3));
-  EXPECT_THAT(BrokenFormatRules(movie_), IsEmpty());
+// Delimiters, end marks, filler and sets leave their samples, all else stays. Sets with new numbers
+// are held, up to 512 bytes of those that come later; from the first changed one on all stay, since
+// a decoder that has seen another set keeps it. A set that makes no sense stays. Frames without a
+// picture go to the next one, the last ones to the one before.
+TEST_F(StreamConversion, H264UnitsGoWhereTheyBelong) {
+  for (const auto& row : Rows(R"(
+      * D S0 P0 E I I+ F x Q / ~ .D .s+ .a .T . / * .S0 P0+ .I | * E I I x / s a / * I | S0 P0
+      * S0 P0 I / * S1 P7of1 I / S0 P0 S1 P7of1 P255 s | * I / * I / s          | S0 S1 P0 P7of1 P255
+      * S0 P0 I / * S0 P0new I / * S0 P0 P1 I          | * I / * P0new I / * S0 P0 P1 I | S0 P0
+      * S0 P0 I / * H0 P0 I                            | * I / * H0 P0 I        | S0 P0
+      * S0 P0 I / * large1 large2 P3 I / large1 P3 s   | * I / * large2 I / s   | S0 P0 large1 P3
+      * S0 P0 large1 large2 I                          | * I                    | S0 P0 large1 large2
+      * S0 P0 bareS cutS S32 P256 P1of5 bareP endless I | * bareS cutS S32 P256 P1of5 bareP endless I | S0 P0
+      * Z0 P0 I                                        | * I                    | Z0 P0
+      * H0 P0 I / s                                    | * I / s                | H0 P0
+      * S0 P0 / E / I / D / ~ y / s /  / * E / I / E   | * E I / y s / * E I E  | S0 P0
+      S0 P0 s / s / * I                                | * s / s / * I          | S0 P0)")) {
+    SCOPED_TRACE(row[0]);
+    Convert(kH264Video, Frames(row[0]));
+    EXPECT_EQ(movie_.format, "avc1");
+    EXPECT_EQ(Samples(), row[1]);
+    EXPECT_EQ(movie_.description, Record(row[2]));
+  }
+  EXPECT_EQ(movie_.mediaDuration, movie_.mediaScale * 3 / 2);  // the samples share it
 }
 
-TEST_F(StreamConversion, HoldsSetsWithNewNumbersThatComeLater) {
-  Convert(kH264Video, {Key({Sps(0), Pps(0), kIdr}), Key({Sps(1), Pps(7, 1), kIdr}),
-                       Key({Sps(0), Pps(0), Sps(1), Pps(7, 1), Pps(255), kIdr})});
-  EXPECT_THAT(Held(), ElementsAre(Sps(0), Sps(1), Pps(0), Pps(7, 1), Pps(255)));
-  EXPECT_THAT(Units(1), ElementsAre(kIdr));
-  EXPECT_THAT(Units(2), ElementsAre(kIdr));
+// As many as the counts of the record can say, and as long; the others stay in the sample.
+TEST_F(StreamConversion, HoldsAsManySetsAsTheRecordCounts) {
+  const std::string code = "\0\0\1"s;
+  std::string payload;
+  for (unsigned id = 0; id < 32; ++id) payload += code + Sps(id);
+  for (unsigned id = 0; id < 256; ++id) payload += code + Pps(id);
+  Convert(kH264Video, {{payload + code + kIdr, true}});
+  EXPECT_THAT(SampleUnits(movie_.samples[0], movie_.brokenRules),
+              ElementsAre(Sps(31), Pps(255), kIdr));
+  for (const std::size_t size : {0xFFFFU, 0x10000U}) {
+    const std::string set = Pps(1) + std::string(size - Pps(1).size(), 'U');
+    Convert(kH264Video, {{Frames("S0 P0")[0].payload + code + set + code + kIdr, true}});
+    EXPECT_EQ(SampleUnits(movie_.samples[0], movie_.brokenRules).size(), size - 0xFFFE);
+  }
 }
 
-// A decoder that has seen the other set keeps it, so the first one must be told again, too.
-TEST_F(StreamConversion, LeavesSetsInSamplesFromTheFirstChangedOneOn) {
-  const std::string changed = Pps(0, 0, 3);
-  Convert(kH264Video, {Key({Sps(0), Pps(0), kIdr}), Key({Sps(0), changed, kIdr}),
-                       Key({Sps(0), Pps(0), Pps(1), kIdr})});
-  EXPECT_THAT(Held(), ElementsAre(Sps(0), Pps(0)));
-  EXPECT_THAT(Units(0), ElementsAre(kIdr));
-  EXPECT_THAT(Units(1), ElementsAre(changed, kIdr));
-  EXPECT_THAT(Units(2), ElementsAre(Sps(0), Pps(0), Pps(1), kIdr));
-}
-
-TEST_F(StreamConversion, LeavesLaterSetsInSamplesWhenTheRoomForThemIsUsedUp) {
-  const std::string large = Pps(1) + std::string(400, '\x55');
-  const std::string larger = Pps(2) + std::string(400, '\x55');
-  Convert(kH264Video, {Key({Sps(0), Pps(0), kIdr}), Key({large, larger, Pps(3), kIdr}),
-                       Key({large, larger, Pps(3), kIdr})});
-  EXPECT_THAT(Held(), ElementsAre(Sps(0), Pps(0), large, Pps(3)));
-  EXPECT_THAT(Units(1), ElementsAre(larger, kIdr));
-  EXPECT_THAT(Units(2), ElementsAre(larger, kIdr));
-}
-
-// A set that is cut off, of a number out of range, or for a set that is not there.
-TEST_F(StreamConversion, LeavesSetsThatMakeNoSenseInTheirSamples) {
-  const std::vector<std::string> bad = {"\x67",  "\x67\x64",         Sps(0).substr(0, 4),
-                                        Sps(32), Pps(256),           Pps(1, 5),
-                                        "\x68",  "\x68\0\0\0\0\x40"s};
-  std::vector<std::string> units = {Sps(0), Pps(0)};
-  units.insert(units.end(), bad.begin(), bad.end());
-  units.push_back(kIdr);
-  Convert(kH264Video, {Key(units)});
-  EXPECT_THAT(Held(), ElementsAre(Sps(0), Pps(0)));
-  units.erase(units.begin(), units.begin() + 2);
-  EXPECT_EQ(Units(0), units);
-}
-
-// Sets or delimiters in a frame of their own are no pictures: the samples share the duration.
-TEST_F(StreamConversion, JoinsFramesWithoutAPictureToTheNextPicture) {
-  Convert(kH264Video, {Key({Sps(0), Pps(0)}),
-                       Other({kSei}),
-                       Other({kIdr}),
-                       Other({"\x09\x30"}),
-                       {"garbage", false},
-                       Other({kSlice}),
-                       {"", false},
-                       Key({kSei}),
-                       Other({kIdr}),
-                       Other({kSei})});
-  ASSERT_EQ(movie_.samples.size(), 3U);
-  EXPECT_THAT(Units(0), ElementsAre(kSei, kIdr));
-  EXPECT_THAT(Units(1), ElementsAre(kSlice));
-  EXPECT_THAT(Units(2), ElementsAre(kSei, kIdr, kSei));
-  EXPECT_THAT(movie_.syncSamples, ElementsAre(1, 3));
-  EXPECT_EQ(movie_.Seconds(), 1.5);
+// Descriptors inside each other, each behind its tag and four bytes of length.
+TEST_F(StreamConversion, Mpeg4HeadersAreInTheDescriptionToo) {
+  const auto number = [](std::size_t value, int width) {
+    std::string bytes;
+    while (width-- > 0) bytes += static_cast<char>(value >> 8 * width);
+    return bytes;
+  };
+  const auto descriptor = [](char tag, const std::string& content) {
+    std::string bytes(1, tag);
+    for (int shift = 21; shift >= 0; shift -= 7) {
+      bytes += static_cast<char>((content.size() >> shift & 0x7F) | (shift != 0 ? 0x80 : 0));
+    }
+    return bytes + content;
+  };
+  const std::string layer =
+      "\0\0\1\x20"s +
+      CodedBits("0:1 1:8 0:1 1:4 0:1 0:2 1:1 25:16 1:1 0:1 1:1 704:13 1:1 480:13 0:3");
+  const std::string vop = "\0\0\1\xB6picture"s;
+  for (const std::size_t userData : {0U, 20U, 100U, 200U, 20000U}) {
+    const std::string headers = layer + std::string(userData, 'u');
+    const std::string first = headers + "\0\0\1\xB3group"s + vop;
+    Convert(kMpeg4Video, {{first, true}, {"\0\0\1\xB2user"s, false}, {vop, false}, {vop, true}}, 0,
+            0);
+    EXPECT_EQ(movie_.format, "mp4v");
+    EXPECT_THAT(movie_.samples, ElementsAre(first, "\0\0\1\xB2user"s + vop, vop));
+    EXPECT_THAT(movie_.syncSamples, ElementsAre(1, 3));
+    EXPECT_EQ(movie_.width, 704U);
+    EXPECT_EQ(movie_.height, 480U);
+    // Three samples of half a second each.
+    const std::size_t bytes = first.size() + 8 + 2 * vop.size();
+    const std::string config = "\x20\x11"s + number(first.size(), 3) +
+                               number(first.size() * 16, 4) + number(bytes * 16 / 3, 4) +
+                               descriptor(5, headers);
+    EXPECT_EQ(
+        movie_.description,
+        number(0, 4) + descriptor(3, number(0, 3) + descriptor(4, config) + descriptor(6, "\2")));
+  }
 }
 
 TEST_F(StreamConversion, StoresVideoWithoutHeadersAsItComes) {
   const std::string vop = "\0\0\1\xB6\x10picture"s;
-  struct {
-    FourCharacterCode code;
-    const char* format;
-    std::string first;
-  } cases[] = {
-      {kH264Video, "H264", Join({kSei, kIdr})},
-      {kH264Video, "H264", Join({Sps(0), kIdr, Pps(0)})},
-      {kH264Video, "H264", std::string(5000, '\0')},
-      {kMpeg4Video, "DIVX", vop},
-      {kMpeg4Video, "DIVX", vop + "\0\0\1\x20\x08"s},
-      {kMpeg4Video, "DIVX", "\0\0\1\x20"s + std::string(70000, 'h') + vop},
-      {MakeFourCharacterCode("WXYZ"), "WXYZ", Join({Sps(0), Pps(0), kIdr})},
+  const std::string sets = Frames("S0 P0")[0].payload;
+  const std::pair<FourCharacterCode, std::string> cases[] = {
+      {kH264Video, Frames("E I")[0].payload},      {kH264Video, Frames("S0 I P0")[0].payload},
+      {kH264Video, std::string(5000, '\0')},       {kMpeg4Video, vop + "\0\0\1\x20\x08"s},
+      {MakeFourCharacterCode("WXYZ"), sets + vop},
   };
-  for (const auto& c : cases) {
-    Convert(c.code, {{c.first, true}, {"anything", false}, {Join({Sps(0), Pps(0)}), false}});
-    EXPECT_EQ(movie_.format, c.format);
+  for (const auto& [code, first] : cases) {
+    Convert(code, {{first, true}, {"anything", false}, {sets, false}});
+    EXPECT_EQ(movie_.format, code == kH264Video ? "H264" : code == kMpeg4Video ? "DIVX" : "WXYZ");
     EXPECT_EQ(movie_.description, "");
-    EXPECT_THAT(movie_.samples, ElementsAre(c.first, "anything", Join({Sps(0), Pps(0)})));
+    EXPECT_THAT(movie_.samples, ElementsAre(first, "anything", sets));
   }
 }
 
-TEST_F(StreamConversion, TakesTheSizeFromTheHeadersWhenNoneIsGiven) {
-  Convert(kH264Video, {Key({Sps(0), Pps(0), kIdr})}, 0, 0);
-  EXPECT_EQ(movie_.width, 1920U);
-  EXPECT_EQ(movie_.height, 1080U);
-
-  const std::string layer = Bits()
-                                .U(0, 1)
-                                .U(1, 8)
-                                .U(1, 1)
-                                .U(1, 4)
-                                .U(1, 3)
-                                .U(15, 4)
-                                .U(12, 8)
-                                .U(11, 8)
-                                .U(1, 1)
-                                .U(1, 2)
-                                .U(1, 1)
-                                .U(0, 1)
-                                .U(0, 2)
-                                .U(1, 1)
-                                .U(30000, 16)
-                                .U(1, 1)
-                                .U(1, 1)
-                                .U(1001, 15)
-                                .U(1, 1)
-                                .U(704, 13)
-                                .U(1, 1)
-                                .U(480, 13)
-                                .U(1, 1)
-                                .Unit('\x20');
-  const std::string headers = "\0\0\1\xB0\x01\0\0\1"s + layer;
-  Convert(kMpeg4Video, {{headers + "\0\0\1\xB3group\0\0\1\xB6\x10vop"s, true}}, 0, 0);
-  EXPECT_THAT(BrokenFormatRules(movie_), IsEmpty());
-  EXPECT_EQ(movie_.width, 704U);
-  EXPECT_EQ(movie_.height, 480U);
-}
-
-// Every cut of a frame and every flipped bit of its headers: a movie of sound structure or a
-// clean refusal. Each frame has memory of exactly its size, so that sanitizers see a read past it.
-TEST_F(StreamConversion, SurvivesDamagedFrames) {
-  const std::string h264 = Join({"\x09\x10", Sps(0), Pps(0), Sps(1), Pps(1, 1), kSei, kIdr});
-  const std::string mpeg4 =
-      "\0\0\1\xB0\x01\0\0\1\xB5\x09\0\0\1\x20\x00\xC4\x88\x80\x0F\x51\x40\x20\x50\0\0\1\xB6\x10"s;
-  int movies = 0;
-  const auto write = [&](FourCharacterCode code, const std::string& damaged) {
-    const CodedFrames frames = {{std::string(damaged.data(), damaged.size()), true},
-                                {Join({kSlice}), false},
-                                {std::string(damaged.data(), damaged.size()), false}};
-    try {
-      WriteMovie("clip.mov", code, 0, 0, 0, frames);
-    } catch (const std::runtime_error&) {
-      EXPECT_FALSE(tvx::test::FileExists("clip.mov"));
-      return;
-    }
-    ++movies;
-    EXPECT_THAT(ReadMovie("clip.mov").brokenRules, IsEmpty());
-    std::remove("clip.mov");
-  };
-  const std::pair<FourCharacterCode, const std::string*> streams[] = {{kH264Video, &h264},
-                                                                      {kMpeg4Video, &mpeg4}};
-  for (const auto& [code, stream] : streams) {
-    for (std::size_t length = 1; length <= stream->size(); ++length) {
-      write(code, stream->substr(0, length));
-      write(code, stream->substr(stream->size() - length));
-    }
-    for (std::size_t bit = 0; bit < stream->size() * 8; ++bit) {
-      std::string damaged = *stream;
-      damaged[bit / 8] = static_cast<char>(damaged[bit / 8] ^ 1 << bit % 8);
-      write(code, damaged);
-    }
+TEST_F(StreamConversion, TheSizeIsTheGivenOneOrElseThatOfTheHeaders) {
+  for (const auto& [width, height, expected] : {std::tuple(320U, 240U, "320x240"),
+                                                {0U, 0U, "1920x1080"},
+                                                {320U, 0U, "1920x1080"},
+                                                {0U, 240U, "1920x1080"},
+                                                {0x10140U, 0x100F0U, "320x240"}}) {
+    Convert(kH264Video, Frames("* S0 P0 I"), width, height);
+    EXPECT_EQ(std::to_string(movie_.width) + "x" + std::to_string(movie_.height), expected);
   }
-  EXPECT_GT(movies, 500);
 }
 
 }  // namespace
