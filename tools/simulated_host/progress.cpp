@@ -22,7 +22,7 @@ void Progress::Touch() {
 
 void Progress::EventSent(const std::vector<std::int32_t>& profiles) {
   MutexLock lock(mutex_);
-  awaited_.insert(profiles.begin(), profiles.end());
+  for (const std::int32_t profile : profiles) ++awaited_[profile];
   Touch();
 }
 
@@ -31,7 +31,7 @@ void Progress::StatusReported(std::int32_t profile, std::int32_t status) {
   if (status == kStatusDelivered) ++delivered_;
   if (status != kStatusUnknown) {
     const auto awaited = awaited_.find(profile);
-    if (awaited != awaited_.end()) awaited_.erase(awaited);
+    if (awaited != awaited_.end() && --awaited->second == 0) awaited_.erase(awaited);
   }
   Touch();
 }

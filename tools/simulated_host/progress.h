@@ -4,7 +4,7 @@
 #pragma once
 
 #include <cstdint>
-#include <set>
+#include <map>
 #include <vector>
 
 #include "base/mutex.h"
@@ -48,7 +48,9 @@ class Progress {
 
   Mutex mutex_;
   ConditionVariable changed_;
-  std::multiset<std::int32_t> awaited_ GUARDED_BY(mutex_);  // profiles of events sent
+  // Profiles of events sent, and how many of their notifications have not been reported on. Counted,
+  // as most of a long run's are throttled.
+  std::map<std::int32_t, int> awaited_ GUARDED_BY(mutex_);
   int delivered_ GUARDED_BY(mutex_) = 0;
   int programs_ GUARDED_BY(mutex_) = 0;
   int longestClip_ GUARDED_BY(mutex_) = 0;
