@@ -31,6 +31,12 @@ std::atomic<unsigned> left;
 std::atomic<bool> struck;
 std::atomic<bool> traced;
 
+// What is done for the fault itself does not count.
+struct Aside {
+  const bool before = std::exchange(inPlugin, false);
+  ~Aside() { inPlugin = before; }
+};
+
 void PrintTrace() {
   void* frames[40];
   const int count = backtrace(frames, 40);
@@ -42,7 +48,7 @@ bool IsDue(Kind kind) {
   if (left.fetch_sub(1) != 1) return false;
   struck = true;
   armed = false;
-  const InHost aside;
+  const Aside aside;
   if (traced) PrintTrace();
   return true;
 }
@@ -57,7 +63,7 @@ bool Fails(Kind kind, int error) {
 // The definition that is hidden by ours.
 template <typename Function>
 Function* Hidden(const char* name, Function* /*ours*/) {
-  const InHost aside;
+  const Aside aside;
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
@@ -82,14 +88,8 @@ void TraceStrike() {
   traced = true;
 }
 
-InPlugin::InPlugin() : before_(std::exchange(inPlugin, true)) {}
-InPlugin::~InPlugin() {
-  inPlugin = before_;
-}
-
-InHost::InHost() : before_(std::exchange(inPlugin, false)) {}
-InHost::~InHost() {
-  inPlugin = before_;
+bool NoteSide(bool isInPlugin) {
+  return std::exchange(inPlugin, isInPlugin);
 }
 
 }  // namespace tvx::faults
@@ -220,7 +220,7 @@ extern "C" std::FILE* __wrap_fopen64(const char* path, const char* mode) {
   std::FILE* const file = __wrap_fdopen(descriptor, mode);
   if (file == nullptr) {
     // The C library has its memory before it opens, and would have left no file.
-    const tvx::faults::InHost aside;
+    const tvx::faults::Aside aside;
     ::close(descriptor);
     ::unlink(path);
   }

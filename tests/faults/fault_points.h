@@ -23,28 +23,7 @@ bool HasStruck();
 // Prints where it strikes, for whoever looks into one fault.
 void TraceStrike();
 
-// This thread is inside the plug-in for the scope: its calls count.
-class InPlugin {
- public:
-  InPlugin();
-  ~InPlugin();
-  InPlugin(const InPlugin&) = delete;
-  InPlugin& operator=(const InPlugin&) = delete;
-
- private:
-  const bool before_;
-};
-
-// The plug-in has called the host for the scope: what the host does is its own.
-class InHost {
- public:
-  InHost();
-  ~InHost();
-  InHost(const InHost&) = delete;
-  InHost& operator=(const InHost&) = delete;
-
- private:
-  const bool before_;
-};
+// This thread goes into the plug-in, where its calls count, or out to the host. Returns where it was.
+bool NoteSide(bool isInPlugin);
 
 }  // namespace tvx::faults

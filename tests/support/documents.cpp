@@ -30,7 +30,8 @@ std::string SystemDocument(const std::string& content) {
 }
 
 const char* const kServer =
-    "<smtp description='Main' address='mail.example' username='user' password='secret'/>";
+    "<smtp description='Main' address='mail.example'>"
+    "<Authentication username='user' password='secret'/></smtp>";
 
 std::string Profile(std::int32_t id, const std::string& attributes, const std::string& elements) {
   return "<smtp ID='" + std::to_string(id) + "' " + attributes +

@@ -49,11 +49,13 @@ void FakePrograms::OnRun(std::function<ProgramEnd(const Launch&)> run) {
   run_ = std::move(run);
 }
 
-std::string FakePrograms::AwaitInput(const Launch& launch) {
+std::optional<std::string> FakePrograms::AwaitInput(const Launch& launch) {
   deliver_(MakeReport(launch.request, kRunning, 1));
   std::unique_lock<std::mutex> lock(mutex_);
   changed_.wait(lock, [&] { return ended_ || input_.count(launch.request) != 0; });
-  return input_[launch.request];
+  const auto input = input_.find(launch.request);
+  if (input == input_.end()) return std::nullopt;
+  return input->second;
 }
 
 void FakePrograms::End() {

@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -44,8 +45,8 @@ class FakePrograms {
   void OnRun(std::function<ProgramEnd(const Launch&)> run);
 
   // For the program's thread: reports the start and waits for standard input, all that has come by
-  // then. Empty when the programs were ended instead.
-  std::string AwaitInput(const Launch& launch);
+  // then. Nothing when the programs were ended instead.
+  std::optional<std::string> AwaitInput(const Launch& launch);
   // Nobody will give input any more: Close has been called.
   void End();
 
