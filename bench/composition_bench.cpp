@@ -16,7 +16,7 @@
 
 #include "mail/composition.h"
 #include "mail/notify_file_stream.h"
-#include "support/quiet_host.h"
+#include "support/fake_host.h"
 #include "support/run.h"
 
 namespace tvx::bench {
@@ -45,7 +45,7 @@ void Compose(benchmark::State& state) {
   content.subject = "Video Motion at Gate";
   content.body = "Video Motion at Gate.\r\n";
   const AttachmentEntry attachment{true, kAttachment, "Gate: 15.000 seconds"};
-  NotifyFileStreamImpl stream(&QuietHost::Entry);
+  NotifyFileStreamImpl stream(&test::FakeHost::Entry);
   for (auto _ : state) {
     stream.remove(MessagePath(content, 0, 1, 0));
     PendingMessage pending;

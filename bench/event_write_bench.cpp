@@ -11,7 +11,6 @@
 
 #include <string>
 
-#include "support/documents.h"
 #include "support/plugin.h"
 #include "support/run.h"
 
@@ -35,12 +34,10 @@ void Parse(benchmark::State& state, bool countRows) {
 
 void WriteEvents(benchmark::State& state, int profiles, std::int32_t throttleSeconds) {
   Plugin plugin;
-  Notification notification;
-  notification.profiles = profiles;
-  notification.throttleSeconds = throttleSeconds;
-  plugin.Update(NotificationDocument(notification));
+  plugin.driver.Update(
+      ProfilesDocument(profiles, "", "ThrottleSeconds='" + std::to_string(throttleSeconds) + "'"));
   const std::string text = EventDocumentFor(kFirstProfile + profiles / 2);
-  plugin.WriteEvent(text);  // the one that the throttle lets through
+  plugin.driver.Event(text);  // the one that the throttle lets through
 
   WriteRequest request = EventRequest(text);
   WriteResult result{};

@@ -16,7 +16,6 @@
 #include <cstdint>
 
 #include "support/frame_source.h"
-#include "support/quiet_host.h"
 #include "support/run.h"
 
 namespace {
@@ -66,9 +65,9 @@ void Memory(benchmark::State& state) {
   FrameSource source(plugin, ThePayloads(), kStreams, kSizeLimitMb);
   for (auto _ : state) {
     const double before = HeapBytes();
-    const std::uint32_t releasedBefore = QuietHost::ReleasedFrames();
+    const std::uint32_t releasedBefore = plugin.host.FramesReleased();
     source.FillHistories();
-    const std::uint32_t held = source.Taken() - (QuietHost::ReleasedFrames() - releasedBefore);
+    const std::uint32_t held = source.Taken() - (plugin.host.FramesReleased() - releasedBefore);
     state.counters["frames_held"] = held;
     state.counters["bytes_per_frame"] = (HeapBytes() - before) / static_cast<double>(held);
   }

@@ -21,7 +21,6 @@
 
 #include "support/documents.h"
 #include "support/plugin.h"
-#include "support/quiet_host.h"
 #include "support/run.h"
 
 namespace tvx::bench {
@@ -68,11 +67,15 @@ class LentThread {
 // plug-in waits for the report inside its request.
 class UnreachableServer {
  public:
-  explicit UnreachableServer(Plugin& plugin) : thread_([this, &plugin] { Answer(plugin); }) {
-    QuietHost::OnLaunch([this](std::uint32_t request) { Add(request); });
+  explicit UnreachableServer(Plugin& plugin)
+      : host_(plugin.host), thread_([this, &plugin] { Answer(plugin.driver); }) {
+    constexpr std::uint32_t kLaunch = 6;  // kind of a chunk
+    host_.OnChunk([this](const test::SentChunk& chunk) {
+      if (chunk.kind == kLaunch) Add(chunk.request);
+    });
   }
   ~UnreachableServer() {
-    QuietHost::OnLaunch({});
+    host_.OnChunk({});
     Add(kEnd);
     thread_.join();
   }
@@ -98,19 +101,18 @@ class UnreachableServer {
     return request;
   }
 
-  void Answer(Plugin& plugin) {
+  void Answer(test::PluginDriver& plugin) {
     constexpr std::uint32_t kRunning = 3;
     constexpr std::uint32_t kFinished = 5;
     constexpr std::uint32_t kCouldNotConnect = 7 << 8;  // as a raw wait status
     for (std::uint32_t request = Take(); request != kEnd; request = Take()) {
-      const ChunkHeader running{sizeof(ChunkHeader), request, kRunning, 0};
-      const ChunkHeader finished{sizeof(ChunkHeader), request, kFinished, kCouldNotConnect};
-      plugin.Report(&running, sizeof(running));
-      plugin.Report(&finished, sizeof(finished));
+      plugin.Report(test::MakeReport(request, kRunning, 0));
+      plugin.Report(test::MakeReport(request, kFinished, kCouldNotConnect));
       ++answered_;
     }
   }
 
+  test::FakeHost& host_;
   std::mutex mutex_;
   std::condition_variable added_;
   std::deque<std::uint32_t> requests_;
@@ -118,39 +120,47 @@ class UnreachableServer {
   std::thread thread_;
 };
 
+void RunWorker(Plugin& plugin) {
+  plugin.driver.Control(ControlCode::RunWorker);
+}
+
 void Idle(benchmark::State& state) {
   Plugin plugin;
-  plugin.Open();
-  plugin.Update(NotificationDocument({}));
-  LentThread worker([&] { plugin.RunWorker(); });
-  LentThread watchdog([&] { plugin.RunWatchdog(); });
+  plugin.host.Answer(HostCommand::ChannelMessage, 1, 0);  // launches are refused
+  plugin.driver.Open();
+  plugin.driver.Update(ProfilesDocument(1));
+  LentThread worker([&] { RunWorker(plugin); });
+  LentThread watchdog([&] {
+    ReadRequest request{};
+    request.runWatchdog = 1;
+    ReadResult result{};
+    plugin.driver.Functions().Read(&request, &result);
+  });
   std::this_thread::sleep_for(seconds(1));
   for (auto _ : state) {
     const long workerBefore = worker.VoluntarySwitches();
     const long watchdogBefore = watchdog.VoluntarySwitches();
-    const std::uint32_t eventsBefore = QuietHost::WatchdogEvents();
+    const int eventsBefore = plugin.host.WatchdogEvents();
     std::this_thread::sleep_for(seconds(22));
     state.counters["worker_wakeups"] =
         static_cast<double>(worker.VoluntarySwitches() - workerBefore);
     state.counters["watchdog_wakeups"] =
         static_cast<double>(watchdog.VoluntarySwitches() - watchdogBefore);
-    state.counters["watchdog_events"] = QuietHost::WatchdogEvents() - eventsBefore;
+    state.counters["watchdog_events"] = plugin.host.WatchdogEvents() - eventsBefore;
   }
-  plugin.Close();
+  plugin.driver.Close();
 }
 
 void Waiting(benchmark::State& state) {
   constexpr int kMessages = 10'000;
   Plugin plugin;
   UnreachableServer server(plugin);
-  Notification notification;
-  notification.withServer = true;
-  notification.maxRetryQueue = kMessages;
-  plugin.Update(NotificationDocument(notification));
-  LentThread worker([&] { plugin.RunWorker(); });
+  plugin.driver.Update(
+      ProfilesDocument(1, "MaxRetryQueue='" + std::to_string(kMessages) + "'", "", test::kServer));
+  LentThread worker([&] { RunWorker(plugin); });
   const auto begin = std::chrono::steady_clock::now();
   const std::string event = EventDocumentFor(kFirstProfile);
-  for (int i = 0; i < kMessages; ++i) plugin.WriteEvent(event);
+  for (int i = 0; i < kMessages; ++i) plugin.driver.Event(event);
   while (server.Answered() < kMessages) std::this_thread::sleep_for(std::chrono::milliseconds(10));
   for (auto _ : state) {
     std::this_thread::sleep_for(seconds(1));
@@ -162,7 +172,7 @@ void Waiting(benchmark::State& state) {
       state.SkipWithError("queueing took so long that a round may have begun");
     }
   }
-  plugin.Close();
+  plugin.driver.Close();
 }
 
 }  // namespace

@@ -16,7 +16,7 @@
 #include "mail/notify_file_stream.h"
 #include "mail/notify_helper.h"
 #include "mail/retry_queue.h"
-#include "support/quiet_host.h"
+#include "support/fake_host.h"
 #include "support/run.h"
 
 namespace tvx::bench {
@@ -43,7 +43,7 @@ struct Delivery {
 class TimelessHelper : private Delivery, public NotifyHelper {
  public:
   explicit TimelessHelper(std::int32_t exit)
-      : NotifyHelper(owner, channel, &QuietHost::Entry), exit_(exit) {
+      : NotifyHelper(owner, channel, &test::FakeHost::Entry), exit_(exit) {
     for (int i = 0; i < kMessages; ++i) queue.push_back(MakeMessage(i));
     untried = queue.begin();
     retryInterval = 60'000;
@@ -96,7 +96,7 @@ void Time(benchmark::State& state, TimelessHelper& helper, NotifyFileStreamImpl&
 // A pass without a message to try.
 void PassAlone(benchmark::State& state, std::uint32_t nextRetry, Caches caches) {
   TimelessHelper helper(kCouldNotConnect);
-  NotifyFileStreamImpl stream(&QuietHost::Entry);
+  NotifyFileStreamImpl stream(&test::FakeHost::Entry);
   for (auto _ : state) {
     helper.nextRetry = nextRetry;
     helper.retryInterval = 60'000;
@@ -107,7 +107,7 @@ void PassAlone(benchmark::State& state, std::uint32_t nextRetry, Caches caches) 
 
 void PassThatFails(benchmark::State& state, int place, Caches caches) {
   TimelessHelper helper(kCouldNotConnect);
-  NotifyFileStreamImpl stream(&QuietHost::Entry);
+  NotifyFileStreamImpl stream(&test::FakeHost::Entry);
   helper.nextRetry = kRound;
   const auto message = std::next(helper.queue.begin(), place);
   for (auto _ : state) {
@@ -119,7 +119,7 @@ void PassThatFails(benchmark::State& state, int place, Caches caches) {
 
 void PassThatSucceeds(benchmark::State& state, int place, Caches caches) {
   TimelessHelper helper(0);
-  NotifyFileStreamImpl stream(&QuietHost::Entry);
+  NotifyFileStreamImpl stream(&test::FakeHost::Entry);
   helper.nextRetry = kRound;
   auto following = std::next(helper.queue.begin(), place + 1);
   int number = kMessages;

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "support/quiet_host.h"
+#include "support/fake_host.h"
 #include "support/run.h"
 #include "web/web_link.h"
 
@@ -37,7 +37,7 @@ void Build(benchmark::State& state, bool newer, int cameraCount) {
   const WebFetch fetch = [&](const WebServerAddress&, const std::string&) { return answer; };
   for (auto _ : state) {
     const std::string link = BuildWebLink(event, "http://webclient.example.com:8080", serial,
-                                          cameras, {kModuleId, &QuietHost::Entry}, fetch);
+                                          cameras, {kModuleId, &test::FakeHost::Entry}, fetch);
     if (link.front() != 'h') state.SkipWithError("no link was built");
   }
 }

@@ -1,6 +1,6 @@
 #include "support/frame_source.h"
 
-#include "support/documents.h"
+#include <string>
 
 namespace tvx::bench {
 namespace {
@@ -17,10 +17,9 @@ FrameSource::FrameSource(Plugin& plugin, Payloads& payloads, int streams, int si
       payloads_(payloads),
       streams_(static_cast<std::uint32_t>(streams)),
       framesToFill_(FramesOf(streams, sizeLimitMb)) {
-  Notification notification;
-  notification.sizeLimitMb = sizeLimitMb;
-  plugin.Update(NotificationDocument(notification));
-  plugin.Update(SystemDocumentOf(streams));
+  plugin.driver.Update(
+      ProfilesDocument(1, "EmailSizeLimitMB='" + std::to_string(sizeLimitMb) + "'"));
+  plugin.driver.Update(SystemDocumentOf(streams));
   request_.kind = RecordKind::Frame;
   request_.length = kFrameBytes;
 }

@@ -1,89 +1,57 @@
 #include "support/plugin.h"
 
-#include <dlfcn.h>
+#include <string>
 
-#include <cstdio>
-#include <cstdlib>
-
-#include "support/quiet_host.h"
+#include "support/documents.h"
 
 namespace tvx::bench {
 namespace {
 
-void* OpenLibrary() {
-  if (void* library = dlopen(NOTIFYPI_PLUGIN, RTLD_NOW | RTLD_LOCAL)) return library;
-  std::fprintf(stderr, "cannot load the plug-in: %s\n", dlerror());
-  std::exit(2);
+// Numbers are 8 bits wide, so more devices take another device part.
+constexpr int kDevicesPerPart = 255;
+
+std::string InDevices(int index, const std::string& content) {
+  const std::string number = std::to_string(index % kDevicesPerPart + 1);
+  return test::Devices("<Device Number='" + number + "'>" + content + "</Device>",
+                       std::to_string(65536 * (index / kDevicesPerPart + 1)));
 }
 
 }  // namespace
 
-Plugin::Plugin() : library_(OpenLibrary()), write_(Find("Write")) {
-  LoadRequest request{};
-  request.entry = &QuietHost::Entry;
-  PluginCapabilities result{};
-  Find("Load")(&request, &result);
+std::string ProfilesDocument(int profiles, const std::string& attributes,
+                             const std::string& profileAttributes, const std::string& servers) {
+  std::string all;
+  for (int i = 0; i < profiles; ++i) {
+    all += test::Profile(kFirstProfile + i,
+                         "attach='0' description='Gate' from='nvr@example.com' "
+                         "subject='{event type} at {source}' MaxVideoSeconds='0' EventEdge='0' " +
+                             profileAttributes,
+                         "<to>guard@example.com</to><cc>office@example.com</cc><body>{event type} "
+                         "at {source}, {date format=\"%Y-%m-%d\"}.&#13;&#10;Recorded by {system "
+                         "name}, serial number {serial}.&#13;&#10;</body>");
+  }
+  return test::Change(test::Notify(all, "MaxRetrySeconds='172800' " + attributes, servers));
 }
 
-Plugin::~Plugin() {
-  PlainResult result{};
-  Find("Unload")(nullptr, &result);
-  dlclose(library_);
+std::string EventDocumentFor(std::int32_t profile) {
+  return test::EventDocument(
+      test::EventEntry(profile),
+      "<Servers><Server Serial=\"A-1001\" Description=\"Main building\"/></Servers>");
 }
 
-Plugin::Export Plugin::Find(const char* name) const {
-  return reinterpret_cast<Export>(dlsym(library_, name));
-}
-
-void Plugin::Open() {
-  OpenResult result{};
-  Find("Open")(nullptr, &result);
-}
-
-void Plugin::Close() {
-  PlainResult result{};
-  Find("Close")(nullptr, &result);
-}
-
-void Plugin::RunWatchdog() {
-  ReadRequest request{};
-  request.runWatchdog = 1;
-  ReadResult result{};
-  Find("Read")(&request, &result);
-}
-
-void Plugin::Control(ControlCode code, const void* payload, std::uint32_t length) {
-  IoctlRequest request{};
-  request.code = code;
-  request.payload = payload;
-  request.length = length;
-  IoctlResult result{};
-  Find("IOCTL")(&request, &result);
-}
-
-void Plugin::RunWorker() {
-  Control(ControlCode::RunWorker, nullptr, 0);
-}
-
-void Plugin::Update(const std::string& document) {
-  Control(ControlCode::Update, document.data(), static_cast<std::uint32_t>(document.size()));
-}
-
-void Plugin::Report(const void* chunk, std::uint32_t size) {
-  Control(ControlCode::ChannelMessage, chunk, size);
-}
-
-void Plugin::WriteEvent(std::string_view document) {
-  WriteRequest request = EventRequest(document);
-  WriteResult result{};
-  Write(request, result);
-}
-
-WriteRequest EventRequest(std::string_view document) {
-  WriteRequest request{};
-  request.data = document.data();
-  request.length = static_cast<std::uint32_t>(document.size());
-  return request;
+std::string SystemDocumentOf(int streams) {
+  const std::string input = "<Video><Input Number='1'/></Video>";
+  std::string devices;
+  std::string events;
+  for (int i = 0; i < streams; ++i) {
+    const std::string id = std::to_string(i + 1);
+    devices += InDevices(i, "<Context>" + input + "<Codec><Encoder><Channel ID='" + id +
+                                "' Number='1' Width='1280' Height='720' Standard='5'/></Encoder>"
+                                "</Codec></Context>");
+    events +=
+        "<Event ID='" + id + "'>" + InDevices(i, input) + "<Action><Notify/></Action></Event>";
+  }
+  return test::SystemDocument(devices + "<Events>" + events + "</Events>");
 }
 
 }  // namespace tvx::bench

@@ -1,48 +1,43 @@
-// The built plug-in, called through its exports as the host calls it, without a check or a copy in
-// the way: what is measured is the plug-in.
-//
-// Owns:    the loaded library, which is loaded (Load) for the object's life and unloaded with it.
-// Threads: those of the exports. One object at a time.
-// Errors:  a library that cannot be loaded ends the program with a message.
+// The built plug-in in a host that costs next to nothing, and the records of its Write for loops that
+// are timed: without a check or a copy in the way, what is measured is the plug-in.
 #pragma once
 
 #include <cstdint>
-#include <string>
 #include <string_view>
 
-#include "host/host_records.h"
+#include "support/plugin_driver.h"
 
 namespace tvx::bench {
 
-class Plugin {
- public:
-  using Export = int (*)(void* request, void* result);
+// One object at a time. A library that cannot be loaded ends the program by exception.
+struct Plugin {
+  test::FakeHost host{test::FakeHost::Memory::CountsOnly};
+  test::PluginDriver driver{host, test::LoadedExports(NOTIFYPI_PLUGIN)};
 
-  Plugin();
-  ~Plugin();
-  Plugin(const Plugin&) = delete;
-  Plugin& operator=(const Plugin&) = delete;
-
-  void Open();
-  void Close();  // the process channel stays closed for the rest of the process
-  void RunWorker();
-  void RunWatchdog();
-  void Update(const std::string& document);
-  void Report(const void* chunk, std::uint32_t size);
-  void WriteEvent(std::string_view document);
-
-  // The exported Write itself, for loops that are timed.
-  int Write(WriteRequest& request, WriteResult& result) const { return write_(&request, &result); }
-
- private:
-  Export Find(const char* name) const;
-  void Control(ControlCode code, const void* payload, std::uint32_t length);
-
-  void* const library_;
-  const Export write_;
+  // The exported Write itself.
+  int Write(WriteRequest& request, WriteResult& result) const {
+    return driver.Functions().Write(&request, &result);
+  }
 };
 
 // The record of a Write that carries an event document. The text stays the caller's.
-WriteRequest EventRequest(std::string_view document);
+inline WriteRequest EventRequest(std::string_view document) {
+  WriteRequest request{};
+  request.data = document.data();
+  request.length = static_cast<std::uint32_t>(document.size());
+  return request;
+}
+
+// The first of the profiles' identifiers; four digits, so that an event document has one length
+// whatever profile it names.
+constexpr std::int32_t kFirstProfile = 1000;
+
+// A change to so many profiles, a motion event that names one of them, and a full system document of
+// H.264 cameras whose motion notifies and whose frames carry the stream identifiers 1 to streams.
+std::string ProfilesDocument(int profiles, const std::string& attributes = "",
+                             const std::string& profileAttributes = "",
+                             const std::string& servers = "");
+std::string EventDocumentFor(std::int32_t profile);
+std::string SystemDocumentOf(int streams);
 
 }  // namespace tvx::bench

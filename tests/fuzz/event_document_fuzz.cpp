@@ -7,7 +7,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   tvx::test::PluginRun run;
   run.SetUp();
   run.SomeFrames();
-  run.Event(tvx::test::AsText(data, size));
+  run.Plugin().Event(tvx::test::AsText(data, size));
   run.SomeFrames();
   run.Deliver();
   return 0;

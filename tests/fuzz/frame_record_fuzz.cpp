@@ -8,9 +8,12 @@
 
 #include "fuzz/input.h"
 #include "fuzz/plugin_run.h"
+#include "support/documents.h"
 
 namespace {
 
+using tvx::test::EventDocument;
+using tvx::test::EventEntry;
 using tvx::test::TakeByte;
 
 std::string_view TakeBytes(std::string_view& input, std::size_t count) {
@@ -43,10 +46,10 @@ constexpr std::uint32_t kOffsets[] = {0, 1, 8};
 void WriteFrame(std::string_view& input, tvx::test::PluginRun& run) {
   tvx::WriteRequest record{};
   record.kind = tvx::RecordKind::Frame;
-  record.addressee = static_cast<std::uint32_t>(tvx::test::kStreams[TakeByte(input) % 3]);
+  record.addressee = tvx::test::kStreams[TakeByte(input) % 3];
   record.frameType = TakeByte(input) & 1U;
   record.payloadOffset = static_cast<std::uint32_t>(TakeByte(input));
-  run.Write(record, TakeBytes(input, TakeByte(input)));
+  run.Plugin().WriteRecord(record, TakeBytes(input, TakeByte(input)));
 }
 
 void WriteAnything(std::string_view& input, tvx::test::PluginRun& run) {
@@ -59,7 +62,8 @@ void WriteAnything(std::string_view& input, tvx::test::PluginRun& run) {
   const std::size_t flags = TakeByte(input);
   record.skip = static_cast<std::uint8_t>(flags & 3 ? 0 : flags >> 2);
   record.frameFlag = static_cast<std::uint8_t>(TakeByte(input));
-  run.Write(record, TakeBytes(input, TakeNumber<std::uint16_t>(input)), (flags & 0x80) != 0);
+  run.Plugin().WriteRecord(record, TakeBytes(input, TakeNumber<std::uint16_t>(input)),
+                           (flags & 0x80) != 0);
 }
 
 void Control(std::string_view& input, tvx::test::PluginRun& run) {
@@ -68,16 +72,15 @@ void Control(std::string_view& input, tvx::test::PluginRun& run) {
   const std::string_view payload = TakeBytes(input, TakeNumber<std::uint16_t>(input));
   // The worker would not come back, and a mail would ask the web server for its link.
   if (code == 1 || payload.find("Web") != std::string_view::npos) return;
-  run.Control(code, payload);
+  run.Plugin().Control(static_cast<tvx::ControlCode>(code), payload);
 }
 
 void ReportEvent(std::string_view& input, tvx::test::PluginRun& run) {
   const std::size_t facts = TakeByte(input);
-  run.Event(std::string("<tDVR><Notify ID='786432'><Profiles><Profile ID='") +
-            (facts & 1 ? "2" : "1") + "' Alarm='" + (facts & 2 ? "0" : "1") +
-            "' Action='7'><EventSource Type='2' ID='" +
-            std::to_string(tvx::test::kStreams[(facts >> 2) % 3]) +
-            "'/><EventSource Type='2' ID='66049'/></Profile></Profiles></Notify></tDVR>");
+  run.Plugin().Event(EventDocument(EventEntry(
+      facts & 1 ? 2 : 1, (facts & 2) == 0, "",
+      "<EventSource Type='2' ID='" + std::to_string(tvx::test::kStreams[(facts >> 2) % 3]) +
+          "'/><EventSource Type='2' ID='66049'/>")));
 }
 
 void Step(std::string_view& input, tvx::test::PluginRun& run) {
@@ -90,7 +93,8 @@ void Step(std::string_view& input, tvx::test::PluginRun& run) {
       return ReportEvent(input, run);
     case 't':
       run.Advance(TakeNumber<std::uint16_t>(input));
-      return run.Tick();
+      run.Plugin().Tick();
+      return;
     case 'l':  // long enough for half a turn of the clock
       return run.Advance(static_cast<std::uint32_t>(TakeByte(input)) << 24);
     case 'p':
@@ -98,7 +102,8 @@ void Step(std::string_view& input, tvx::test::PluginRun& run) {
     case 's':
       return run.UpdateSystem();
     case 'o':
-      return run.Open();
+      run.Plugin().Open();
+      return;
     default:
       return WriteFrame(input, run);
   }

@@ -14,14 +14,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   {
     tvx::test::PluginRun run;
     tvx::test::WriteFile(tvx::kConfigFile, std::string(tvx::test::AsText(data, size)));
-    run.Open();
+    run.Plugin().Open();
     published = run.Published();
     saved = tvx::test::ReadFile(tvx::kConfigFile);
   }
   Require(!published.empty() && !saved.empty(), "a configuration is saved and published");
   tvx::test::PluginRun run;
   tvx::test::WriteFile(tvx::kConfigFile, saved);
-  run.Open();
+  run.Plugin().Open();
   Require(run.Published() == published, "what is saved is read again as it was");
   Require(tvx::test::ReadFile(tvx::kConfigFile) == saved, "and saved as it was");
   return 0;

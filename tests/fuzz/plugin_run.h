@@ -1,6 +1,5 @@
-// The plug-in from Load to Unload inside the fuzz target, with a host that keeps books of what it is
-// given and ends the run as a finding when the plug-in breaks the border's rules: a frame buffer
-// that is given back twice, never, or though it was not taken; a record of the wrong form.
+// The plug-in from Load to Unload inside the fuzz target. Whatever breaks the rules of the border (see
+// support/plugin_driver.h) ends the run as a finding.
 //
 // The process channel is closed, so no program is ever run and every mail fails at once. Nothing
 // asks the network either, as long as no document names a web server. Time is driven. The working
@@ -11,11 +10,10 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
-#include <string_view>
 
-#include "host/host_records.h"
+#include "support/fake_host.h"
+#include "support/plugin_driver.h"
 #include "support/temporary_folder.h"
 
 namespace tvx::test {
@@ -24,7 +22,7 @@ namespace tvx::test {
 constexpr std::size_t kStackBytes = 256 << 10;
 
 // Streams of the cameras in SetUp: H.264, MPEG-4 part 2, JPEG.
-constexpr std::int32_t kStreams[] = {66049, 66305, 66561};
+constexpr std::uint32_t kStreams[] = {66049, 66305, 66561};
 
 class PluginRun {
  public:
@@ -33,30 +31,23 @@ class PluginRun {
   PluginRun(const PluginRun&) = delete;
   PluginRun& operator=(const PluginRun&) = delete;
 
+  PluginDriver& Plugin() { return plugin_; }
+
   // The host's documents for profiles 1 (with clips), 2 and 99, and for three cameras.
   void SetUp();
   void UpdateProfiles();
   void UpdateSystem();
 
-  // As the host calls them. What is passed is copied into a block of exactly its size first.
-  void Open();
-  void Update(std::string_view document) { Control(2, document); }
-  void Event(std::string_view document);
-  void Tick();
-  void Control(std::uint32_t code, std::string_view payload);
-  // The record's data and length are replaced by the payload; null data when noData says so.
-  void Write(WriteRequest record, std::string_view payload, bool noData = false);
-
   // A key frame and a dependent one for each of the three streams, a tenth of a second apart.
   void SomeFrames();
-  void Advance(std::uint32_t milliseconds);
+  static void Advance(std::uint32_t milliseconds);
 
   // Makes whatever was received a mail: waits for no clip any more and runs the worker, on this
   // thread, until its queue is empty.
   void Deliver();
 
   // The configuration that was published last; empty when none was.
-  const std::string& Published() const;
+  std::string Published() const;
 
  private:
   // Prepared once, before the first folder is made.
@@ -65,6 +56,8 @@ class PluginRun {
   };
   const Process process_;
   const TemporaryFolder folder_;
+  FakeHost host_;
+  PluginDriver plugin_;
 };
 
 }  // namespace tvx::test

@@ -4,6 +4,7 @@
 
 #include "fuzz/input.h"
 #include "fuzz/plugin_run.h"
+#include "support/documents.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view document = tvx::test::AsText(data, size);
@@ -11,13 +12,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (document.find("Web") != std::string_view::npos) return 0;
   tvx::test::PluginRun run;
   run.UpdateProfiles();
-  run.Update(document);
+  run.Plugin().Update(document);
   run.SomeFrames();
-  run.Event(
-      "<tDVR><Notify ID='786432'><Profiles><Profile ID='1' Alarm='1' Action='7'>"
+  const std::string sources =
       "<EventSource ID='66049' Type='2'/><EventSource ID='66305' Type='2'/>"
-      "<EventSource ID='66561' Type='2'/></Profile><Profile ID='1' Alarm='0' Action='7'>"
-      "<SourceGroup ID='3'/></Profile></Profiles></Notify></tDVR>");
+      "<EventSource ID='66561' Type='2'/>";
+  run.Plugin().Event(
+      tvx::test::EventDocument(tvx::test::EventEntry(1, true, "", sources) +
+                               tvx::test::EventEntry(1, false, "", "<SourceGroup ID='3'/>")));
   run.SomeFrames();
   run.UpdateSystem();
   run.SomeFrames();

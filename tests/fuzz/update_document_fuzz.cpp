@@ -8,15 +8,16 @@
 #include "config/xml_document.h"
 #include "fuzz/input.h"
 #include "fuzz/plugin_run.h"
+#include "support/documents.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using tvx::test::Require;
   tvx::test::PluginRun run;
   run.SetUp();
   run.SomeFrames();
-  run.Update(tvx::test::AsText(data, size));
+  run.Plugin().Update(tvx::test::AsText(data, size));
 
-  const std::string& published = run.Published();
+  const std::string published = run.Published();
   const tvx::ParsedDocument parsed = tvx::ParseDocument(published.data(), published.size());
   Require(parsed.Root() != nullptr, "what is published can be parsed");
   tvx::NotifyConfig config;
@@ -25,11 +26,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             "what is published is read as it was");
   }
 
-  run.Event(
-      "<tDVR><Notify ID='786432'><Profiles><Profile ID='1' Alarm='1' Action='7'>"
-      "<EventSource ID='66049' Type='2'/></Profile><Profile ID='2' Alarm='1' Action='7'/>"
-      "</Profiles></Notify></tDVR>");
+  run.Plugin().Event(
+      tvx::test::EventDocument(tvx::test::EventEntry(1) + tvx::test::EventEntry(2, true, "", "")));
   run.SomeFrames();
-  run.Tick();
+  run.Plugin().Tick();
   return 0;
 }
