@@ -4,58 +4,32 @@
 #include <cstring>
 #include <string>
 #include <thread>
+#include <vector>
 
-#include "host/host_records.h"
-#include "support/fake_host.h"
+#include "support/documents.h"
 #include "support/fake_programs.h"
+#include "support/plugin_driver.h"
 #include "support/temporary_folder.h"
-
-extern "C" {
-int Load(void* request, void* result);
-int Open(void* request, void* result);
-int Close(void* request, void* result);
-int Read(void* request, void* result);
-int Write(void* request, void* result);
-int Seek(void* request, void* result);
-int IOCTL(void* request, void* result);
-int Unload(void* request, void* result);
-}
 
 namespace tvx {
 namespace {
 
-using Export = int (*)(void*, void*);
-
-// A result record full of a pattern, so that every byte that is written shows.
-template <typename Result>
-struct Answer {
-  Answer() { std::memset(bytes, 0x5A, sizeof(bytes)); }
-  Result& Record() { return *reinterpret_cast<Result*>(bytes); }
-
-  // The offsets of the words that no longer hold the pattern.
-  std::vector<std::size_t> Written() const {
-    std::vector<std::size_t> offsets;
-    for (std::size_t at = 0; at < sizeof(bytes); at += 4) {
-      std::uint32_t word = 0;
-      std::memcpy(&word, bytes + at, 4);
-      if (word != 0x5A5A5A5A) offsets.push_back(at);
-    }
-    return offsets;
-  }
-
-  alignas(void*) unsigned char bytes[96];
-};
-
+// Calls one with a result record full of a pattern. The offsets of the words that no longer hold it.
 using Offsets = std::vector<std::size_t>;
-
-template <typename Result, typename Request>
-Answer<Result> Call(Export function, Request request) {
-  Answer<Result> answer;
-  EXPECT_EQ(function(&request, answer.bytes), 0);
-  return answer;
+template <typename Request>
+Offsets Written(test::Export function, Request request, unsigned char* bytes = nullptr) {
+  alignas(void*) unsigned char own[96];
+  if (bytes == nullptr) bytes = own;
+  std::memset(bytes, 0x5A, sizeof(own));
+  EXPECT_EQ(function(&request, bytes), 0);
+  Offsets offsets;
+  for (std::size_t at = 0; at < sizeof(own); at += 4) {
+    if (std::memcmp(bytes + at, "\x5A\x5A\x5A\x5A", 4) != 0) offsets.push_back(at);
+  }
+  return offsets;
 }
 
-WriteRequest MakeWrite(std::uint32_t kind, std::uint32_t addressee, const std::string& data) {
+WriteRequest Record(std::uint32_t kind, std::uint32_t addressee, const std::string& data) {
   WriteRequest request{};
   request.kind = static_cast<RecordKind>(kind);
   request.addressee = addressee;
@@ -64,7 +38,7 @@ WriteRequest MakeWrite(std::uint32_t kind, std::uint32_t addressee, const std::s
   return request;
 }
 
-IoctlRequest MakeIoctl(std::uint32_t code, const std::string& payload = "") {
+IoctlRequest Ioctl(std::uint32_t code, const std::string& payload = "") {
   IoctlRequest request{};
   request.code = static_cast<ControlCode>(code);
   request.payload = payload.data();
@@ -72,101 +46,79 @@ IoctlRequest MakeIoctl(std::uint32_t code, const std::string& payload = "") {
   return request;
 }
 
-Answer<PluginCapabilities> LoadPlugin() {
-  return Call<PluginCapabilities>(Load, LoadRequest{{}, 4711, &test::FakeHost::Entry});
-}
-
 class ExportsTest : public testing::Test {
  protected:
+  ~ExportsTest() override { EXPECT_EQ(host_.Problems(), std::vector<std::string>{}); }
+
   test::TemporaryFolder folder_;
   test::FakeHost host_;
 };
 
 // First: once closed, the process channel stays closed for the life of the process.
 TEST_F(ExportsTest, RunsFromLoadToUnloadWithThreadsOfTheHost) {
-  LoadPlugin();
-  test::FakePrograms programs(
-      host_, [](const std::string& chunk) { Call<IoctlResult>(IOCTL, MakeIoctl(4, chunk)); });
-  test::WriteFile("notify.xml",
-                  "<tDVR><Notify ID='786432'><Servers><smtp description='d' address='a'/></Servers>"
-                  "<Profiles><smtp ID='1' description='Gate' from='f@x' subject='s'><to>t@x</to>"
-                  "</smtp></Profiles></Notify></tDVR>");
-  std::thread opener([] { Call<OpenResult>(Open, ReadRequest{}); });
-  opener.join();
-  std::thread worker([] { Call<IoctlResult>(IOCTL, MakeIoctl(1)); });
-  std::thread watchdog([] {
-    ReadRequest request{};
-    request.runWatchdog = 1;
-    Call<ReadResult>(Read, request);
-  });
-  const std::string event =
-      "<tDVR><Notify ID='786432'><Profiles><Profile ID='1' Alarm='1' Action='1'/></Profiles>"
-      "</Notify></tDVR>";
-  Call<WriteResult>(Write, MakeWrite(2, 0, event));
+  test::PluginDriver plugin(host_, test::LinkedExports());
+  test::FakePrograms programs(host_, [&](const std::string& chunk) { plugin.Report(chunk); });
+  test::WriteFile("notify.xml", test::Root(test::Notify(test::Profile(1, "description='Gate'"))));
+  plugin.Open();
+  plugin.StartLoops();
+  plugin.Event(test::EventDocument(test::EventEntry(1)));
   EXPECT_TRUE(host_.WaitFor([&] {
     return host_.Logged("Profile Description: Gate. Notification attempt return code= 0") == 1;
   }));
-  Call<PlainResult>(Close, ReadRequest{});
-  worker.join();
-  watchdog.join();
-  Call<PlainResult>(Unload, ReadRequest{});
-  EXPECT_TRUE(host_.MalformedRequests().empty());
+  EXPECT_EQ(programs.Launches().size(), 2u);  // what curl can do, and the transfer
+  EXPECT_GE(host_.WatchdogEvents(), 1);
+  plugin.Close();
 }
 
 TEST_F(ExportsTest, WriteTheListedBytesAndNothingElse) {
-  auto load = LoadPlugin();
+  const test::Exports call = test::LinkedExports();
+  unsigned char capabilities[96];
+  Written(call.Load, LoadRequest{{}, 4711, &test::FakeHost::Entry}, capabilities);
   const unsigned char expected[64] = {
       0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0, 0, 0x0C, 0,    0x6C, 0,    0,    2,
       0,    0,    0,    0,    0x10, 0,    0,    2,    0, 0, 0,    0,    0,    0,    0,    0,
       0,    0,    0,    3,    0,    0,    0,    0,    0, 0, 0,    0,    0x5A, 0x5A, 0x5A, 0x5A,
       0x5A, 0x5A, 0x5A, 0x5A, 1,    0,    1,    1,    0, 0, 0x5A, 0x5A, 0,    0,    0,    0};
-  EXPECT_EQ(std::memcmp(load.bytes, expected, sizeof(expected)), 0);
-  EXPECT_EQ((Call<PlainResult>(Seek, ReadRequest{}).Written()), (Offsets{8}));
-  EXPECT_EQ((Call<ReadResult>(Read, ReadRequest{}).Written()), (Offsets{16}));  // at once
-  EXPECT_EQ((Call<IoctlResult>(IOCTL, MakeIoctl(99)).Written()), (Offsets{12}));
-  EXPECT_EQ((Call<WriteResult>(Write, MakeWrite(2, 0, "x")).Written()), (Offsets{16}));
-  EXPECT_EQ((Call<WriteResult>(Write, MakeWrite(32, kModuleId, "")).Written()), (Offsets{16}));
-  EXPECT_EQ((Call<PlainResult>(Close, ReadRequest{}).Written()), (Offsets{8}));
-  EXPECT_EQ((Call<PlainResult>(Unload, ReadRequest{}).Written()), (Offsets{8}));
-  EXPECT_EQ((Call<PlainResult>(Unload, ReadRequest{}).Written()), (Offsets{8}));  // nothing there
-}
-
-TEST_F(ExportsTest, WithoutAServiceEveryCallIsHarmless) {
-  const std::string event = "<tDVR/>";
-  EXPECT_EQ((Call<WriteResult>(Write, MakeWrite(1, 7, event)).Written()), (Offsets{16, 20}));
-  EXPECT_EQ((Call<WriteResult>(Write, MakeWrite(2, 7, event)).Written()), (Offsets{16}));
-  EXPECT_EQ((Call<OpenResult>(Open, ReadRequest{}).Written()), (Offsets{8, 12}));
+  EXPECT_EQ(std::memcmp(capabilities, expected, sizeof(expected)), 0);
   ReadRequest watch{};
   watch.runWatchdog = 1;
-  EXPECT_EQ((Call<ReadResult>(Read, watch).Written()), (Offsets{16}));
-  for (const std::uint32_t code : {1u, 2u, 4u}) {
-    EXPECT_EQ((Call<IoctlResult>(IOCTL, MakeIoctl(code, event)).Written()), (Offsets{12}));
+  for (const bool isLoaded : {true, false}) {
+    EXPECT_EQ(Written(call.Seek, ReadRequest{}), (Offsets{8}));
+    EXPECT_EQ(Written(call.Read, isLoaded ? ReadRequest{} : watch), (Offsets{16}));  // at once
+    for (const std::uint32_t code : {99u, 2u, 4u, isLoaded ? 3u : 1u}) {
+      EXPECT_EQ(Written(call.Ioctl, Ioctl(code, "<tDVR/>")), (Offsets{12})) << code;
+    }
+    EXPECT_EQ(Written(call.Write, Record(2, 7, "x")), (Offsets{16}));
+    EXPECT_EQ(Written(call.Write, Record(32, kModuleId, "")), (Offsets{16}));
+    EXPECT_EQ(Written(call.Write, Record(1, 7, "x")), (Offsets{16, 20}));
+    EXPECT_EQ(Written(call.Close, ReadRequest{}), (Offsets{8}));
+    EXPECT_EQ(Written(call.Open, ReadRequest{}), (Offsets{8, 12}));
+    EXPECT_EQ(Written(call.Unload, ReadRequest{}), (Offsets{8}));
   }
 }
 
 TEST_F(ExportsTest, WriteTellsFramesEventsAndTicksApart) {
-  LoadPlugin();
-  const std::string unknown =
-      "<tDVR><Notify ID='786432'><Profiles><Profile ID='9' Alarm='1' Action='1'/></Profiles>"
-      "</Notify></tDVR>";
-  const auto isTakenAsEvent = [&](const WriteRequest& request) {
+  test::PluginDriver plugin(host_, test::LinkedExports());
+  const std::string unknown = test::EventDocument(test::EventEntry(9));
+  const auto isTakenAsEvent = [&](WriteRequest request) {
     host_.ClearLog();
-    Call<WriteResult>(Write, request);
+    Written(plugin.Functions().Write, request);
     return !host_.Log().empty();
   };
-  EXPECT_TRUE(isTakenAsEvent(MakeWrite(2, 0, unknown)));
-  EXPECT_TRUE(isTakenAsEvent(MakeWrite(32, 0, unknown)));  // a tick of somebody else's
-  EXPECT_FALSE(isTakenAsEvent(MakeWrite(32, kModuleId, unknown)));
-  EXPECT_FALSE(isTakenAsEvent(MakeWrite(2, kModuleId, unknown)));
-  EXPECT_FALSE(isTakenAsEvent(MakeWrite(1, 0, unknown)));  // a frame, refused
-  WriteRequest skipped = MakeWrite(2, 0, unknown);
+  EXPECT_TRUE(isTakenAsEvent(Record(2, 0, unknown)));
+  EXPECT_TRUE(isTakenAsEvent(Record(32, 0, unknown)));  // a tick of somebody else's
+  EXPECT_FALSE(isTakenAsEvent(Record(32, kModuleId, unknown)));
+  EXPECT_FALSE(isTakenAsEvent(Record(2, kModuleId, unknown)));
+  EXPECT_FALSE(isTakenAsEvent(Record(1, 0, unknown)));  // a frame, refused
+  WriteRequest skipped = Record(2, 0, unknown);
   skipped.skip = 1;
   EXPECT_FALSE(isTakenAsEvent(skipped));
-  // A frame is one even when it is addressed to the module; both words are written.
-  auto frame = Call<WriteResult>(Write, MakeWrite(1, kModuleId, unknown));
-  EXPECT_EQ(frame.Written(), (Offsets{16, 20}));
-  EXPECT_EQ(frame.Record().frameAccepted, 0u);
-  Call<PlainResult>(Unload, ReadRequest{});
+  // A frame is one even when it is addressed to the module.
+  plugin.Update(
+      test::SystemDocument(test::Devices(test::Camera(2, "Gate", 5, "ID='786432' Number='1'")) +
+                           "<Events>" + test::NotifyingEvent(7, 2) + "</Events>"));
+  EXPECT_TRUE(plugin.Frame(kModuleId, true));
+  EXPECT_FALSE(plugin.Frame(kModuleId + 1, true));
 }
 
 }  // namespace
