@@ -1,5 +1,4 @@
-"""What the plug-in shows to the host's linker, and what it wants from it."""
-import re
+"""What the plug-in shows to the host's linker."""
 import subprocess
 import unittest
 
@@ -16,11 +15,6 @@ class ExportedNamesTest(unittest.TestCase):
         names = [line.split()[-1] for line in read("nm", "-D", "--defined-only").splitlines()]
         self.assertEqual(sorted(names), [
             "Close", "IOCTL", "Load", "Open", "Read", "Seek", "Unload", "Write"])
-
-    def test_needs_only_what_every_host_has(self):
-        needed = set(re.findall(r"\(NEEDED\).*\[(.*)\]", read("readelf", "-dW")))
-        self.assertLessEqual(needed, {
-            "libstdc++.so.6", "libgcc_s.so.1", "libc.so.6", "ld-linux.so.2"})
 
     def test_is_hardened_32_bit_code(self):
         self.assertRegex(read("readelf", "-hW"), r"(?s)Class:\s+ELF32\n.*Type:\s+DYN ")

@@ -52,30 +52,20 @@ def make_packages(folder):
     return archive, debian
 
 
-def files_below(folder):
-    return sorted(str(it.relative_to(folder)) for it in folder.rglob("*") if not it.is_dir())
-
-
-class PackageTest(unittest.TestCase):
-    maxDiff = 4000
-
+class PackageTest(road.RoadTest):
     @classmethod
     def setUpClass(cls):
-        cls.top = pathlib.Path(tempfile.mkdtemp(prefix="notifypi-package-"))
-        cls.addClassCleanup(shutil.rmtree, cls.top, ignore_errors=True)
-        cls.archive, cls.debian = make_packages(cls.top / "packages")
-
-        installed = cls.top / "installed"
+        top = pathlib.Path(tempfile.mkdtemp(prefix="notifypi-package-"))
+        cls.addClassCleanup(shutil.rmtree, top, ignore_errors=True)
+        cls.packages = make_packages(top / "packages")
+        archive, cls.debian = cls.packages
         run(os.environ["NOTIFYPI_CMAKE"], "--install", BUILD, "--prefix", "/opt/notifypi",
-            env={**os.environ, "DESTDIR": str(installed)})
-        run("dpkg", "-x", cls.debian, cls.top / "deb")
-        run("tar", "-C", cls.top, "-xf", cls.archive)
-        cls.prefixes = {
-            "install": installed / "opt/notifypi",
-            "deb": cls.top / "deb/usr",
-            "tar.gz": cls.top / cls.archive.name.removesuffix(".tar.gz"),
-        }
-        cls.installed = cls.prefixes["install"]
+            env={**os.environ, "DESTDIR": str(top / "installed")})
+        run("dpkg", "-x", cls.debian, top / "deb")
+        run("tar", "-C", top, "-xf", archive)
+        cls.installed = top / "installed/opt/notifypi"
+        cls.deb = top / "deb/usr"
+        cls.prefixes = [cls.installed, cls.deb, top / archive.name.removesuffix(".tar.gz")]
 
     def command(self, *arguments):
         return run(self.installed / "bin/notifypi", *arguments)
@@ -89,10 +79,10 @@ class PackageTest(unittest.TestCase):
         return re.findall(r"^  (\w+)", listed, re.MULTILINE)
 
     def test_all_ways_bring_the_same_files(self):
-        wanted = files_below(self.installed)
-        self.assertLess({*BINARIES, SAMPLE, PAGE, COMPLETION, f"{DOC}/LICENSE"}, set(wanted))
-        for way, prefix in self.prefixes.items():
-            self.assertEqual(files_below(prefix), wanted, way)
+        first, *others = [sorted(str(it.relative_to(prefix)) for it in prefix.rglob("*")
+                                 if not it.is_dir()) for prefix in self.prefixes]
+        self.assertLess({*BINARIES, SAMPLE, PAGE, COMPLETION, f"{DOC}/LICENSE"}, set(first))
+        self.assertEqual(others, [first, first])
 
     def test_the_documents_link_to_files_that_are_there(self):
         for document in (self.installed / DOC).rglob("*.md"):
@@ -102,19 +92,14 @@ class PackageTest(unittest.TestCase):
                     self.assertTrue((document.parent / link).exists(), f"{document.name}: {link}")
 
     def test_the_plugin_of_each_delivers(self):
-        for way, prefix in self.prefixes.items():
+        server = self.start_server()
+        self.configure([server.port])
+        (self.folder / "event.xml").write_bytes(road.event_document())
+        for prefix in self.prefixes:
             for speed in (), ("--speed", "10"):
-                with self.subTest(way, speed=speed):
-                    folder = pathlib.Path(tempfile.mkdtemp(dir=self.top))
-                    server = road.MailServer(folder / "mailbox")
-                    self.addCleanup(server.close)
-                    (folder / "curl").symlink_to(road.CURL)
-                    (folder / "notify.xml").write_bytes(
-                        road.notify_document([server.port], [road.profile()]))
-                    (folder / "event.xml").write_bytes(road.event_document())
-                    run(prefix / "bin/notifypi", "host", "--event", "event.xml", *speed, cwd=folder)
-                    self.assertEqual([it.rcpt_tos for it in server.received()],
-                                     [["guard@example.com"]])
+                run(prefix / "bin/notifypi", "host", "--event", "event.xml", *speed,
+                    cwd=self.folder)
+        self.assertEqual([it.rcpt_tos for it in server.received()], [["guard@example.com"]] * 6)
 
     def test_nothing_is_wrong_with_the_sample(self):
         sample = shutil.copy(self.installed / SAMPLE, self.top)
@@ -151,32 +136,32 @@ class PackageTest(unittest.TestCase):
 
     @unittest.skipIf(IS_SANITIZED, "sanitized binaries are not for others")
     def test_the_binaries_are_stripped_and_need_no_more_than_the_package_depends_on(self):
-        depends = dict.fromkeys(["libc6", "libstdc++6", "libgcc-s1"], (0,))
-        for package, _, version in re.findall(
+        def version(text):
+            return tuple(map(int, text.split(".")))
+
+        depends = {"libc6": (0,), "libstdc++6": (0,)}
+        for package, _, least in re.findall(
                 r"([a-z0-9+-]+)( \(>= ([0-9.]+)\))?", run("dpkg-deb", "-f", self.debian, "Depends")):
-            depends[package] = tuple(map(int, version.split("."))) if version else (0,)
+            depends[package] = version(least or "0")
         self.assertIn("curl", depends)
-        # The package of a library, and its version that brought a symbol's version.
-        packages = {"libc.so.6": "libc6", "libm.so.6": "libc6", "ld-linux.so.2": "libc6",
-                    "libstdc++.so.6": "libstdc++6", "libgcc_s.so.1": "libgcc-s1"}
-        cxx = {(3, 4, 29): (11,), (3, 4, 30): (12,), (3, 4, 31): (13,)}
+        # Of libstdc++: the package's version that brought a version of its symbols.
+        brought = {"3.4.29": (11,), "3.4.30": (12,), "3.4.31": (13,)}
         for binary in BINARIES:
-            path = self.prefixes["deb"] / binary
-            self.assertNotIn(".symtab", run("readelf", "-SW", path), binary)
+            self.assertNotIn(".symtab", run("readelf", "-SW", self.deb / binary), binary)
             self.assertLessEqual(
-                set(re.findall(r"\(NEEDED\).*\[(.*)\]", run("readelf", "-dW", path))), set(packages))
-            for kind, version in re.findall(r"Name: (GLIBC|GLIBCXX)_([0-9.]+)",
-                                            run("readelf", "-VW", path)):
-                version = tuple(map(int, version.split(".")))
+                set(re.findall(r"\(NEEDED\).*\[(.*)\]", run("readelf", "-dW", self.deb / binary))),
+                {"libc.so.6", "libm.so.6", "ld-linux.so.2", "libstdc++.so.6", "libgcc_s.so.1"})
+            for kind, least in re.findall(r"Name: (GLIBC|GLIBCXX)_([0-9.]+)",
+                                          run("readelf", "-VW", self.deb / binary)):
                 if kind == "GLIBC":
-                    self.assertLessEqual(version, depends["libc6"], binary)
-                elif version >= (3, 4, 29):
-                    self.assertLessEqual(cxx[version], depends["libstdc++6"], binary)
+                    self.assertLessEqual(version(least), depends["libc6"], binary)
+                elif version(least) >= (3, 4, 29):
+                    self.assertLessEqual(brought[least], depends["libstdc++6"], binary)
 
     def test_one_build_gives_the_same_packages_again(self):
-        for first, again in zip((self.archive, self.debian), make_packages(self.top / "again")):
+        for first, again in zip(self.packages, make_packages(self.top / "again")):
             self.assertTrue(filecmp.cmp(first, again, shallow=False), first.name)
 
 
 if __name__ == "__main__":
-    unittest.main(verbosity=2)
+    road.main()
