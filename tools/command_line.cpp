@@ -1,9 +1,12 @@
 #include "command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <cstdio>
 #include <sstream>
 #include <stdexcept>
 #include <type_traits>
+
+#include "text/printable.h"
 
 namespace tvx::tool {
 namespace {
@@ -95,7 +98,13 @@ int RunCommand(const std::string& program, const std::string& description,
   } catch (const CLI::Success& help) {
     return app.exit(help);
   } catch (const CLI::ParseError& error) {
-    app.exit(error);
+    std::ostringstream text;
+    app.exit(error, text, text);
+    // It quotes words of the command line and of files.
+    std::istringstream lines(text.str());
+    for (std::string line; std::getline(lines, line);) {
+      std::fprintf(stderr, "%s\n", Printable(line).c_str());
+    }
     return kUsedWrongly;
   }
   return exitStatus;
