@@ -11,6 +11,7 @@
 #include <optional>
 #include <sstream>
 
+#include "simulated_host/format.h"
 #include "simulated_host/program.h"
 
 namespace tvx::tool {
@@ -28,6 +29,18 @@ constexpr int kTestImageHeight = 180;
 constexpr double kTestImageRate = 5;
 
 constexpr unsigned kKeyFlag = 1;  // of a packet, as ffmpeg writes it
+
+// A codec, as users and as ffmpeg name it.
+struct CodecNames {
+  const char* name;
+  const char* codec;
+  const char* format;  // of the bare frames
+};
+const CodecNames& NamesOf(VideoCodec codec) {
+  static constexpr CodecNames kNames[] = {
+      {"h264", "h264", "h264"}, {"mpeg4", "mpeg4", "m4v"}, {"jpeg", "mjpeg", "mjpeg"}};
+  return kNames[static_cast<int>(codec)];
+}
 
 std::optional<std::uint32_t> Number(const std::string& text) {
   std::uint32_t number = 0;
@@ -77,25 +90,17 @@ int FrameCount(const json& answer, double frameRate) {
 }
 
 void Probe(Camera& camera) {
+  constexpr const char* kEntries =
+      "stream=codec_name,width,height,avg_frame_rate,r_frame_rate,nb_frames:format=duration";
   const std::vector<std::string> command = {
-      "/usr/bin/env",
-      "ffprobe",
-      "-v",
-      "quiet",
-      "-select_streams",
-      "v:0",
-      "-show_entries",
-      "stream=codec_name,width,height,avg_frame_rate,r_frame_rate,nb_frames:format=duration",
-      "-of",
-      "json",
-      camera.file};
+      "/usr/bin/env",  "ffprobe", "-v",  "quiet", "-select_streams", "v:0",
+      "-show_entries", kEntries,  "-of", "json",  camera.file};
   const json answer = json::parse(OutputOf(command), nullptr, false);
   if (!answer.is_object() || !answer.contains("streams") || answer["streams"].empty()) {
     throw CameraError("ffprobe finds no video in " + camera.file);
   }
   const json& video = answer["streams"][0];
-  const std::string codec = video.value("codec_name", "");
-  camera.sameCodec = codec == (camera.codec == VideoCodec::Jpeg ? "mjpeg" : Name(camera.codec));
+  camera.sameCodec = video.value("codec_name", "") == NamesOf(camera.codec).codec;
   camera.width = video.value("width", 0);
   camera.height = video.value("height", 0);
   camera.frameRate = Ratio(video.value("avg_frame_rate", ""));
@@ -137,6 +142,10 @@ void AppendEncoder(std::vector<std::string>& words, const Camera& camera) {
 
 }  // namespace
 
+const char* Name(VideoCodec codec) {
+  return NamesOf(codec).name;
+}
+
 Camera ReadCamera(const std::string& text, const std::string& folder) {
   std::istringstream words(text);
   std::string stream, codec, file;
@@ -157,20 +166,19 @@ Camera ReadCamera(const std::string& text, const std::string& folder) {
 std::string Describe(const Camera& camera) {
   std::string source = "a test picture";
   if (!camera.file.empty()) source = camera.file + (camera.sameCodec ? "" : ", recoded");
-  char form[96];
-  std::snprintf(form, sizeof(form), "%s %dx%d at %.4g frames a second", Name(camera.codec),
-                camera.width, camera.height, camera.frameRate);
-  return form + (", from " + source);
+  return Format("%s %dx%d at %.4g frames a second", Name(camera.codec), camera.width, camera.height,
+                camera.frameRate) +
+         ", from " + source;
 }
 
 std::vector<std::string> VideoProgramOf(const Camera& camera) {
   std::vector<std::string> words = {"/usr/bin/env", "ffmpeg", "-hide_banner",
                                     "-nostdin",     "-v",     "error"};
   if (camera.file.empty()) {
-    char picture[96];
-    std::snprintf(picture, sizeof(picture), "testsrc2=size=%dx%d:rate=%g,hue=h=%u", camera.width,
-                  camera.height, camera.frameRate, camera.stream % 0x10000000 / 256 * 67 % 360);
-    Append(words, {"-f", "lavfi", "-i", picture});
+    const std::string picture =
+        Format("testsrc2=size=%dx%d:rate=%g,hue=h=%u", camera.width, camera.height,
+               camera.frameRate, camera.stream % 0x10000000 / 256 * 67 % 360);
+    Append(words, {"-f", "lavfi", "-i", picture.c_str()});
   } else {
     Append(words, {"-i", camera.file.c_str()});
   }
@@ -184,11 +192,8 @@ std::vector<std::string> VideoProgramOf(const Camera& camera) {
   } else {
     AppendEncoder(words, camera);
   }
-  const char* format = camera.codec == VideoCodec::H264    ? "h264"
-                       : camera.codec == VideoCodec::Mpeg4 ? "m4v"
-                                                           : "mjpeg";
-  const std::string outputs =
-      "[f=framecrc:flush_packets=1]pipe:1|[f=" + std::string(format) + ":flush_packets=1]pipe:1";
+  const std::string outputs = std::string("[f=framecrc:flush_packets=1]pipe:1|[f=") +
+                              NamesOf(camera.codec).format + ":flush_packets=1]pipe:1";
   Append(words, {"-f", "tee", outputs.c_str()});
   return words;
 }

@@ -11,9 +11,12 @@
 #include <string_view>
 #include <vector>
 
-#include "simulated_host/video_codec.h"
-
 namespace tvx::tool {
+
+enum class VideoCodec { H264, Mpeg4, Jpeg };
+
+// As scenarios and the timeline name it.
+const char* Name(VideoCodec codec);
 
 struct Camera {
   std::uint32_t stream = 0;  // what its frames carry: the source identifier of what they show

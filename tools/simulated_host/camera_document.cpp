@@ -23,68 +23,40 @@ struct References {
 };
 
 void Collect(const TiXmlElement& element, References& references) {
-  const std::string& name = element.ValueStr();
-  const auto add = [&element](const char* attribute, std::set<std::int32_t>& to) {
-    if (const auto value = IntAttribute(element, attribute)) to.insert(*value);
-  };
-  add("Action", references.actions);
-  if (name == "SourceGroup") add("ID", references.groups);
+  if (const auto action = IntAttribute(element, "Action")) references.actions.insert(*action);
+  const auto id = IntAttribute(element, "ID");
+  if (id && element.ValueStr() == "SourceGroup") references.groups.insert(*id);
   for (const TiXmlElement& child : Children(element)) Collect(child, references);
 }
 
-References ReferencesOf(const std::vector<std::string>& eventDocuments) {
-  References references;
-  for (const std::string& text : eventDocuments) {
-    const ParsedDocument document = ParseDocument(text.data(), text.size());
-    if (document.Root() != nullptr) Collect(*document.Root(), references);
-  }
-  if (references.actions.empty()) references.actions.insert(kDefaultAction);
-  return references;
-}
-
 int Standard(VideoCodec codec) {
-  switch (codec) {
-    case VideoCodec::H264:
-      return standard::kH264;
-    case VideoCodec::Mpeg4:
-      return standard::kMpeg4;
-    case VideoCodec::Jpeg:
-      break;
-  }
-  return standard::kJpeg;
+  return codec == VideoCodec::H264    ? standard::kH264
+         : codec == VideoCodec::Mpeg4 ? standard::kMpeg4
+                                      : standard::kJpeg;
 }
 
-int Int(std::uint32_t number) {
-  return static_cast<int>(number);
+std::string Attribute(const char* name, std::uint32_t value) {
+  return std::string(" ") + name + "='" + std::to_string(value) + "'";
 }
 
-// The "Context" of a stream, below its "Devices" and its "Device".
-TiXmlElement& AppendContext(TiXmlNode& parent, SourceId source) {
-  TiXmlElement& devices = AppendElement(parent, "Devices");
-  devices.SetAttribute("ID", Int(source.DevicePart()));
-  TiXmlElement& device = AppendElement(devices, "Device");
-  device.SetAttribute("Number", Int(source.Number()));
-  TiXmlElement& context = AppendElement(device, "Context");
-  context.SetAttribute("Number", Int(source.SubChannel()));
-  return context;
+// The content belongs to the context that the stream is of.
+std::string InContext(SourceId source, const std::string& content) {
+  return "<Devices" + Attribute("ID", source.DevicePart()) + "><Device" +
+         Attribute("Number", source.Number()) + "><Context" +
+         Attribute("Number", source.SubChannel()) + ">" + content + "</Context></Device></Devices>";
 }
 
-void AppendInput(TiXmlElement& context, SourceId source) {
-  TiXmlElement& input = AppendElement(AppendElement(context, "Video"), "Input");
-  input.SetAttribute("Number", Int(source.Index()));
+std::string Input(SourceId source) {
+  return "<Video><Input" + Attribute("Number", source.Index()) + "/></Video>";
 }
 
-void AppendStream(TiXmlElement& root, const Camera& camera, bool isCamera) {
-  const SourceId source{camera.stream};
-  TiXmlElement& context = AppendContext(root, source);
-  if (isCamera) AppendInput(context, source);
-  TiXmlElement& channel =
-      AppendElement(AppendElement(AppendElement(context, "Codec"), "Encoder"), "Channel");
-  channel.SetAttribute("ID", std::to_string(camera.stream));
-  channel.SetAttribute("Number", Int(source.Index()));
-  channel.SetAttribute("Width", camera.width);
-  channel.SetAttribute("Height", camera.height);
-  channel.SetAttribute("Standard", Standard(camera.codec));
+std::string Channel(const Camera& camera) {
+  return "<Codec><Encoder><Channel" + Attribute("ID", camera.stream) +
+         Attribute("Number", SourceId{camera.stream}.Index()) +
+         Attribute("Width", static_cast<std::uint32_t>(camera.width)) +
+         Attribute("Height", static_cast<std::uint32_t>(camera.height)) +
+         Attribute("Standard", static_cast<std::uint32_t>(Standard(camera.codec))) +
+         "/></Encoder></Codec>";
 }
 
 }  // namespace
@@ -92,41 +64,42 @@ void AppendStream(TiXmlElement& root, const Camera& camera, bool isCamera) {
 std::string MakeSystemDocument(const std::vector<Camera>& cameras,
                                const std::vector<std::string>& eventDocuments) {
   constexpr std::uint32_t kWithoutSubChannel = 0x0FFFFFFF;
-  const References references = ReferencesOf(eventDocuments);
-  // A stream without a camera of its own is seen as one.
-  const auto isCamera = [&cameras](const Camera& it) {
-    return it.stream <= kWithoutSubChannel ||
-           std::none_of(cameras.begin(), cameras.end(), [&it](const Camera& other) {
-             return other.stream == (it.stream & kWithoutSubChannel);
-           });
-  };
+  References references;
+  for (const std::string& text : eventDocuments) {
+    const ParsedDocument document = ParseDocument(text.data(), text.size());
+    if (document.Root() != nullptr) Collect(*document.Root(), references);
+  }
+  if (references.actions.empty()) references.actions.insert(kDefaultAction);
 
-  const auto document = NewDocument();
-  TiXmlElement& root = AppendElement(*document, "tDVR");
-  root.SetAttribute("Delta", 0);
-  for (const Camera& camera : cameras) AppendStream(root, camera, isCamera(camera));
-  TiXmlElement& events = AppendElement(root, "Events");
+  std::string streams;
+  std::vector<SourceId> inputs;
+  for (const Camera& camera : cameras) {
+    const SourceId source{camera.stream};
+    // A stream without a camera of its own is seen as one.
+    const bool isCamera =
+        camera.stream <= kWithoutSubChannel ||
+        std::none_of(cameras.begin(), cameras.end(), [&camera](const Camera& other) {
+          return other.stream == (camera.stream & kWithoutSubChannel);
+        });
+    if (isCamera) inputs.push_back(source);
+    streams += InContext(source, (isCamera ? Input(source) : "") + Channel(camera));
+  }
+  std::string events;
   for (const std::int32_t id : references.groups) {
-    TiXmlElement& group = AppendElement(events, "SourceGroup");
-    group.SetAttribute("ID", id);
-    for (const Camera& camera : cameras) {
-      if (!isCamera(camera)) continue;
-      const SourceId source{camera.stream};
-      AppendInput(AppendContext(AppendElement(group, "Entry"), source), source);
+    events += "<SourceGroup ID='" + std::to_string(id) + "'>";
+    for (const SourceId source : inputs) {
+      events += "<Entry>" + InContext(source, Input(source)) + "</Entry>";
     }
+    events += "</SourceGroup>";
   }
   for (const std::int32_t action : references.actions) {
-    for (const Camera& camera : cameras) {
-      if (!isCamera(camera)) continue;
-      TiXmlElement& event = AppendElement(events, "Event");
-      event.SetAttribute("ID", action);
-      event.SetAttribute("PreAlarm", kPreAlarmSeconds);
-      const SourceId source{camera.stream};
-      AppendInput(AppendContext(event, source), source);
-      AppendElement(AppendElement(event, "Action"), "Notify");
+    for (const SourceId source : inputs) {
+      events += "<Event ID='" + std::to_string(action) + "'" +
+                Attribute("PreAlarm", kPreAlarmSeconds) + ">" + InContext(source, Input(source)) +
+                "<Action><Notify/></Action></Event>";
     }
   }
-  return PrintDocument(*document);
+  return "<tDVR Delta='0'>" + streams + "<Events>" + events + "</Events></tDVR>";
 }
 
 }  // namespace tvx::tool

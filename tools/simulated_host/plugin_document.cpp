@@ -3,8 +3,8 @@
 #include <tinyxml.h>
 
 #include <algorithm>
-#include <cstring>
 
+#include "config/xml_children.h"
 #include "config/xml_document.h"
 #include "host/host_records.h"
 
@@ -17,24 +17,25 @@ const TiXmlElement& Root(const ParsedDocument& document) {
   return *root;
 }
 
+[[noreturn]] void Missing(const std::string& what, const TiXmlElement& parent) {
+  throw DocumentError("has no " + what + " in its " + parent.ValueStr());
+}
+
 const TiXmlElement& Child(const TiXmlElement& parent, const char* name) {
   const TiXmlElement* child = parent.FirstChildElement(name);
-  if (child == nullptr) {
-    throw DocumentError("has no " + std::string(name) + " in its " + parent.ValueStr());
-  }
+  if (child == nullptr) Missing(name, parent);
   return *child;
 }
 
 std::int32_t Integer(const TiXmlElement& element, const char* name) {
   const auto value = IntAttribute(element, name);
-  if (!value)
-    throw DocumentError("has no integer " + std::string(name) + " in its " + element.ValueStr());
+  if (!value) Missing(std::string("integer ") + name, element);
   return *value;
 }
 
 std::string Text(const TiXmlElement& element, const char* name) {
   const auto text = TextAttribute(element, name);
-  if (!text) throw DocumentError("has no " + std::string(name) + " in its " + element.ValueStr());
+  if (!text) Missing(name, element);
   return *text;
 }
 
@@ -54,10 +55,9 @@ std::vector<ProfileStatus> ReadStatusDocument(const std::string& text) {
   const ParsedDocument document = ParseDocument(text.data(), text.size());
   const TiXmlElement& profiles = Child(Notify(Root(document)), "Profiles");
   std::vector<ProfileStatus> statuses;
-  for (const TiXmlElement* profile = profiles.FirstChildElement("Profile"); profile != nullptr;
-       profile = profile->NextSiblingElement("Profile")) {
+  for (const TiXmlElement& profile : Children(profiles, "Profile")) {
     statuses.push_back(
-        {Integer(*profile, "ID"), Integer(*profile, "Status"), Integer(*profile, "Time")});
+        {Integer(profile, "ID"), Integer(profile, "Status"), Integer(profile, "Time")});
   }
   return statuses;
 }
@@ -74,15 +74,13 @@ std::variant<Configuration, ModuleRegistration> ReadConfigDocument(const std::st
   const TiXmlElement& notify = Notify(root);
   Configuration configuration;
   configuration.smtps = notify.Attribute("SSL") != nullptr;
-  for (const TiXmlElement* server = Child(notify, "Servers").FirstChildElement("smtp");
-       server != nullptr; server = server->NextSiblingElement("smtp")) {
+  for ([[maybe_unused]] const TiXmlElement& server : Children(Child(notify, "Servers"), "smtp")) {
     ++configuration.servers;
   }
-  for (const TiXmlElement* profile = Child(notify, "Profiles").FirstChildElement("smtp");
-       profile != nullptr; profile = profile->NextSiblingElement("smtp")) {
-    configuration.profiles.emplace_back(Integer(*profile, "ID"), Text(*profile, "description"));
+  for (const TiXmlElement& profile : Children(Child(notify, "Profiles"), "smtp")) {
+    configuration.profiles.emplace_back(Integer(profile, "ID"), Text(profile, "description"));
     configuration.longestClip =
-        std::max(configuration.longestClip, Integer(*profile, "MaxVideoSeconds"));
+        std::max(configuration.longestClip, Integer(profile, "MaxVideoSeconds"));
   }
   return configuration;
 }
@@ -92,13 +90,11 @@ std::vector<std::int32_t> ProfilesOfEvent(const std::string& text) {
   const ParsedDocument document = ParseDocument(text.data(), text.size());
   const TiXmlElement* root = document.Root();
   if (root == nullptr) return ids;
-  for (const TiXmlElement* notify = root->FirstChildElement("Notify"); notify != nullptr;
-       notify = notify->NextSiblingElement("Notify")) {
-    const TiXmlElement* profiles = notify->FirstChildElement("Profiles");
-    if (profiles == nullptr || !IsOurs(*notify)) continue;
-    for (const TiXmlElement* profile = profiles->FirstChildElement(); profile != nullptr;
-         profile = profile->NextSiblingElement()) {
-      if (const auto id = IntAttribute(*profile, "ID")) ids.push_back(*id);
+  for (const TiXmlElement& notify : Children(*root, "Notify")) {
+    const TiXmlElement* profiles = notify.FirstChildElement("Profiles");
+    if (profiles == nullptr || !IsOurs(notify)) continue;
+    for (const TiXmlElement& profile : Children(*profiles)) {
+      if (const auto id = IntAttribute(profile, "ID")) ids.push_back(*id);
     }
   }
   return ids;

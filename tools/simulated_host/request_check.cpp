@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <optional>
 
 namespace tvx::tool {
 namespace {
@@ -22,33 +21,25 @@ class Faults {
     list_.emplace_back(text);
   }
 
-  void Expect(bool holds, const char* otherwise) {
+  void ExpectKind(PayloadKind expected, PayloadKind found) {
+    ExpectWord("payload kind", static_cast<std::uint32_t>(expected),
+               static_cast<std::uint32_t>(found));
+  }
+
+  // Returns whether it holds.
+  bool Expect(bool holds, const char* otherwise) {
     if (!holds) list_.emplace_back(otherwise);
+    return holds;
   }
 
  private:
   std::vector<std::string>& list_;
 };
 
-std::optional<PayloadKind> ExpectedPayloadKind(HostCommand command) {
-  switch (command) {
-    case HostCommand::StatusDocument:
-    case HostCommand::ConfigDocument:
-      return PayloadKind::Document;
-    case HostCommand::Log:
-      return PayloadKind::LogLine;
-    case HostCommand::Watchdog:
-      return PayloadKind::Watchdog;
-    case HostCommand::ReleaseFrame:
-    case HostCommand::ChannelMessage:
-      return PayloadKind::None;
-  }
-  return std::nullopt;
-}
-
 void CheckLog(const HostRequest& request, Faults& faults) {
-  if (request.payload == nullptr || request.length == 0 || request.length > kMaxLogLength) {
-    faults.Expect(false, "a log line has 1 to 512 bytes, its NUL counted");
+  if (!faults.Expect(
+          request.payload != nullptr && request.length > 0 && request.length <= kMaxLogLength,
+          "a log line has 1 to 512 bytes, its NUL counted")) {
     return;
   }
   const void* end = std::memchr(request.payload, 0, request.length);
@@ -60,9 +51,9 @@ void CheckLog(const HostRequest& request, Faults& faults) {
 
 void CheckChunk(const HostRequest& request, Faults& faults) {
   constexpr std::uint32_t kCountingBits = 0xFFFFF;
-  if (request.payload == nullptr || request.length < sizeof(ChunkHeader) ||
-      request.length > kMaxChunkSize) {
-    faults.Expect(false, "a channel chunk has 16 to 65536 bytes");
+  if (!faults.Expect(request.payload != nullptr && request.length >= sizeof(ChunkHeader) &&
+                         request.length <= kMaxChunkSize,
+                     "a channel chunk has 16 to 65536 bytes")) {
     return;
   }
   ChunkHeader header{};
@@ -78,23 +69,29 @@ void CheckChunk(const HostRequest& request, Faults& faults) {
 void CheckPayload(const HostRequest& request, Faults& faults) {
   switch (request.command) {
     case HostCommand::Log:
+      faults.ExpectKind(PayloadKind::LogLine, request.payloadKind);
       return CheckLog(request, faults);
     case HostCommand::ChannelMessage:
+      faults.ExpectKind(PayloadKind::None, request.payloadKind);
       return CheckChunk(request, faults);
     case HostCommand::StatusDocument:
     case HostCommand::ConfigDocument:
-      if (request.payload == nullptr || request.length == 0) {
-        return faults.Expect(false, "a document has text");
+      faults.ExpectKind(PayloadKind::Document, request.payloadKind);
+      if (faults.Expect(request.payload != nullptr && request.length > 0, "a document has text")) {
+        faults.Expect(std::memchr(request.payload, 0, request.length) == nullptr,
+                      "the length of a document counts its text only");
       }
-      return faults.Expect(std::memchr(request.payload, 0, request.length) == nullptr,
-                           "the length of a document counts its text only");
+      return;
     case HostCommand::Watchdog:
+      faults.ExpectKind(PayloadKind::Watchdog, request.payloadKind);
       faults.Expect(request.payload == nullptr, "a watchdog event has no payload");
       return faults.ExpectWord("the length of a watchdog event", 0, request.length);
     case HostCommand::ReleaseFrame:
+      faults.ExpectKind(PayloadKind::None, request.payloadKind);
       faults.Expect(request.payload != nullptr, "a frame is released by its handle");
       return faults.ExpectWord("the length of a frame release", 0, request.length);
   }
+  faults.Expect(false, "the command is unknown");
 }
 
 }  // namespace
@@ -117,14 +114,7 @@ std::vector<std::string> FindRequestFaults(const HostRequest& request, const Hos
   faults.ExpectWord("the size of the reply", sizeof(HostReply), reply.size);
   faults.ExpectWord("the version of the reply", 1, reply.version);
   faults.ExpectWord("the status of the reply", 0, reply.status);
-
-  const std::optional<PayloadKind> kind = ExpectedPayloadKind(request.command);
-  faults.Expect(kind.has_value(), "the command is unknown");
-  if (kind) {
-    faults.ExpectWord("payload kind", static_cast<std::uint32_t>(*kind),
-                      static_cast<std::uint32_t>(request.payloadKind));
-    CheckPayload(request, faults);
-  }
+  CheckPayload(request, faults);
   return list;
 }
 

@@ -6,9 +6,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <optional>
 #include <sstream>
 #include <system_error>
+#include <utility>
 
 #include "simulated_host/camera_document.h"
 
@@ -16,13 +16,6 @@ namespace tvx::tool {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::optional<DocumentKind> KindOf(const std::string& word) {
-  if (word == "system") return DocumentKind::System;
-  if (word == "update") return DocumentKind::Update;
-  if (word == "event") return DocumentKind::Event;
-  return std::nullopt;
-}
 
 std::string ReadFile(const std::string& path) {
   std::ostringstream text;
@@ -77,28 +70,31 @@ Step ReadWait(std::istream& words) {
   return Pause{ReadSeconds(what)};
 }
 
-Step ReadMailServer(const std::string& word) {
-  if (word == "up") return SetMailServer{true};
-  if (word == "down") return SetMailServer{false};
-  throw ScenarioError("\"mail-server\" is followed by \"up\" or \"down\"");
-}
-
 Step ReadStep(const std::string& line, const fs::path& folder) {
   std::istringstream words(line);
   std::string word;
   words >> word;
   if (word == "wait") return ReadWait(words);
   const std::string argument = Rest(words);
-  if (word == "mail-server") return ReadMailServer(argument);
   if (word == "camera") return ReadCameraStep(argument, folder.string());
+  if (word == "mail-server") {
+    if (argument == "up") return SetMailServer{true};
+    if (argument == "down") return SetMailServer{false};
+    throw ScenarioError("\"mail-server\" is followed by \"up\" or \"down\"");
+  }
   if (word == "tick") {
     if (!argument.empty()) throw ScenarioError("nothing can follow \"tick\"");
     return SendTick{};
   }
-  const std::optional<DocumentKind> kind = KindOf(word);
-  if (!kind) throw ScenarioError("unknown step \"" + word + "\"");
-  if (argument.empty()) throw ScenarioError("\"" + word + "\" is followed by a file name");
-  return ReadDocument(*kind, (folder / argument).string());
+  constexpr std::pair<const char*, DocumentKind> kDocuments[] = {{"system", DocumentKind::System},
+                                                                 {"update", DocumentKind::Update},
+                                                                 {"event", DocumentKind::Event}};
+  for (const auto& [name, kind] : kDocuments) {
+    if (word != name) continue;
+    if (argument.empty()) throw ScenarioError("\"" + word + "\" is followed by a file name");
+    return ReadDocument(kind, (folder / argument).string());
+  }
+  throw ScenarioError("unknown step \"" + word + "\"");
 }
 
 }  // namespace

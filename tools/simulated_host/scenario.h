@@ -1,21 +1,8 @@
 // What the host does between start and stop, step by step.
 //
-// A scenario file has one step a line; blank lines and lines that begin with "#" are skipped:
-//
-//   system FILE        send a full system document
-//   update FILE        send a configuration document
-//   event FILE         send an event document
-//   camera STREAM CODEC [FILE]
-//                      feed a stream's frames from now on (camera.h)
-//   tick               send a tick beside those of every second
-//   wait SECONDS       let the time pass
-//   wait idle          until no program runs and every event has been reported on
-//   wait delivered N   until N notifications have been delivered since the start
-//   mail-server up     start the mail server, and wait until it is up
-//   mail-server down   stop it, and wait until it is gone
-//
-// File names are relative to the folder of the scenario file. Documents are read with the scenario,
-// so that a missing one is found before anything is sent.
+// A scenario file has one step a line (`notifypi host --help` lists them); blank lines and lines that
+// begin with "#" are skipped. File names are relative to its folder. Documents are read with the
+// scenario, so that a missing one is found before anything is sent.
 #pragma once
 
 #include <stdexcept>

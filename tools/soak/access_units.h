@@ -15,7 +15,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "simulated_host/video_codec.h"
+#include "simulated_host/camera.h"
 
 namespace tvx::tool {
 
