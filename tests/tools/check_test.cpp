@@ -13,7 +13,6 @@
 #include <string>
 
 #include "config/templates.h"
-#include "configuration_check/check_report.h"
 #include "support/temporary_folder.h"
 
 namespace tvx::tool {

@@ -10,9 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "preview/event_options.h"
-#include "preview/preview_report.h"
-
 namespace tvx::tool {
 namespace {
 

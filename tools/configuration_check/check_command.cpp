@@ -6,7 +6,6 @@
 #include <string>
 
 #include "commands.h"
-#include "configuration_check/check_report.h"
 #include "configuration_check/configuration_check.h"
 #include "text/palette.h"
 

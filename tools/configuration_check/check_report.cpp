@@ -1,4 +1,4 @@
-#include "configuration_check/check_report.h"
+#include "configuration_check/configuration_check.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -53,10 +53,20 @@ bool IsLoopback(const std::string& address) {
 }
 
 struct Settings {
+  const std::string& file;
+  const TiXmlElement& block;
   const NotifyConfig& kept;
-  const WebServerAddress web;
-  const bool isOpenToAll;  // the file: everybody may read or write it
+  const WebServerAddress web = ParseWebServerAddress(kept.webAddress);
 
+  Place At(const char* in) const { return in == nullptr ? Place() : PlaceOf(block, in); }
+  Facts Words() const {
+    return {{"MaxRetrySeconds", kept.MaxRetrySeconds},
+            {"MaxRetryQueue", kept.MaxRetryQueue},
+            {"EmailSizeLimitMB", kept.EmailSizeLimitMB},
+            {"webAddress", kept.webAddress},
+            {"webPort", web.port},
+            {"file", file}};
+  }
   bool HasWeb() const { return !kept.webAddress.empty(); }
   bool IsWebReachable() const {
     return (IsHostName(web.host) || IsIPv6Literal(web.host)) && IsPort(web.port);
@@ -64,70 +74,72 @@ struct Settings {
   bool IsLimitTooLarge() const {
     return MegabytesToBytes(kept.EmailSizeLimitMB) == std::numeric_limits<std::uint32_t>::max();
   }
+  // Whether everybody may read or write the file.
+  bool IsOpenToAll() const {
+    struct stat status {};
+    return ::stat(file.c_str(), &status) == 0 && (status.st_mode & (S_IROTH | S_IWOTH)) != 0;
+  }
 };
 
 constexpr Rule<Settings> kSettingRules[] = {
-    {Severity::Warning, "MaxRetrySeconds", "limit", "MaxRetrySeconds is $MaxRetrySeconds",
+    {kWarning, "MaxRetrySeconds", "limit", "MaxRetrySeconds is $MaxRetrySeconds",
      "a message is that old at once",
      "a message that could not be sent is tried once more, and then discarded",
      "write seconds, as 172800 for two days",
      [](const Settings& it) { return it.kept.MaxRetrySeconds <= 0; }},
-    {Severity::Warning, "MaxRetryQueue", "limit", "MaxRetryQueue is $MaxRetryQueue",
-     "no message may wait", "one message waits all the same, and goes when another one comes",
+    {kWarning, "MaxRetryQueue", "limit", "MaxRetryQueue is $MaxRetryQueue", "no message may wait",
+     "one message waits all the same, and goes when another one comes",
      "write how many messages may wait, as 100",
      [](const Settings& it) { return it.kept.MaxRetryQueue <= 0; }},
-    {Severity::Warning, "EmailSizeLimitMB", "limit", "EmailSizeLimitMB is 0", "no video has room",
+    {kWarning, "EmailSizeLimitMB", "limit", "EmailSizeLimitMB is 0", "no video has room",
      "no video and no picture is attached", "write MiB, as 10",
      [](const Settings& it) { return it.kept.EmailSizeLimitMB == 0; }},
-    {Severity::Warning, "EmailSizeLimitMB", "limit", "EmailSizeLimitMB is $EmailSizeLimitMB",
+    {kWarning, "EmailSizeLimitMB", "limit", "EmailSizeLimitMB is $EmailSizeLimitMB",
      "it is negative or above 4095", "it counts as 4 GiB, which is no limit", "write MiB, as 10",
      [](const Settings& it) { return it.IsLimitTooLarge(); }},
-    {Severity::Warning, "Servers/", "no-servers", "there is no mail server",
+    {kWarning, "Servers/", "no-servers", "there is no mail server",
      "no element \"smtp\" in \"Servers\" is kept", "every message is dropped",
      "add an \"smtp\" with \"description\" and \"address\" to \"Servers\"",
      [](const Settings& it) { return it.kept.servers.empty(); }},
-    {Severity::Warning, "Profiles/", "no-profiles", "there is no profile",
+    {kWarning, "Profiles/", "no-profiles", "there is no profile",
      "no element \"smtp\" in \"Profiles\" is kept", "no event sends a mail",
      "add an \"smtp\" with \"ID\", \"description\", \"from\", \"subject\" and a \"to\" to "
      "\"Profiles\"",
      [](const Settings& it) { return it.kept.profiles.empty(); }},
-    {Severity::Warning, "Web/address", "web-address", "the web server cannot be reached",
+    {kWarning, "Web/address", "web-address", "the web server cannot be reached",
      "\"$webAddress\" is more or less than a host and a port",
      "\"[Web Server Unreachable]\" stands in the place of every link",
      "write it as \"http://host\" or \"http://host:81\"",
      [](const Settings& it) { return it.HasWeb() && !it.IsWebReachable(); }},
-    {Severity::Warning, "Web/address", "web-address", "the web server is asked without encryption",
+    {kWarning, "Web/address", "web-address", "the web server is asked without encryption",
      "\"$webAddress\" asks for https, which the plug-in does not speak",
      "it is asked by http at port $webPort", "write an address where the web server speaks http",
      [](const Settings& it) {
        return it.HasWeb() && it.IsWebReachable() &&
               ::strncasecmp(it.kept.webAddress.c_str(), "https://", 8) == 0;
      }},
-    {Severity::Warning, nullptr, "file-mode", "everybody on this machine can read the passwords",
+    {kWarning, nullptr, "file-mode", "everybody on this machine can read the passwords",
      "the file's permissions allow it", "the plug-in leaves them as they are", "chmod o= $file",
      [](const Settings& it) {
-       return it.isOpenToAll &&
+       return it.IsOpenToAll() &&
               std::any_of(it.kept.servers.begin(), it.kept.servers.end(),
                           [](const SmtpServer& server) { return !server.password.empty(); });
      }},
 };
 
-enum class AddressForm { Good, Empty, BareIPv6, Url, WithPort, Other };
-
-AddressForm FormOf(const std::string& address) {
-  if (IsHostName(address) || IsBracketedIPv6(address)) return AddressForm::Good;
-  if (address.empty()) return AddressForm::Empty;
-  if (IsIPv6Literal(address)) return AddressForm::BareIPv6;
-  if (address.find("://") != std::string::npos) return AddressForm::Url;
-  if (address.find(':') != std::string::npos) return AddressForm::WithPort;
-  return AddressForm::Other;
-}
-
 struct Server {
+  const TiXmlElement& element;
   const SmtpServer& kept;
-  const AddressForm form;
   const bool isRepeated;
 
+  Place At(const char* in) const { return PlaceOf(element, in); }
+  Facts Words() const {
+    Facts facts = kept;
+    facts["name"] = NameOf(element);
+    return facts;
+  }
+  bool IsAddressGood() const { return IsHostName(kept.address) || IsBracketedIPv6(kept.address); }
+  bool Holds(const char* text) const { return kept.address.find(text) != std::string::npos; }
   bool IsEncrypted() const {
     return kept.UseSSL == use_ssl::kSmtps || kept.UseSSL == use_ssl::kStartTls;
   }
@@ -137,102 +149,80 @@ constexpr const char* kUnreachable = "$name cannot be reached";
 constexpr const char* kWriteHost = "write the name or address of the mail server, and nothing else";
 
 constexpr Rule<Server> kServerRules[] = {
-    {Severity::Warning, "address", "server-address", kUnreachable, "its address is empty",
-     kTransferFails, kWriteHost, [](const Server& it) { return it.form == AddressForm::Empty; }},
-    {Severity::Warning, "address", "server-address", kUnreachable,
+    {kWarning, "address", "server-address", kUnreachable, "its address is empty", kTransferFails,
+     kWriteHost, [](const Server& it) { return it.kept.address.empty(); }},
+    {kWarning, "address", "server-address", kUnreachable,
      "\"$address\" is an IPv6 address without brackets", kTransferFails, "write \"[$address]\"",
-     [](const Server& it) { return it.form == AddressForm::BareIPv6; }},
-    {Severity::Warning, "address", "server-address", kUnreachable, "\"$address\" is a URL",
-     kTransferFails, kWriteHost, [](const Server& it) { return it.form == AddressForm::Url; }},
-    {Severity::Warning, "address", "server-address", kUnreachable, "\"$address\" holds a port",
+     [](const Server& it) { return IsIPv6Literal(it.kept.address); }},
+    {kWarning, "address", "server-address", kUnreachable, "\"$address\" is a URL", kTransferFails,
+     kWriteHost, [](const Server& it) { return it.Holds("://"); }},
+    {kWarning, "address", "server-address", kUnreachable, "\"$address\" holds a port",
      kTransferFails, "write the port as the attribute \"port\"",
-     [](const Server& it) { return it.form == AddressForm::WithPort; }},
-    {Severity::Warning, "address", "server-address", kUnreachable,
+     [](const Server& it) {
+       return !it.IsAddressGood() && it.Holds(":") && !it.Holds("://") &&
+              !IsIPv6Literal(it.kept.address);
+     }},
+    {kWarning, "address", "server-address", kUnreachable,
      "\"$address\" holds characters that no host name has", kTransferFails, kWriteHost,
-     [](const Server& it) { return it.form == AddressForm::Other; }},
-    {Severity::Warning, "port", "port", kUnreachable, "its port $port is not within 1 to 65535",
+     [](const Server& it) {
+       return !it.IsAddressGood() && !it.kept.address.empty() && !it.Holds(":");
+     }},
+    {kWarning, "port", "port", kUnreachable, "its port $port is not within 1 to 65535",
      kTransferFails, "write the port of the mail server: 25, 465 or 587 most often",
      [](const Server& it) { return it.kept.port < 1 || it.kept.port > kLargestPort; }},
-    {Severity::Warning, "UseSSL", "use-ssl", "$name is spoken to without encryption",
+    {kWarning, "UseSSL", "use-ssl", "$name is spoken to without encryption",
      "its UseSSL $UseSSL is none of 0, 1 and 2", "it counts as 0",
      "write 0 for none, 1 for TLS from the first byte, 2 for STARTTLS",
      [](const Server& it) { return !it.IsEncrypted() && it.kept.UseSSL != use_ssl::kPlain; }},
-    {Severity::Warning, "UseSSL", "tls-mismatch",
-     "$name is spoken to without TLS from the first byte",
+    {kWarning, "UseSSL", "tls-mismatch", "$name is spoken to without TLS from the first byte",
      "its UseSSL is $UseSSL, while servers at port $port wait for TLS", kTransferFails,
      "write UseSSL=\"1\"",
      [](const Server& it) { return it.kept.port == 465 && it.kept.UseSSL != use_ssl::kSmtps; }},
-    {Severity::Warning, "UseSSL", "tls-mismatch", "$name is spoken to with TLS from the first byte",
+    {kWarning, "UseSSL", "tls-mismatch", "$name is spoken to with TLS from the first byte",
      "its UseSSL is 1, while servers at port $port begin without", kTransferFails,
      "write UseSSL=\"2\" for STARTTLS, or port=\"465\"",
      [](const Server& it) {
        return (it.kept.port == 25 || it.kept.port == 587) && it.kept.UseSSL == use_ssl::kSmtps;
      }},
-    {Severity::Warning, "Authentication/username", "login", "$name is used without login",
+    {kWarning, "Authentication/username", "login", "$name is used without login",
      "its user name is empty", "the password is never sent",
      "write the user name, or remove \"Authentication\"",
      [](const Server& it) { return it.kept.username.empty() && !it.kept.password.empty(); }},
-    {Severity::Warning, "Authentication/password", "login",
-     "$name is logged in to without password", "its password is empty",
-     "the server decides about it", "write the password, or remove \"Authentication\"",
+    {kWarning, "Authentication/password", "login", "$name is logged in to without password",
+     "its password is empty", "the server decides about it",
+     "write the password, or remove \"Authentication\"",
      [](const Server& it) { return !it.kept.username.empty() && it.kept.password.empty(); }},
-    {Severity::Warning, "Authentication/username", "login", "$name gets another login than this",
+    {kWarning, "Authentication/username", "login", "$name gets another login than this",
      "its user name holds a \":\"", "the user name ends there, and the password begins",
      "use a user name without \":\"",
      [](const Server& it) { return it.kept.username.find(':') != std::string::npos; }},
-    {Severity::Warning, "Authentication/password", "plain-login",
-     "$name gets the password unencrypted", "its UseSSL is not 1 or 2",
-     "everybody on the way can read it", "write UseSSL=\"2\", if the server knows STARTTLS",
+    {kWarning, "Authentication/password", "plain-login", "$name gets the password unencrypted",
+     "its UseSSL is not 1 or 2", "everybody on the way can read it",
+     "write UseSSL=\"2\", if the server knows STARTTLS",
      [](const Server& it) {
        return !it.kept.username.empty() && !it.IsEncrypted() && !IsLoopback(it.kept.address);
      }},
-    {Severity::Warning, "description", "repeated-server",
-     "$name says the same as a server before it", "all its values are the same",
-     "each message is tried at it twice", "remove one of them",
+    {kWarning, "description", "repeated-server", "$name says the same as a server before it",
+     "all its values are the same", "each message is tried at it twice", "remove one of them",
      [](const Server& it) { return it.isRepeated; }},
 };
 
-bool MayBeReadByAll(const std::string& path) {
-  struct stat status {};
-  return ::stat(path.c_str(), &status) == 0 && (status.st_mode & (S_IROTH | S_IWOTH)) != 0;
+bool ComesBefore(const SmtpServer* a, const SmtpServer* b) {
+  const auto values = [](const SmtpServer& it) {
+    return std::tie(it.description, it.address, it.port, it.UseSSL, it.username, it.password);
+  };
+  return values(*a) < values(*b);
 }
 
 }  // namespace
 
 void AddDeliveryFindings(const std::string& path, const TiXmlElement& block, const Reading& reading,
                          const NotifyConfig& kept, Findings& findings) {
-  const Settings settings{kept, ParseWebServerAddress(kept.webAddress), MayBeReadByAll(path)};
-  Apply(
-      kSettingRules, settings,
-      [&](const char* at) { return at == nullptr ? Place() : PlaceOf(block, at); },
-      [&]() -> Facts {
-        return {{"MaxRetrySeconds", kept.MaxRetrySeconds},
-                {"MaxRetryQueue", kept.MaxRetryQueue},
-                {"EmailSizeLimitMB", kept.EmailSizeLimitMB},
-                {"webAddress", kept.webAddress},
-                {"webPort", settings.web.port},
-                {"file", path}};
-      },
-      findings);
-
-  const auto less = [](const SmtpServer* a, const SmtpServer* b) {
-    const auto values = [](const SmtpServer& it) {
-      return std::tie(it.description, it.address, it.port, it.UseSSL, it.username, it.password);
-    };
-    return values(*a) < values(*b);
-  };
-  std::set<const SmtpServer*, decltype(less)> before(less);
+  Apply(kSettingRules, Settings{path, block, kept}, findings);
+  std::set<const SmtpServer*, decltype(&ComesBefore)> before(&ComesBefore);
   auto element = reading.Servers().begin();
   for (const SmtpServer& server : kept.servers) {
-    const TiXmlElement& at = **element++;
-    const Server thing{server, FormOf(server.address), !before.insert(&server).second};
-    const auto facts = [&] {
-      Facts known = server;
-      known["name"] = NameOf(at);
-      return known;
-    };
-    Apply(
-        kServerRules, thing, [&](const char* in) { return PlaceOf(at, in); }, facts, findings);
+    Apply(kServerRules, Server{**element++, server, !before.insert(&server).second}, findings);
   }
 }
 

@@ -2,6 +2,7 @@
 // Threads: plain values, their owner's.
 #pragma once
 
+#include <cstddef>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -12,6 +13,8 @@ enum class Severity {
   Error,    // something that the file says is not taken as it says
   Warning,  // taken, but surely not meant
 };
+constexpr Severity kError = Severity::Error;
+constexpr Severity kWarning = Severity::Warning;
 
 // Where in the file, from 1; line 0 is the file as a whole.
 struct Place {
@@ -31,12 +34,15 @@ struct Finding {
 };
 using Findings = std::vector<Finding>;
 
+// What the words of a rule stand for: texts and numbers by name.
+using Facts = nlohmann::json;
+
 // A kind of finding: a row in a table of those that concern one kind of thing. In its texts $word
 // stands for the fact of this name.
 template <typename Thing>
 struct Rule {
   Severity severity;
-  const char* at;  // where in the element: "attribute", "child/" or "child/attribute"
+  const char* at;  // where in the thing's element: "attribute", "child/" or "child/attribute"
   const char* code;
   const char* what;
   const char* why;
@@ -45,22 +51,17 @@ struct Rule {
   bool (*applies)(const Thing&);
 };
 
-// What the words of a rule stand for: texts and numbers by name.
-using Facts = nlohmann::json;
-
-// The text with its words replaced. Throws std::out_of_range for one that is no fact.
+// The text with its words replaced. Throws an exception of Facts for one that is no fact.
 std::string Fill(const char* text, const Facts& facts);
 
-// Adds a finding for each rule that applies to the thing. placeOf(rule.at) gives its place; facts()
-// is asked only when there is something to say.
-template <typename Thing, typename Rules, typename PlaceOf, typename FactsOf>
-void Apply(const Rules& rules, const Thing& thing, const PlaceOf& placeOf, const FactsOf& facts,
-           Findings& findings) {
+// Adds a finding for each rule that applies to the thing, which tells its places and facts.
+template <typename Thing, std::size_t count>
+void Apply(const Rule<Thing> (&rules)[count], const Thing& thing, Findings& findings) {
   for (const Rule<Thing>& rule : rules) {
     if (!rule.applies(thing)) continue;
-    const Facts known = facts();
-    findings.push_back({rule.severity, placeOf(rule.at), rule.code, Fill(rule.what, known),
-                        Fill(rule.why, known), Fill(rule.effect, known), Fill(rule.fix, known)});
+    const Facts facts = thing.Words();
+    findings.push_back({rule.severity, thing.At(rule.at), rule.code, Fill(rule.what, facts),
+                        Fill(rule.why, facts), Fill(rule.effect, facts), Fill(rule.fix, facts)});
   }
 }
 

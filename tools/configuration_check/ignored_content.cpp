@@ -15,38 +15,38 @@ namespace {
 
 constexpr const char* kBlanks = " \t\r\n";
 
-enum class Ignored {
-  Attribute,
-  StrayText,
-  Content,  // of a text element, that is no text
-  SecondRoot,
-  RepeatedElement,
-  UnknownElement,
+struct Ignored {
+  enum Kind { Attribute, StrayText, NoText, SecondRoot, RepeatedElement, UnknownElement };
+  const Kind kind;
+  const Place place;
+  const TiXmlElement& element;  // that is ignored, or that holds it
+  const std::string word;       // name or text of what is ignored
+  const std::string hint = {};
+
+  Place At(const char*) const { return place; }
+  Facts Words() const { return {{"name", NameOf(element)}, {"word", word}, {"hint", hint}}; }
 };
 
-template <Ignored kind>
+template <Ignored::Kind kind>
 bool Is(const Ignored& it) {
-  return it == kind;
+  return it.kind == kind;
 }
 
 constexpr Rule<Ignored> kIgnoredRules[] = {
-    {Severity::Error, "", "unknown-attribute", "the attribute \"$word\" of $name is ignored",
+    {kError, "", "unknown-attribute", "the attribute \"$word\" of $name is ignored",
      "the plug-in reads no such attribute there", "it has no effect", "remove it$hint",
      Is<Ignored::Attribute>},
-    {Severity::Error, "", "stray-text", "the text \"$word\" is ignored", "it stands in $name$hint",
+    {kError, "", "stray-text", "the text \"$word\" is ignored", "it stands in $name$hint",
      "it has no effect", "remove it, or move it to where it is meant", Is<Ignored::StrayText>},
-    {Severity::Error, "", "no-text", "$name is read as \"$word\"",
+    {kError, "", "no-text", "$name is read as \"$word\"",
      "a comment or the like stands before its text", "the text is ignored",
-     "begin the element with its text", Is<Ignored::Content>},
-    {Severity::Error, "", "unknown-element", "$name is ignored",
-     "the document has another root before it", "it has no effect", "remove it",
-     Is<Ignored::SecondRoot>},
-    {Severity::Error, "", "repeated-element", "$name is ignored",
-     "only the first \"$word\" there is read", "it has no effect", "remove it",
-     Is<Ignored::RepeatedElement>},
-    {Severity::Error, "", "unknown-element", "$name is ignored",
-     "the plug-in reads no such element there", "it has no effect", "remove it$hint",
-     Is<Ignored::UnknownElement>},
+     "begin the element with its text", Is<Ignored::NoText>},
+    {kError, "", "unknown-element", "$name is ignored", "the document has another root before it",
+     "it has no effect", "remove it", Is<Ignored::SecondRoot>},
+    {kError, "", "repeated-element", "$name is ignored", "only the first \"$word\" there is read",
+     "it has no effect", "remove it", Is<Ignored::RepeatedElement>},
+    {kError, "", "unknown-element", "$name is ignored", "the plug-in reads no such element there",
+     "it has no effect", "remove it$hint", Is<Ignored::UnknownElement>},
 };
 
 // Names that the plug-in writes into a file: what it reads back, and what only the server reads.
@@ -85,7 +85,7 @@ class IgnoredContent {
       if (child != nullptr && reading_.Knows(*child)) read.insert(child->ValueStr());
       if (reading_.IsContent(*node)) {
         if (node->ToText() == nullptr) {
-          Add(Ignored::Content, PlaceOf(*node), element, node->ValueStr());
+          Add({Ignored::NoText, PlaceOf(*node), element, node->ValueStr()});
         }
       } else if (node->ToText() != nullptr) {
         AddStray(element, *node);
@@ -100,7 +100,7 @@ class IgnoredContent {
   // The root, where the reader looks for its block only, and what is beside it.
   void WalkAround(const TiXmlElement& root, const TiXmlElement& block) {
     for (auto at = root.NextSiblingElement(); at != nullptr; at = at->NextSiblingElement()) {
-      Add(Ignored::SecondRoot, PlaceOf(*at), *at);
+      Add({Ignored::SecondRoot, PlaceOf(*at), *at, {}});
     }
     for (auto at = root.FirstChildElement(); at != nullptr; at = at->NextSiblingElement()) {
       if (at != &block) Ignore(*at, at->ValueStr() == block.ValueStr());
@@ -108,22 +108,14 @@ class IgnoredContent {
   }
 
  private:
-  void Add(Ignored kind, const Place& place, const TiXmlElement& element,
-           const std::string& word = {}, const std::string& hint = {}) {
-    Apply(
-        kIgnoredRules, kind, [&](const char*) { return place; },
-        [&]() -> Facts {
-          return {{"name", NameOf(element)}, {"word", word}, {"hint", hint}};
-        },
-        findings_);
-  }
+  void Add(const Ignored& ignored) { Apply(kIgnoredRules, ignored, findings_); }
 
   void Look(const TiXmlElement& element, const TiXmlAttribute& attribute) {
     const std::string name = attribute.Name();
     const std::set<std::string>& known = reading_.Attributes(element);
     if (known.count(name) != 0) return;
     if (element.ValueStr() == "Notify" && written_.count(name) != 0) return;
-    Add(Ignored::Attribute, PlaceOf(attribute), element, name, SpellingHint(known, name));
+    Add({Ignored::Attribute, PlaceOf(attribute), element, name, SpellingHint(known, name)});
   }
 
   void AddStray(const TiXmlElement& element, const TiXmlNode& node) {
@@ -134,8 +126,8 @@ class IgnoredContent {
     const auto lines =
         std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(begin), '\n');
     if (lines > 0) place = {place.line + static_cast<int>(lines), 0};
-    Add(Ignored::StrayText, place, element, text.substr(begin, end - begin),
-        element.FirstChild() == &node ? "" : " behind something else");
+    Add({Ignored::StrayText, place, element, text.substr(begin, end - begin),
+         element.FirstChild() == &node ? "" : " behind something else"});
   }
 
   void Ignore(const TiXmlElement& element, bool isRepeated) {
@@ -144,9 +136,10 @@ class IgnoredContent {
         "Authentication", "to",  "cc",      "bcc",      "body"};
     const std::string& name = element.ValueStr();
     if (isRepeated) {
-      Add(Ignored::RepeatedElement, PlaceOf(element), element, name);
+      Add({Ignored::RepeatedElement, PlaceOf(element), element, name});
     } else {
-      Add(Ignored::UnknownElement, PlaceOf(element), element, name, SpellingHint(kElements, name));
+      Add({Ignored::UnknownElement, PlaceOf(element), element, name,
+           SpellingHint(kElements, name)});
     }
   }
 

@@ -13,7 +13,9 @@
 #include <string>
 #include <vector>
 
+#include "config/notify_profile.h"
 #include "config/notify_read_observer.h"
+#include "config/xml_children.h"
 
 namespace tvx::tool {
 
@@ -46,20 +48,44 @@ class Reading : public NotifyReadObserver {
   // Whether the node was taken as a text element's content.
   bool IsContent(const TiXmlNode& node) const { return contents_.count(&node) != 0; }
   // The attributes that were looked for, whether or not they are there.
-  const std::set<std::string>& Attributes(const TiXmlElement& element) const;
+  const std::set<std::string>& Attributes(const TiXmlElement& element) const {
+    static const std::set<std::string> none;
+    const auto found = attributes_.find(&element);
+    return found == attributes_.end() ? none : found->second;
+  }
   bool IsSkipped(const TiXmlElement& element) const { return skipped_.count(&element) != 0; }
 
   // What the elements of this name within another hold, in order.
-  std::vector<const TiXmlNode*> Contents(const TiXmlElement& within, const char* name) const;
+  std::vector<const TiXmlNode*> Contents(const TiXmlElement& within, const char* name) const {
+    std::vector<const TiXmlNode*> contents;
+    for (const TiXmlElement& element : Children(within, name)) {
+      const TiXmlNode* content = element.FirstChild();
+      if (content != nullptr && IsContent(*content)) contents.push_back(content);
+    }
+    return contents;
+  }
 
-  void Enters(const TiXmlElement& element) override;
-  void TakesText(const TiXmlElement& element, const char* attribute) override;
+  void Enters(const TiXmlElement& element) override { known_.insert(&element); }
+  void TakesText(const TiXmlElement& element, const char* attribute) override {
+    attributes_[&element].insert(attribute);
+  }
   void TakesNumber(const TiXmlElement& element, const char* attribute,
-                   std::int32_t number) override;
-  void TakesContent(const TiXmlNode& content) override;
-  void Skips(const TiXmlElement& element, SkipReason reason, const char* name) override;
-  void Keeps(const TiXmlElement& element, const SmtpServer& server) override;
-  void Keeps(const TiXmlElement& element, const NotifyProfile& profile) override;
+                   std::int32_t number) override {
+    TakesText(element, attribute);
+    numbers_.push_back({&element, attribute, number});
+  }
+  void TakesContent(const TiXmlNode& content) override { contents_.insert(&content); }
+  void Skips(const TiXmlElement& element, SkipReason reason, const char* name) override {
+    skipped_.insert(&element);
+    skips_.push_back({&element, reason, name == nullptr ? "" : name});
+  }
+  void Keeps(const TiXmlElement& element, const SmtpServer&) override {
+    servers_.push_back(&element);
+  }
+  void Keeps(const TiXmlElement& element, const NotifyProfile& profile) override {
+    profiles_.push_back({&element, profile.ID});
+    profileElements_[profile.ID] = &element;
+  }
 
  private:
   std::set<const TiXmlElement*> known_;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <ios>
+#include <limits>
 #include <string>
 #include <utility>
 
@@ -16,16 +17,24 @@ class MemoryFileStream : public INotifyFileStream {
   // What has been written since the last open; leaves nothing.
   std::string TakeContent() { return std::exchange(content_, {}); }
 
-  bool open(const std::string& path, std::ios::openmode mode) override;
+  bool open(const std::string&, std::ios::openmode) override {
+    content_.clear();
+    return true;
+  }
   void close() override {}
   bool good() const override { return true; }
   bool fail() const override { return false; }
-  INotifyFileStream& write(const std::string& text) override;
-  INotifyFileStream& write(const char* text) override;
-  INotifyFileStream& write(std::int32_t number) override;
-  INotifyFileStream& write(std::uint32_t number) override;
+  INotifyFileStream& write(const std::string& text) override {
+    content_ += text;
+    return *this;
+  }
+  INotifyFileStream& write(const char* text) override { return write(std::string(text)); }
+  INotifyFileStream& write(std::int32_t number) override { return write(std::to_string(number)); }
+  INotifyFileStream& write(std::uint32_t number) override { return write(std::to_string(number)); }
   std::int32_t position() override { return static_cast<std::int32_t>(content_.size()); }
-  std::uint64_t space(const std::string& path) override;
+  std::uint64_t space(const std::string&) override {
+    return std::numeric_limits<std::uint64_t>::max();
+  }
   bool createDirectory(const std::string&) override { return true; }
   bool remove(const std::string&) override { return true; }
 

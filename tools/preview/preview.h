@@ -13,6 +13,7 @@
 #include "mail/attachment_entry.h"
 #include "preview/sample_event.h"
 #include "preview/template_trace.h"
+#include "text/palette.h"
 
 namespace tvx::tool {
 
@@ -52,5 +53,13 @@ struct Preview {
 Preview MakePreview(const SampleEvent& event, const SampleAttachments& attachments,
                     const std::shared_ptr<const NotifyConfig>& config,
                     const NotifyProfile& profile);
+
+// For people: the message, indented, and what became of its placeholders. Lines of the second half
+// begin with a mark: "+" replaced, "=" left as it is, "-" dropped, "!" a fault, "#" a remark.
+std::string PreviewText(const Preview& preview, const Palette& palette);
+
+// For programs: one JSON object (RFC 8259) in ASCII. Bytes that are no UTF-8 become the replacement
+// character; the message file has them as they are.
+std::string PreviewJson(const Preview& preview);
 
 }  // namespace tvx::tool

@@ -1,9 +1,8 @@
-#include "preview/preview_report.h"
-
 #include <array>
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include "preview/preview.h"
 #include "text/printable.h"
 
 namespace tvx::tool {
@@ -35,27 +34,18 @@ const Look& LookOf(Fate fate) {
 }
 
 const char* TextOf(Reason why) {
-  switch (why) {
-    case Reason::None:
-      return "";
-    case Reason::Unknown:
-      return "no placeholder";
-    case Reason::Repeated:
-      return "only the first is replaced";
-    case Reason::BodyOnly:
-      return "only the body can have a link";
-    case Reason::NoValue:
-      return "the event has no value for it";
-    case Reason::Nested:
-      return "inside of other braces";
-    case Reason::StrayBrace:
-      return "its first \"{\" reaches to the next \"}\"";
-    case Reason::NoDateInText:
-      return "read only in a text with {date}, {time} or {date format=...}";
-    case Reason::NoDateText:
-      return "its format gives no text, or too much of it, or cannot be read";
-  }
-  return "";
+  static constexpr const char* kTexts[] = {
+      "",
+      "no placeholder",
+      "only the first is replaced",
+      "only the body can have a link",
+      "the event has no value for it",
+      "inside of other braces",
+      "its first \"{\" reaches to the next \"}\"",
+      "read only in a text with {date}, {time} or {date format=...}",
+      "its format gives no text, or too much of it, or cannot be read",
+  };
+  return kTexts[static_cast<std::size_t>(why)];
 }
 
 // Writes text of a message, each line indented and in the colours of its pieces.
