@@ -8,148 +8,138 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "base/clock.h"
-#include "config/notify_reader.h"
 #include "config/xml_document.h"
 #include "service/config_change.h"
 #include "service/event_intake.h"
 #include "service/service_state.h"
+#include "support/documents.h"
 #include "support/fake_host.h"
 
 namespace tvx::test {
 
 class IntakeFixture : public testing::Test {
  protected:
-  IntakeFixture() : state_(&FakeHost::Entry) {
+  IntakeFixture() {
     SetTickClock([this] { return tick_; });
     SetWallClock([this] { return wall_; });
   }
   ~IntakeFixture() override {
+    dispatched_.clear();
+    last_.reset();
+    state_.reset();
     SetTickClock(MonotonicTick);
     SetWallClock({});
+    EXPECT_EQ(host_.FramesOut(), 0u);
+    EXPECT_EQ(host_.Problems(), std::vector<std::string>{});
   }
 
-  // Changes the configuration, as an update would.
-  void Configure(const std::function<void(NotifyConfig&)>& change) {
-    NotifyConfig config = *state_.config;
-    change(config);
-    ReplaceConfig(std::move(config), state_);
-  }
-
-  // Changes one profile.
-  void Configure(std::int32_t id, const std::function<void(NotifyProfile&)>& change) {
-    Configure([&](NotifyConfig& config) { change(config.profiles.at(id)); });
-  }
-
-  // One profile more.
-  void AddProfile(
-      std::int32_t id, std::int32_t edge = event_edge::kStart,
-      const std::function<void(NotifyProfile&)>& change = [](NotifyProfile&) {}) {
-    NotifyProfile profile;
-    profile.ID = id;
-    profile.description = "Profile " + std::to_string(id);
-    profile.from = "f@x";
-    profile.to = {"t@x"};
-    profile.subject = "s";
-    profile.body = "b";
-    profile.EventEdge = edge;
-    change(profile);
-    Configure([&](NotifyConfig& config) { config.profiles[id] = profile; });
-  }
-
-  // A full system document with these elements in its root.
-  void TakeSystem(const std::string& elements) {
-    const std::string text = "<tDVR Delta='0'>" + elements + "</tDVR>";
-    const ParsedDocument parsed = ParseDocument(text.data(), text.size());
-    ASSERT_NE(parsed.Root(), nullptr);
+  // Runs an operation of the service, concludes it as the service does, and gives its result.
+  template <typename Operation>
+  auto Run(Operation operation) {
     IntakeOutcome outcome;
-    saveDue_ = ApplySystemDocument(ReadSystemDocument(*parsed.Root()), state_, outcome);
-    Conclude(outcome);
-  }
-
-  // An event document with these profile entries.
-  void Send(const std::string& entries, const std::string& elements = "") {
-    const std::string text = "<tDVR>" + elements + "<Notify ID='786432'><Profiles>" + entries +
-                             "</Profiles></Notify></tDVR>";
-    const ParsedDocument parsed = ParseDocument(text.data(), text.size());
-    ASSERT_NE(parsed.Root(), nullptr) << text;
-    IntakeOutcome outcome;
-    ReceiveEvents(ReadEventDocument(*parsed.Root()), state_, outcome);
-    Conclude(outcome);
-  }
-
-  static std::string Entry(std::int32_t profile, bool start, const std::string& attributes = "",
-                           const std::string& sources = "<EventSource ID='66049' Type='2'/>") {
-    return "<Profile ID='" + std::to_string(profile) + "' Alarm='" + (start ? "1" : "0") +
-           "' Action='7' Time='1500000000' Milliseconds='250' " + attributes + ">" + sources +
-           "</Profile>";
-  }
-
-  void Tick() {
-    IntakeOutcome outcome;
-    state_.parked.ReleaseDue(wall_);
-    DispatchReady(state_, outcome);
-    Conclude(outcome);
-  }
-
-  // A frame of one byte, whose address is its handle. True when it was taken.
-  bool Frame(std::int32_t streamId, bool isKey = true) {
-    handles_.push_back(std::make_unique<char>('x'));
-    IntakeOutcome outcome;
-    const IncomingFrame frame{streamId, isKey ? kKeyFrame : 0u, 0, handles_.back().get(), 1};
-    const bool taken = state_.buffers.TakeFrame(frame, outcome.dropped);
-    if (taken) DispatchReady(state_, outcome);
-    Conclude(outcome);
-    return taken;
-  }
-
-  void Conclude(IntakeOutcome& outcome) {
+    const std::uint32_t released = host_.FramesReleased();
+    const auto result = operation(*state_, outcome);
+    EXPECT_EQ(host_.FramesReleased(), released) << "a frame went back under the lock";
     outcome.log.Write(&FakeHost::Entry);
     for (auto& item : outcome.dispatched) dispatched_.push_back(std::move(item));
+    return result;
+  }
+
+  static ParsedDocument Parse(const std::string& text) {
+    ParsedDocument parsed = ParseDocument(text.data(), text.size());
+    if (parsed.Root() == nullptr) throw std::invalid_argument(text);
+    return parsed;
+  }
+
+  // A change of the configuration; gives the profiles that it concerns.
+  std::optional<std::vector<std::int32_t>> Update(const std::string& notify) {
+    return ApplyNotifyChange(*Parse(Change(notify)).Root(), *state_);
+  }
+
+  // Replaces the profiles.
+  void Configure(const std::string& profiles, const std::string& attributes = "") {
+    ASSERT_TRUE(Update(Notify(profiles, attributes)));
+  }
+
+  // A full system document with these elements in its root. True when it makes a save necessary.
+  bool TakeSystem(const std::string& elements) {
+    const ParsedDocument parsed = Parse(SystemDocument(elements));
+    return Run([&](ServiceState& state, IntakeOutcome& outcome) {
+      return ApplySystemDocument(ReadSystemDocument(*parsed.Root()), state, outcome);
+    });
+  }
+
+  // An event document with these profile entries. The profiles that it dispatches.
+  std::vector<std::int32_t> Send(const std::string& entries, const std::string& elements = "") {
+    const tvx::EventDocument document =
+        ReadEventDocument(*Parse(EventDocument(entries, elements)).Root());
+    Run([&](ServiceState& state, IntakeOutcome& outcome) {
+      ReceiveEvents(document, state, outcome);
+      return 0;
+    });
+    return Dispatched();
+  }
+
+  // A tick of the host this many seconds later.
+  std::vector<std::int32_t> Tick(std::int64_t seconds) {
+    wall_ += seconds;
+    Run([&](ServiceState& state, IntakeOutcome& outcome) {
+      state.parked.ReleaseDue(wall_);
+      DispatchReady(state, outcome);
+      return 0;
+    });
+    return Dispatched();
+  }
+
+  // True when the frame was taken.
+  bool Frame(std::int32_t streamId, bool isKey = true) {
+    const void* const handle = host_.Lend("x");
+    const bool taken = Run([&](ServiceState& state, IntakeOutcome& outcome) {
+      const bool isTaken = state.buffers.TakeFrame({streamId, isKey ? kKeyFrame : 0u, 0, handle, 1},
+                                                   outcome.dropped);
+      if (isTaken) DispatchReady(state, outcome);
+      return isTaken;
+    });
+    if (!taken) host_.TakeBack(handle);
+    return taken;
   }
 
   // The profiles of what was dispatched since the last call.
   std::vector<std::int32_t> Dispatched() {
     std::vector<std::int32_t> profiles;
     for (const auto& item : dispatched_) profiles.push_back(item->profile->ID);
-    last_ = dispatched_.empty() ? nullptr : dispatched_.back();
+    if (!dispatched_.empty()) last_ = dispatched_.back();
     dispatched_.clear();
     return profiles;
   }
 
   using Ids = std::vector<std::int32_t>;
-  std::vector<std::unique_ptr<char>> handles_;
   FakeHost host_;
   std::uint32_t tick_ = 1'000'000;
   std::int64_t wall_ = 1'500'000'000;
-  ServiceState state_;
+  std::unique_ptr<ServiceState> state_ = std::make_unique<ServiceState>(&FakeHost::Entry);
   std::vector<WorkQueue::Item> dispatched_;
-  WorkQueue::Item last_;  // the last item that Dispatched told of
-  bool saveDue_ = false;
+  WorkQueue::Item last_;  // the last item that was dispatched
 };
 
-// Two cameras: inputs 66049 (number 2, index 1) with a coded stream and 66305 (number 3, index 1).
-inline const char* const kTwoCameras =
-    "<Devices ID='65536'>"
-    "<Device Number='2' Name='North'><Context Number='0'><Video><Input Number='1' Name='Gate'/>"
-    "</Video><Codec><Encoder><Channel Number='1' Width='640' Height='480' Standard='5'/></Encoder>"
-    "</Codec></Context></Device>"
-    "<Device Number='3' Name='South'><Context Number='0'><Video><Input Number='1' Name='Yard'/>"
-    "</Video><Codec><Encoder><Channel Number='1' Width='640' Height='480' Standard='5'/></Encoder>"
-    "</Codec></Context></Device></Devices>"
-    "<Events><Event ID='7' PreAlarm='5'><Devices ID='65536'><Device Number='2'><Video>"
-    "<Input Number='1'/></Video></Device></Devices><Action><Notify/></Action></Event>"
-    "<Event ID='8'><Devices ID='65536'><Device Number='3'><Video><Input Number='1'/></Video>"
-    "</Device></Devices><Action><Notify/></Action></Event>"
-    "<SourceGroup ID='3' Name='Perimeter'><Entry><Devices ID='65536'><Device Number='2'><Video>"
-    "<Input Number='1'/></Video></Device></Devices></Entry><Entry><Devices ID='65536'>"
-    "<Device Number='3'><Video><Input Number='1'/></Video></Device></Devices></Entry>"
-    "</SourceGroup></Events>";
-constexpr std::int32_t kGate = 66049;
-constexpr std::int32_t kYard = 66305;
+// Two cameras, Source(2) "Gate" and Source(3) "Yard", which are also the source group 3.
+inline std::string TwoCameras() {
+  const auto entry = [](const char* device) {
+    return "<Entry>" +
+           Devices("<Device Number='" + std::string(device) +
+                   "'><Video><Input Number='1'/></Video></Device>") +
+           "</Entry>";
+  };
+  return Devices(Camera(2, "Gate") + Camera(3, "Yard")) + "<Events>" + NotifyingEvent(7, 2) +
+         NotifyingEvent(8, 3) + "<SourceGroup ID='3' Name='Perimeter'>" + entry("2") + entry("3") +
+         "</SourceGroup></Events>";
+}
 
 }  // namespace tvx::test

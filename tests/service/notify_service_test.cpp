@@ -1,16 +1,22 @@
 #include "service/notify_service.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <algorithm>
 #include <atomic>
-#include <cstdio>
+#include <chrono>
 #include <ctime>
+#include <functional>
+#include <future>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "base/clock.h"
 #include "host/host_entry.h"
+#include "support/documents.h"
 #include "support/fake_host.h"
 #include "support/fake_programs.h"
 #include "support/temporary_folder.h"
@@ -18,21 +24,44 @@
 namespace tvx {
 namespace {
 
-std::string NotifyBlock(const std::string& body = "b", const std::string& profiles = "") {
-  return "<Notify ID='786432'><Servers><smtp description='Main' address='mail'/></Servers>"
-         "<Profiles><smtp ID='1' attach='1' description='Gate' from='f@x' subject='s'>"
-         "<to>t@x</to><body>" +
-         body + "</body></smtp>" + profiles + "</Profiles></Notify>";
+using test::Change;
+using test::EventDocument;
+using test::EventEntry;
+using test::LogLine;
+using test::Notify;
+using test::Profile;
+using test::SystemDocument;
+
+std::string Gate(const std::string& body = "b") {
+  return Profile(1, "attach='1' MaxVideoSeconds='30'", "<to>t@x</to><body>" + body + "</body>");
+}
+// An event without video, so that its mail goes out at once.
+std::string Event(int number = 0) {
+  return EventDocument(EventEntry(1, true, "Milliseconds='" + std::to_string(number) + "'",
+                                  "<EventSource ID='769' Type='3'/>"));
+}
+std::string Cameras() {
+  return SystemDocument(test::Devices(test::Camera(2, "Gate")) + "<Events>" +
+                        test::NotifyingEvent(7, 2) + "</Events>");
+}
+std::string SecondReviewer(const char* enabled) {
+  return SystemDocument("<Users><SecondReviewer Enabled='" + std::string(enabled) + "'/></Users>");
 }
 
-std::string Event(std::int32_t time = 1500000000) {
-  return "<tDVR><Notify ID='786432'><Profiles><Profile ID='1' Alarm='1' Action='7' Time='" +
-         std::to_string(time) +
-         "'><EventSource ID='769' Type='3'/></Profile></Profiles></Notify>"
-         "</tDVR>";
+// What the host does with each call before it answers, for one test at a time.
+std::function<void()> duringCalls;
+
+int Entry(HostRequest* request, HostReply* reply) {
+  thread_local bool inside = false;
+  if (duringCalls && !inside) {
+    inside = true;
+    duringCalls();
+    inside = false;
+  }
+  return test::FakeHost::Entry(request, reply);
 }
 
-// A service with its worker running, a working folder, and a host whose programs are scripted.
+// A service with a working folder, and a host whose programs are scripted.
 class NotifyServiceTest : public testing::Test {
  protected:
   NotifyServiceTest()
@@ -46,25 +75,28 @@ class NotifyServiceTest : public testing::Test {
       HostReply reply = MakeHostReply();
       return test::FakeHost::Entry(&request, &reply) == 0;
     });
-    programs_.OnRun([this](const test::Arguments& arguments) { return Curl(arguments); });
+    programs_.OnRun([this](const test::Launch& launch) {
+      test::ProgramEnd end;
+      if (launch.arguments.size() == 2) {
+        end.output = versionOutput_;
+      } else {
+        end.rawStatus = static_cast<std::uint32_t>(curlExit_) << 8;
+        end.runsOn = curlExit_ < 0;
+      }
+      return end;
+    });
     SetWallClock([this] { return std::int64_t{std::time(nullptr)} + secondsAhead_; });
   }
 
   ~NotifyServiceTest() override {
     StopWorker();
+    duringCalls = nullptr;
     SetWallClock({});
-    EXPECT_TRUE(host_.MalformedRequests().empty());
+    EXPECT_EQ(host_.Problems(), Texts{});
   }
 
-  test::ProgramEnd Curl(const test::Arguments& arguments) {
-    if (arguments.size() == 2) return {0, "curl 8\nProtocols: smtp smtps\n"};
-    test::ProgramEnd end;
-    end.rawStatus = static_cast<std::uint32_t>(curlExit_.load()) << 8;
-    return end;
-  }
-
-  void Open(const std::string& block = NotifyBlock()) {
-    test::WriteFile("notify.xml", "<tDVR>" + block + "</tDVR>");
+  void Open(const std::string& block = Notify(Gate())) {
+    test::WriteFile("notify.xml", test::Root(block));
     service_.Open();
   }
 
@@ -81,34 +113,25 @@ class NotifyServiceTest : public testing::Test {
   void Update(const std::string& text) { service_.ApplyUpdate(text.data(), text.size()); }
   void Send(const std::string& text) { service_.ReceiveEventDocument(text.data(), text.size()); }
 
-  // The status documents so far, as "ID:status".
-  std::vector<std::string> Statuses() const {
-    std::vector<std::string> statuses;
-    for (const test::SentDocument& document : host_.Documents()) {
-      if (document.command != HostCommand::StatusDocument) continue;
-      for (std::size_t at = 0; (at = document.text.find("<Profile ", at)) != std::string::npos;
-           ++at) {
-        const auto value = [&](const char* name) {
-          const std::size_t from = document.text.find(name, at) + std::string(name).size() + 2;
-          return document.text.substr(from, document.text.find('"', from) - from);
-        };
-        statuses.push_back(value("ID") + ":" + value("Status"));
-      }
-    }
-    return statuses;
-  }
-
   bool WaitForStatuses(std::size_t count) {
-    return host_.WaitFor([&] { return Statuses().size() >= count; });
+    return host_.WaitFor([&] { return host_.Statuses().size() >= count; });
+  }
+  static bool Saved(const std::string& text) {
+    return test::ReadFile("notify.xml").find(text) != std::string::npos;
+  }
+  static std::string File(int number, int sequence = 0) {
+    return "data/notify-mail-1-1500000000-" + std::to_string(number) + "-" +
+           std::to_string(sequence);
   }
 
   using Texts = std::vector<std::string>;
   test::TemporaryFolder folder_;
   test::FakeHost host_;
   ProcessChannel channel_;
-  std::atomic<int> curlExit_{0};
+  std::string versionOutput_ = "curl 8\nProtocols: smtp smtps\nFeatures: SSL\n";
+  std::atomic<int> curlExit_{0};      // negative: never ends
   std::atomic<int> secondsAhead_{0};  // of the wall clock
-  NotifyService service_{&test::FakeHost::Entry, channel_};
+  NotifyService service_{&Entry, channel_};
   test::FakePrograms programs_;
   std::thread worker_;
 };
@@ -121,181 +144,218 @@ TEST_F(NotifyServiceTest, OpenProbesRegistersLoadsSavesAndPublishes) {
   EXPECT_NE(documents[0].text.find("<Module Name=\"NotifyPI\" ID=\"786432\""), std::string::npos);
   EXPECT_EQ(documents[1].command, HostCommand::ConfigDocument);
   EXPECT_NE(documents[1].text.find(" SSL=\"2\" "), std::string::npos);
-  EXPECT_NE(documents[1].text.find("description=\"Gate\""), std::string::npos);
+  EXPECT_NE(documents[1].text.find("description=\"Profile 1\""), std::string::npos);
   EXPECT_EQ(test::ReadFile("notify.xml"), documents[1].text);
   EXPECT_EQ(host_.Log(),
-            (std::vector<test::LogLine>{{25, "Loaded configuration from disk successfully"}}));
+            (std::vector<LogLine>{{25, "Loaded configuration from disk successfully"}}));
 }
 
 TEST_F(NotifyServiceTest, OpenGoesOnWithoutCurlAndWithoutAUsableFile) {
-  programs_.OnRun([](const test::Arguments&) {
-    test::ProgramEnd end;
-    end.fails = true;
-    return end;
-  });
+  versionOutput_ = "Protocols: smtp\n";
+  const LogLine empty{50,
+                      "Either no configuration or an improper configuration was found, continuing "
+                      "with empty configuration."};
   Open("<Notify ID='786433'><Servers/><Profiles/></Notify>");
-  EXPECT_EQ(host_.Log(), (std::vector<test::LogLine>{
-                             {50,
-                              "Either no configuration or an improper configuration was found, "
-                              "continuing with empty configuration."}}));
+  EXPECT_EQ(host_.Log(), std::vector<LogLine>{empty});
   EXPECT_EQ(host_.Documents().back().text.find("SSL="), std::string::npos);
   EXPECT_TRUE(test::FileExists("notify.xml.rejected"));
-  EXPECT_TRUE(test::FileExists("notify.xml"));
+  EXPECT_TRUE(Saved("<Notify"));
+  // A rejected file that cannot be kept aside stays until the next change.
+  host_.ClearLog();
+  ::remove("notify.xml.rejected");
+  ::mkdir("notify.xml.rejected", 0700);
+  test::WriteFile("notify.xml.rejected/file", "");
+  Open("mine");
+  EXPECT_EQ(host_.Log(),
+            (std::vector<LogLine>{
+                {50,
+                 "The rejected notify.xml could not be renamed to notify.xml.rejected and stays as "
+                 "it is until the next change of the configuration"},
+                empty}));
+  EXPECT_TRUE(Saved("mine"));
+  Update(Change(Notify(Gate())));
+  EXPECT_TRUE(Saved("description=\"Profile 1\""));
 }
 
-TEST_F(NotifyServiceTest, AnEventBecomesAMessageFileThatCurlIsGiven) {
-  Open(NotifyBlock("At {time}\nby {source}"));
-  std::string composed;
-  programs_.OnRun([&](const test::Arguments& arguments) {
-    composed = test::ReadFile(arguments[arguments.size() - 2]);
-    return test::ProgramEnd{};
-  });
-  StartWorker();
-  Send(Event());
-  ASSERT_TRUE(WaitForStatuses(1));
-  EXPECT_EQ(Statuses(), (Texts{"1:0"}));
-  EXPECT_EQ(composed.substr(0, composed.find("At ")), "From: f@x\r\nTo: t@x\r\nSubject: s\r\n\r\n");
-  EXPECT_NE(composed.find("\nby Trigger Input 3-1"), std::string::npos);
-  StopWorker();
-  EXPECT_FALSE(test::FileExists("data/notify-mail-1-1500000000-0-0"));
-}
-
-TEST_F(NotifyServiceTest, ATestMessageSaysSo) {
+TEST_F(NotifyServiceTest, UpdatesAreSavedPublishedAndReported) {
   Open();
-  std::string composed;
-  programs_.OnRun([&](const test::Arguments& arguments) {
-    composed = test::ReadFile(arguments[arguments.size() - 2]);
-    return test::ProgramEnd{};
-  });
-  StartWorker();
-  std::string event = Event();
-  event.replace(event.find("Alarm='1'"), 9, "Alarm='0' Message='Testing Profile'");
-  Send(event);
-  ASSERT_TRUE(WaitForStatuses(1));
-  EXPECT_EQ(composed, "From: f@x\r\nTo: t@x\r\nSubject: s\r\n\r\nTesting Profile\r\nb");
+  for (const char* const delta : {"1", "-3", "2"}) {
+    const std::size_t before = host_.Documents().size();
+    const std::string body = std::string("body ") + delta;
+    Update(test::Root(Notify(Gate(body)), "Delta='" + std::string(delta) + "'"));
+    const auto documents = host_.Documents();
+    ASSERT_EQ(documents.size(), before + 2);
+    EXPECT_EQ(documents[before].text, test::ReadFile("notify.xml"));
+    EXPECT_TRUE(Saved("<body>" + body + "</body>"));
+    const std::string changed = "<Profile ID=\"1\" Status=\"-1\" Time=\"";
+    const std::size_t at = documents.back().text.find(changed);
+    ASSERT_NE(at, std::string::npos) << documents.back().text;
+    EXPECT_NEAR(std::stod(documents.back().text.substr(at + changed.size())),
+                static_cast<double>(std::time(nullptr)), 60);
+    EXPECT_EQ(host_.Log().back(), (LogLine{25, "Updated configuration successfully"}));
+  }
+  // Nothing of it for documents that are no change, or none of this one's.
+  const std::size_t before = host_.Documents().size();
+  const std::size_t lines = host_.Log().size();
+  const std::string block = Notify(Gate());
+  for (const std::string& text :
+       {test::Root(block), test::Root(block, "Delta='x'"), SystemDocument(block), Change(""),
+        Change("<Notify ID='786432'><Servers/></Notify>"), "<other Delta='1'>" + block + "</other>",
+        std::string("<tDVR Delta='1'>"), std::string()}) {
+    Update(text);
+  }
+  service_.ApplyUpdate(nullptr, 10);
+  EXPECT_EQ(host_.Documents().size(), before);
+  EXPECT_EQ(host_.Log().size(), lines);
+  EXPECT_TRUE(Saved("body 2"));
 }
 
-TEST_F(NotifyServiceTest, FailuresAreReportedAndLeaveNoFileThatNobodySends) {
+TEST_F(NotifyServiceTest, SecondReviewerModeIsSavedBothWays) {
+  Open();
+  Update(SecondReviewer("1"));
+  EXPECT_TRUE(Saved("SupportsAttach=\"0\"") && Saved("attach=\"0\""));
+  const std::size_t before = host_.Documents().size();
+  Update(SecondReviewer("1"));
+  EXPECT_EQ(host_.Documents().size(), before) << "nothing new";
+  Update(SecondReviewer("0"));
+  EXPECT_TRUE(Saved("SupportsAttach=\"1\""));
+  EXPECT_EQ(host_.Logged("Disabled all attachments for second reviewer mode."), 1);
+}
+
+// While one configuration is being published, the next ones come.
+TEST_F(NotifyServiceTest, TheNewestConfigurationIsPublishedLast) {
+  Open();
+  const auto change = [&](const char* body) { Update(Change(Notify(Gate(body)))); };
+  std::string published;
+  host_.OnDocument([&](const test::SentDocument& document) {
+    const std::size_t at = document.text.find("<body>");
+    if (at == std::string::npos) return;
+    published += document.text.substr(at + 6, 1);
+    if (published == "1") change("2");
+    if (published == "12") std::thread([&] { change("3"), change("4"); }).join();
+  });
+  change("1");
+  EXPECT_EQ(published, "124") << "one at a time, each newer";
+  EXPECT_TRUE(Saved("<body>4</body>"));
+  change("5");
+  EXPECT_TRUE(Saved("<body>5</body>"));
+}
+
+TEST_F(NotifyServiceTest, TheHostIsNeverCalledUnderTheIntakeMutex) {
+  std::vector<char> frames(4);
+  std::size_t frame = 0;
+  int calls = 0;
+  duringCalls = [&] {
+    ++calls;
+    auto other = std::async(std::launch::async, [&] { service_.Tick(); });
+    EXPECT_EQ(other.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  };
+  const auto push = [&](std::uint32_t length) {
+    EXPECT_TRUE(
+        service_.ReceiveFrame({test::Source(2), kKeyFrame, 0, &frames.at(frame++), length}));
+  };
+  Open();
+  StartWorker();
+  Update(Cameras());
+  push(6 << 20);
+  push(6 << 20);  // the first goes
+  Send(EventDocument(EventEntry(1) + EventEntry(9) + EventEntry(1, true, "", "")));
+  Update(Change(Notify(Gate(), "EmailSizeLimitMB='5'")));
+  push(1);
+  Update(SecondReviewer("1"));  // and the streams are gone, and with them the frames
+  Send(Event());
+  secondsAhead_ = 1000;
+  service_.Tick();
+  EXPECT_TRUE(WaitForStatuses(3));
+  EXPECT_EQ(host_.FramesReleased(), 3u);
+  StopWorker();
+  EXPECT_GE(calls, 15);
+}
+
+TEST_F(NotifyServiceTest, FailuresAreReportedAndANewConfigurationClearsWhatWaits) {
   Open();
   StartWorker();
   curlExit_ = 67;
-  Send(Event());
+  Send(Event(1));
   ASSERT_TRUE(WaitForStatuses(1));
   curlExit_ = 7;
-  Send(Event(1500000001));
+  Send(Event(2));
   ASSERT_TRUE(WaitForStatuses(2));
-  EXPECT_TRUE(test::FileExists("data/notify-mail-1-1500000001-0-0"));  // will be retried
-  EXPECT_FALSE(test::FileExists("data/notify-mail-1-1500000000-0-0"));
-  EXPECT_EQ(host_.Logged("Failed to send notification using profile Gate.  This message will be "
-                         "retried"),
-            1);
-  // A new configuration takes what waits for the old one away, at the worker's next turn.
-  Update("<tDVR Delta='1'>" + NotifyBlock() + "</tDVR>");
+  Update(Change(Notify(Gate("new"))));
   ASSERT_TRUE(host_.WaitFor([&] {
     return host_.Logged(
                "Clearing retry notifications queue. 1 failed notifications will be "
                "discarded") == 1;
   }));
-  StopWorker();  // the files go behind the line
-  EXPECT_FALSE(test::FileExists("data/notify-mail-1-1500000001-0-0"));
-  EXPECT_EQ(Statuses(), (Texts{"1:1", "1:1"}));
+  // Once: what fails after it waits.
+  Send(Event(3));
+  ASSERT_TRUE(WaitForStatuses(3));
+  Send(Event(4));
+  ASSERT_TRUE(WaitForStatuses(4));
+  Update(Cameras());
+  curlExit_ = 0;
+  Send(Event(5));
+  ASSERT_TRUE(WaitForStatuses(5));
+  StopWorker();
+  EXPECT_EQ(host_.Statuses(), (Texts{"1:1", "1:1", "1:1", "1:1", "1:0"}));
+  for (int number = 1; number <= 5; ++number) {
+    EXPECT_EQ(test::FileExists(File(number, number == 2 ? 0 : number - 2)),
+              number == 3 || number == 4)
+        << number;
+  }
 }
 
-TEST_F(NotifyServiceTest, AMailThatFailedIsSentOnceTheServerIsBack) {
+TEST_F(NotifyServiceTest, MailsThatFailedAreSentOnceTheServerIsBack) {
   std::atomic<std::uint32_t> tick{0};
   SetTickClock([&] { return tick.load(); });
   Open();
   StartWorker();
   curlExit_ = 7;
-  for (int i = 0; i < 3; ++i) Send(Event(1500000000 + i));
+  for (int i = 0; i < 3; ++i) Send(Event(i));
   ASSERT_TRUE(WaitForStatuses(3));
   curlExit_ = 0;
   tick = 60'000;
   ASSERT_TRUE(WaitForStatuses(6));
-  EXPECT_EQ(Statuses(), (Texts{"1:1", "1:1", "1:1", "1:0", "1:0", "1:0"}));
   StopWorker();
   SetTickClock(MonotonicTick);
+  EXPECT_EQ(host_.Statuses(), (Texts{"1:1", "1:1", "1:1", "1:0", "1:0", "1:0"}));
   const auto launches = programs_.Launches();
   ASSERT_EQ(launches.size(), 7u);
   for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(*(launches[static_cast<std::size_t>(4 + i)].end() - 2),
-              "./data/notify-mail-1-150000000" + std::to_string(i) + "-0-" + std::to_string(i));
+    EXPECT_EQ(*(launches[static_cast<std::size_t>(4 + i)].end() - 2), "./" + File(i, i));
   }
-}
-
-TEST_F(NotifyServiceTest, BadNotificationsDoNotEndTheWorker) {
-  Open();
-  test::WriteFile("data", "no folder");
-  StartWorker();
-  Send(Event());
-  ASSERT_TRUE(WaitForStatuses(1));
-  EXPECT_EQ(host_.Log().back(), (test::LogLine{75, "Unable to create data directory: \"" +
-                                                       folder_.Path() + "/data\""}));
-  std::remove("data");
-  Update("<tDVR Delta='1'>" +
-         NotifyBlock("b",
-                     "<smtp ID='2' description='Bad' from='nobody' "
-                     "subject='s'><to>t@x</to></smtp>") +
-         "</tDVR>");
-  std::string bad = Event();
-  bad.replace(bad.find("ID='1'"), 6, "ID='2'");
-  Send(bad);
-  Send(Event());
-  ASSERT_TRUE(WaitForStatuses(4));
-  EXPECT_EQ(Statuses(), (Texts{"1:1", "2:-1", "2:1", "1:0"}));
-  EXPECT_EQ(host_.Logged("Failed to prepare email notification file. (Profile Description: Bad)"),
-            1);
 }
 
 TEST_F(NotifyServiceTest, ABlockedLaunchDoesNotHoldUpTheStop) {
   Open();
-  programs_.OnRun([](const test::Arguments&) {
-    test::ProgramEnd end;
-    end.runsOn = true;
-    return end;
-  });
+  curlExit_ = -1;
   StartWorker();
+  std::thread watchdog([&] { service_.RunWatchdog(); });
   Send(Event());
   ASSERT_TRUE(host_.WaitFor([&] { return programs_.Launches().size() == 2; }));
-  Send(Event(1500000001));
+  Send(Event(1));
   StopWorker();  // ends curl's wait; the second event is dropped unsent
+  watchdog.join();
   EXPECT_EQ(programs_.Launches().size(), 2u);
-  EXPECT_EQ(Statuses(), (Texts{"1:1"}));  // an end that nobody saw is no delivery
+  EXPECT_EQ(host_.Statuses(), (Texts{"1:1"})) << "an end that nobody saw is no delivery";
 }
 
-TEST_F(NotifyServiceTest, UpdatesAreSavedPublishedAndReported) {
+TEST_F(NotifyServiceTest, WhatWasAcceptedIsNotLostWithWhatFailed) {
   Open();
-  const std::size_t before = host_.Documents().size();
-  Update("<tDVR Delta='1'>" + NotifyBlock("new body") + "</tDVR>");
-  const auto documents = host_.Documents();
-  ASSERT_EQ(documents.size(), before + 2);
-  EXPECT_EQ(documents[before].text, test::ReadFile("notify.xml"));
-  EXPECT_NE(documents[before].text.find("<body>new body</body>"), std::string::npos);
-  EXPECT_EQ(Statuses(), (Texts{"1:-1"}));
-  EXPECT_EQ(host_.Logged("Updated configuration successfully"), 1);
-  // Nothing of it for documents that are no change, or none of this one's.
-  for (const std::string& text :
-       {std::string("<tDVR>") + NotifyBlock() + "</tDVR>",
-        "<tDVR Delta='x'>" + NotifyBlock() + "</tDVR>",
-        "<tDVR Delta='0'>" + NotifyBlock() + "</tDVR>", std::string("<tDVR Delta='1'/>"),
-        "<other Delta='1'>" + NotifyBlock() + "</other>", std::string("<tDVR Delta='1'>"),
-        std::string()}) {
-    Update(text);
-  }
-  service_.ApplyUpdate(nullptr, 10);
-  EXPECT_EQ(host_.Documents().size(), before + 2);
-  EXPECT_NE(test::ReadFile("notify.xml").find("new body"), std::string::npos);
-}
-
-TEST_F(NotifyServiceTest, SecondReviewerModeIsSavedBothWays) {
-  Open();
-  const auto saved = [] { return test::ReadFile("notify.xml"); };
-  Update("<tDVR Delta='0'><Users><SecondReviewer Enabled='1'/></Users></tDVR>");
-  EXPECT_NE(saved().find("SupportsAttach=\"0\""), std::string::npos);
-  EXPECT_NE(saved().find("attach=\"0\""), std::string::npos);
-  Update("<tDVR Delta='0'><Users><SecondReviewer Enabled='0'/></Users></tDVR>");
-  EXPECT_NE(saved().find("SupportsAttach=\"1\""), std::string::npos);
-  EXPECT_EQ(host_.Logged("Disabled all attachments for second reviewer mode."), 1);
+  StartWorker();
+  int calls = 0;
+  SetTickClock([&]() -> std::uint32_t { return ++calls == 2 ? throw std::bad_alloc() : 0; });
+  EXPECT_THROW(Send(EventDocument(EventEntry(1, true, "", "") + EventEntry(1, true, "", ""))),
+               std::bad_alloc);
+  EXPECT_TRUE(WaitForStatuses(1));
+  StopWorker();
+  SetTickClock(MonotonicTick);
+  // Nor is the turn of whoever publishes.
+  host_.OnDocument([](const test::SentDocument&) { throw std::bad_alloc(); });
+  EXPECT_THROW(Update(Change(Notify(Gate("lost")))), std::bad_alloc);
+  host_.OnDocument(nullptr);
+  Update(Change(Notify(Gate("kept"))));
+  EXPECT_TRUE(Saved("kept"));
 }
 
 TEST_F(NotifyServiceTest, HostileDocumentsAreToldOfAndChangeNothing) {
@@ -307,58 +367,45 @@ TEST_F(NotifyServiceTest, HostileDocumentsAreToldOfAndChangeNothing) {
   Update(deep);
   Send(std::string("\0\1\2", 3));
   service_.ReceiveEventDocument(nullptr, 7);
-  EXPECT_EQ(host_.Log().size(), 3u);
-  EXPECT_EQ(host_.Logged("Ignored an event document of the host: it is larger than 16 MiB"), 1);
-  EXPECT_EQ(host_.Logged("Ignored a configuration document of the host: its elements are nested "
-                         "more than 256 deep"),
-            1);
+  const auto log = host_.Log();
+  ASSERT_EQ(log.size(), 3u);
+  EXPECT_EQ(log[1],
+            (LogLine{50, "Ignored an event document of the host: it is larger than 16 MiB"}));
+  EXPECT_EQ(log[2], (LogLine{50,
+                             "Ignored a configuration document of the host: its elements are "
+                             "nested more than 256 deep"}));
 }
 
 TEST_F(NotifyServiceTest, EventsFramesTicksAndUpdatesMayComeAtOnce) {
   constexpr int kRounds = 60;
   Open();
   StartWorker();
-  const std::string system =
-      "<tDVR Delta='0'><Devices ID='65536'><Device Number='2'><Context Number='0'><Video>"
-      "<Input Number='1'/></Video><Codec><Encoder><Channel Number='1' Standard='5'/></Encoder>"
-      "</Codec></Context></Device></Devices><Events><Event ID='7' PreAlarm='1'>"
-      "<Devices ID='65536'><Device Number='2'><Video><Input Number='1'/></Video></Device></Devices>"
-      "<Action><Notify/></Action></Event></Events></tDVR>";
-  std::string motion = Event();
-  motion.replace(motion.find("ID='769' Type='3'"), 17, "ID='66049' Type='2'");
   std::vector<char> frames(3 * kRounds);
-  std::atomic<std::size_t> taken{0};
+  const auto repeat = [](const std::function<void(int)>& action) {
+    return std::thread([=] {
+      for (int i = 0; i < kRounds; ++i) action(i);
+    });
+  };
   std::thread threads[] = {
-      std::thread([&] {
-        for (int i = 0; i < kRounds; ++i) Send(motion);
-      }),
-      std::thread([&] {
-        for (int i = 0; i < kRounds; ++i) Send(Event());
-      }),
-      std::thread([&] {
-        for (int i = 0; i < kRounds; ++i) {
-          Update(i % 3 == 0 ? "<tDVR Delta='1'>" + NotifyBlock() + "</tDVR>" : system);
+      repeat([&](int) { Send(EventDocument(EventEntry(1))); }),
+      repeat([&](int i) { Send(Event(i)); }),
+      repeat([&](int i) { Update(i % 3 == 0 ? Change(Notify(Gate())) : Cameras()); }),
+      repeat([&](int i) {
+        for (int n = 0; n < 3; ++n) {
+          service_.ReceiveFrame({test::Source(2), i % 3 == 0 ? 1u : 0u, 0,
+                                 &frames[static_cast<std::size_t>(3 * i + n)], 1});
         }
       }),
-      std::thread([&] {
-        for (std::size_t i = 0; i < frames.size(); ++i) {
-          if (service_.ReceiveFrame({66049, i % 10 == 0 ? 1u : 0u, 0, &frames[i], 1})) ++taken;
-        }
-      }),
-      std::thread([&] {
-        for (int i = 0; i < kRounds; ++i) service_.Tick();
-      }),
+      repeat([&](int) { service_.Tick(); }),
   };
   for (std::thread& thread : threads) thread.join();
-  const auto delivered = [&] {
-    int count = 0;
-    for (const std::string& status : Statuses()) count += status == "1:0";
-    return count;
-  };
   // Nothing that was accepted is lost: every event has its mail, parked ones at their deadline.
   secondsAhead_ = 1000;
   service_.Tick();
-  EXPECT_TRUE(host_.WaitFor([&] { return delivered() == 2 * kRounds; })) << delivered();
+  EXPECT_TRUE(host_.WaitFor([&] {
+    const Texts statuses = host_.Statuses();
+    return std::count(statuses.begin(), statuses.end(), "1:0") == 2 * kRounds;
+  }));
 }
 
 }  // namespace

@@ -110,15 +110,16 @@ TEST_F(FrameHistory, AFrameWhoseIntakeFailedIsHeldNowhereAndStaysTheHosts) {
   struct FailingReady : INotifyReady {
     void Ready() override { throw std::bad_alloc(); }
   };
-  for (const char* const frame : {"d1000", "K1000"}) {
+  for (const char* const frame : {"d2000", "K2000"}) {
     Reset();
     Feed("K0");
     const auto failing = std::make_shared<FailingReady>();
     const auto growing = Cut(0, 60);
-    const auto ending = Cut(0, 1);
-    const auto last = set->TakeClip(kH264Stream, 0, 1, failing);
+    const auto refusing = Cut(0, 1);
+    const auto ending = Cut(0, 2);
+    const auto last = set->TakeClip(kH264Stream, 0, 2, failing);
     EXPECT_THROW(Feed(frame), std::bad_alloc);
-    for (const auto& clip : {growing, ending, last}) {
+    for (const auto& clip : {growing, refusing, ending, last}) {
       EXPECT_EQ(Show(clip->Contents()), "0");
       EXPECT_EQ(clip->Contents().Bytes() + clip->Contents().Frames(), 101u);
     }
