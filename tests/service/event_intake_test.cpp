@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 
 #include "service/intake_fixture.h"
@@ -19,175 +20,13 @@ std::string SourceElement(std::uint32_t id, int type = 2) {
 }
 const char* const kGroup = "<SourceGroup ID='3'/>";
 
-class EventIntakeTest : public test::IntakeFixture {};
-
-TEST_F(EventIntakeTest, DispatchesWhatIsDueByItsEdge) {
-  Configure(Profile(1) + Profile(2, "EventEdge='1'") + Profile(3, "EventEdge='2'") +
-            Profile(4, "EventEdge='9'"));
-  const struct {
-    bool starts;
-    const char* attributes;
-    Ids dispatched;
-  } rows[] = {
-      {true, "", {1, 3}},
-      {false, "", {2, 3}},
-      {true, "Message='Testing Profile '", {1, 3}},
-      {false, "Message='testing Profile'", {2, 3}},
-      {true, "Message='Testing Profile'", {1, 2, 3, 4}},
-      {false, "Message='Testing Profile'", {1, 2, 3, 4}},
-      {true, "Action='x'", {}},
-      {true, "Action='x' Message='Testing Profile'", {}},
-  };
-  for (const auto& row : rows) {
-    std::string entries;
-    for (int id = 1; id <= 4; ++id) entries += EventEntry(id, row.starts, row.attributes);
-    EXPECT_EQ(Send(entries), row.dispatched) << row.starts << row.attributes;
-  }
-}
-
-TEST_F(EventIntakeTest, SkipsWhatIsNotItsOwnOrIncomplete) {
-  Configure(Profile(1));
-  const std::string mine = "<Profiles>" + EventEntry(1) + "</Profiles></Notify>";
-  host_.ClearLog();
-  EXPECT_EQ(Send("<Profile ID='1' Action='7'/><Profile ID='1' Alarm='x' Action='7'/>"
-                 "<Profile ID='1' Alarm='1'/>" +
-                 EventEntry(9)),
-            Ids{});
-  EXPECT_EQ(Send("", "<Notify ID='786433'>" + mine + "<Notify>" + mine + "<Notify ID='786432'/>"),
-            Ids{});
-  EXPECT_EQ(host_.Log(), (std::vector<LogLine>{{25,
-                                                "Received a notification request for an unknown "
-                                                "profile 9. Request will be ignored"}}));
-  // The entry's name does not matter, nor how much of an alarm it is.
-  EXPECT_EQ(Send("<Anything ID='1' Alarm='5' Action='7'/>",
-                 "<Notify ID='786432'/><Notify ID='786432'>" + mine),
-            (Ids{1, 1}));
-  EXPECT_EQ(last_->eventSeconds, wall_) << "when the document does not say";
-}
-
-TEST_F(EventIntakeTest, FillsTheItemFromProfileConfigurationAndDocument) {
-  TakeSystem(test::TwoCameras());
-  Configure(Profile(1, "MaxVideoSeconds='30'", "<to>t@x</to><body>{source}</body>") + Profile(2),
-            "EmailSizeLimitMB='3'");
-  const auto config = state_->config;
-  const char* const servers =
-      "<Servers><Server Serial='S' Description='D' MAC='M'/><Server Serial='other'/></Servers>";
-  ASSERT_EQ(
-      Send(EventEntry(1, true, "", SourceElement(Source(3)) + SourceElement(Source(2)) + kGroup),
-           servers),
-      (Ids{1}));
-  const auto item = last_;
-  EXPECT_EQ(item->config, config);
-  EXPECT_EQ(item->profile, &config->profiles.at(1));
-  EXPECT_EQ(item->eventSeconds, 1500000000);
-  EXPECT_EQ(item->facts.eventTime, 1500000000);
-  EXPECT_EQ(item->eventMilliseconds, 250);
-  EXPECT_EQ(item->preTriggerSeconds, 5);
-  EXPECT_EQ(item->source.value, static_cast<std::uint32_t>(Source(3)));
-  EXPECT_EQ(item->facts.eventType, 2);
-  EXPECT_EQ(item->facts.sourceName + item->facts.eventState, "YardStart");
-  EXPECT_EQ(item->facts.systemName + item->facts.serial + item->facts.macAddress, "DSM");
-  EXPECT_EQ(item->cameras.size(), 2u) << "also without attachments";
-  // What a later document does not say stays; what a later configuration says does not reach back.
-  Configure(Profile(1) + Profile(2));
-  EXPECT_EQ(item->profile->body, "{source}");
-  Send(EventEntry(2, false, "Action='1'") + EventEntry(2),
-       "<Servers><Server Description='E'/></Servers>");
-  EXPECT_EQ(last_->facts.systemName + last_->facts.macAddress + last_->facts.eventState, "")
-      << "no placeholder needs them";
-  EXPECT_EQ(last_->facts.serial + state_->macAddress + state_->description, "SME");
-  // The first of the server elements counts, and of each element the text, empty or not.
-  Send(EventEntry(2), "<Servers><Server Serial=''/></Servers>");
-  EXPECT_EQ(last_->facts.serial, "");
-}
-
-TEST_F(EventIntakeTest, TheProfileLineSaysWhatSetItOff) {
-  TakeSystem(test::TwoCameras());
-  const std::string both = SourceElement(Source(2)) + SourceElement(Source(3), 18);
-  const std::string intro = "Profile Door: PreTrigger(5), MaxDuration(0), MaxSizeMB(10)";
-  const struct {
-    std::string attributes, sources, line;
-  } rows[] = {
-      {"", both, intro + ", event source (Gate), event source (Yard), event state (Start)"},
-      {"", kGroup, intro + ",  event source group (Perimeter), event state (Start)"},
-      {"", "", intro + ", event source (Unknown), event state (Start)"},
-      {"Alarm='0' Action='9'", kGroup + both,
-       "Profile Door: PreTrigger(0), MaxDuration(0), MaxSizeMB(10), event source (Gate), event "
-       "source (Yard), event state (End)"},
-  };
-  Configure(Profile(1, "description='Door' EventEdge='2'"));
-  for (const auto& row : rows) {
-    const bool starts = row.attributes.empty();
-    EXPECT_EQ(Send(EventEntry(1, starts, starts ? "" : "Action='9'", row.sources)), (Ids{1}));
-    EXPECT_EQ(host_.Log().back(), (LogLine{25, row.line}));
-  }
-  Configure(Profile(1, "description='" + std::string(600, 'x') + "'"));
-  Send(EventEntry(1));
-  EXPECT_EQ(host_.Log().back().text, "Profile " + std::string(492, 'x'));
-}
-
-TEST_F(EventIntakeTest, TestMessagesHaveNoSource) {
-  TakeSystem(test::TwoCameras());
-  Configure(Profile(1, "attach='1'"));
-  ASSERT_EQ(Send(EventEntry(1, true, "Message='Testing Profile'", kGroup)), (Ids{1}));
-  EXPECT_TRUE(last_->isTest);
-  EXPECT_EQ(last_->facts.eventType, -1);
-  EXPECT_EQ(last_->facts.sourceName, "[Test Event Source]");
-  EXPECT_EQ(last_->source.value, 0xFFFFFFFFu);
-  EXPECT_TRUE(last_->cameras.empty() && last_->videos.empty());
-}
-
-TEST_F(EventIntakeTest, ThrottlesEachProfileByItsInterval) {
-  const char* const test = "Message='Testing Profile'";
-  const struct {
-    std::uint32_t later;  // milliseconds
-    std::int32_t interval;
-    const char* attributes;
-    bool due;
-  } rows[] = {
-      {0, 10, "", true},
-      {9999, 10, "", false},
-      {1, 10, "", true},  // what was throttled did not move the time
-      {5000, 10, test, false},
-      {0, 20, "", true},  // a new interval starts anew
-      {19999, 20, "", false},
-      {1, 20, "Alarm='0'", false},  // not due anyhow: it starts nothing
-      {0, 20, "", true},
-      {0, 0, "", true},
-      {0, 0, "", true},
-      {0, 2147483647, "", true},
-      {0x7FFFFFFF, 2147483647, "", false},
-      {0, 10, "", true},
-      {0x80000000u, 0, "tick", false},
-      {0x80000000u, 10, "", true},  // a turn of the clock later
-      {0, -5, "", true},
-      {0, -5, "", true},
-  };
-  tick_ = 0xFFFFFFFF - 5000;  // the clock wraps in between
-  int number = 0;
-  for (const auto& row : rows) {
-    SCOPED_TRACE(number++);
-    tick_ += row.later;
-    if (std::string(row.attributes) == "tick") {
-      state_->throttle.Advance(tick_);
-      continue;
-    }
-    Configure(Profile(1, "ThrottleSeconds='" + std::to_string(row.interval) + "'") +
-              Profile(2, "ThrottleSeconds='9'"));
-    const bool starts = std::string(row.attributes) != "Alarm='0'";
-    EXPECT_EQ(Send(EventEntry(1, starts, starts ? row.attributes : "")), row.due ? Ids{1} : Ids{});
-  }
-  EXPECT_EQ(Send(EventEntry(2)), (Ids{2})) << "each on its own";
-}
-
-class ParkingTest : public test::IntakeFixture {
+class EventIntakeTest : public test::IntakeFixture {
  protected:
-  ParkingTest() {
+  EventIntakeTest() {
     TakeSystem(test::TwoCameras());
-    Configure(Video(1, 0) + Video(2, 1) + Video(3, 2) + Video(4, 9) + Video(5, 2, 0) + Profile(6));
-    Frame(Source(2));
-    Frame(Source(3));
-    host_.ClearLog();
+    Configure(Video(1, 0) + Video(2, 1) + Video(3, 2) + Video(4, 9) + Video(5, 2, 0) + Profile(6) +
+              Profile(7, "EventEdge='1'") + Profile(8, "EventEdge='2' ThrottleSeconds='10'"));
+    Reset();
   }
 
   static std::string Video(int id, int edge, int seconds = 30) {
@@ -195,134 +34,252 @@ class ParkingTest : public test::IntakeFixture {
                            std::to_string(seconds) + "'");
   }
 
-  // An event at another time than the ones before, so that it is not the same one.
-  static std::string Later(std::int32_t profile, bool starts, std::uint32_t source = Source(2)) {
-    return EventEntry(profile, starts, "Time='1500000009'", SourceElement(source));
+  // Dispatches what is parked, and forgets who was throttled.
+  void Reset() {
+    Tick(1000);
+    state_->throttle = Throttle();
+    Frame(Source(2));
+    Frame(Source(3));
+    host_.ClearLog();
   }
 
-  std::size_t Waiting() const { return state_->parked.Waiting().size(); }
+  // Plays steps, and gives the profiles that each of them dispatches.
+  //
+  //   1+  2-  6t    an event document: profile and start, end or test message; several with commas.
+  //                 It is one of the gate camera, unless "y" for the yard camera, "g" for both as a
+  //                 group, "n" for no source or "i" for an input follows; "'" is a later time.
+  //   fg  fy        a frame of the gate's or yard's stream
+  //   s5  m30000    time passes: seconds up to a tick of the host, milliseconds
+  std::string Play(const std::string& steps) {
+    std::string dispatched;
+    std::istringstream words(steps);
+    for (std::string word; words >> word;) {
+      Ids ids;
+      if (word[0] == 'f') {
+        Frame(Source(word[1] == 'g' ? 2 : 3));
+        ids = Dispatched();
+      } else if (word[0] == 's') {
+        ids = Tick(std::stoi(word.substr(1)));
+      } else if (word[0] == 'm') {
+        tick_ += static_cast<std::uint32_t>(std::stoul(word.substr(1)));
+      } else {
+        std::string entries;
+        std::istringstream list(word);
+        for (std::string entry; std::getline(list, entry, ',');) entries += Entry(entry);
+        ids = Send(entries);
+      }
+      for (const std::int32_t id : ids) dispatched += std::to_string(id);
+      dispatched += ids.empty() ? "- " : " ";
+    }
+    return dispatched.substr(0, dispatched.size() - 1);
+  }
+
+  static std::string Entry(const std::string& text) {
+    const auto has = [&](char mark) { return text.find(mark) != std::string::npos; };
+    std::string attributes = has('\'') ? "Time='1500000009'" : "";
+    if (has('t')) attributes += " Message='Testing Profile'";
+    return EventEntry(text[0] - '0', !has('-'), attributes,
+                      has('n')   ? ""
+                      : has('g') ? kGroup
+                      : has('i') ? SourceElement(769, 3)
+                                 : SourceElement(Source(has('y') ? 3 : 2)));
+  }
 };
 
-TEST_F(ParkingTest, WaitsForItsDeadlineAndNoLonger) {
-  EXPECT_EQ(Send(EventEntry(1)), Ids{});
-  EXPECT_EQ(Tick(5), Ids{});
-  EXPECT_EQ(Send(Later(3, true, Source(3))), Ids{});
-  EXPECT_EQ(Tick(27), Ids{}) << "the deadline itself is still in time";
-  EXPECT_EQ(Waiting(), 2u);
-  EXPECT_EQ(Tick(1), (Ids{1}));
-  ASSERT_EQ(last_->videos.size(), 1u);
-  EXPECT_EQ(last_->videos[0].name, "Gate");
-  EXPECT_TRUE(last_->videos[0].clip->Complete());
-  EXPECT_EQ(Tick(4), Ids{});
-  EXPECT_EQ(Tick(1), (Ids{3}));
-  EXPECT_EQ(Tick(100), Ids{});
-}
-
-TEST_F(ParkingTest, TheFrameThatCompletesTheLastClipDispatches) {
-  Send(EventEntry(1, true, "", kGroup));
-  EXPECT_EQ(Waiting(), 1u);
-  tick_ += 30'000;
-  EXPECT_TRUE(Frame(Source(2)));
-  EXPECT_EQ(Dispatched(), Ids{}) << "the other camera's clip is still open";
-  EXPECT_TRUE(Frame(Source(3)));
-  EXPECT_EQ(Dispatched(), (Ids{1}));
-  EXPECT_EQ(last_->videos.at(0).name + last_->videos.at(1).name, "GateYard");
-  EXPECT_EQ(Waiting(), 0u);
-  Frame(Source(3));
-  EXPECT_EQ(Dispatched(), Ids{});
-}
-
-TEST_F(ParkingTest, DispatchesInTheOrderOfReadiness) {
-  Send(EventEntry(3));
-  // At once what has no video; then what this event releases, and what has its clip already.
-  EXPECT_EQ(Send(Later(5, true) + Later(6, true)), (Ids{6, 3, 5}));
-  Send(EventEntry(3) + EventEntry(1));
-  EXPECT_EQ(Tick(100), (Ids{3, 1}));
-}
-
-TEST_F(ParkingTest, OnlySourcesWithVideoAreCaptured) {
-  for (const int type : {1, 2, 9, 18}) {
-    EXPECT_EQ(Send(EventEntry(1, true, "", SourceElement(Source(2), type))), Ids{}) << type;
-  }
-  EXPECT_EQ(Tick(100).size(), 4u);
-  EXPECT_EQ(Send(EventEntry(1, true, "", SourceElement(Source(2), 3))), (Ids{1}));
-  EXPECT_EQ(Send(EventEntry(1, true, "", SourceElement(769, 3) + SourceElement(Source(2)))), Ids{});
-  EXPECT_EQ(Tick(100), (Ids{1}));
-  EXPECT_EQ(last_->videos.size() + last_->cameras.size(), 2u);
-}
-
-TEST_F(ParkingTest, WithoutAnyFrameTheMailGoesOutAtOnce) {
-  EXPECT_EQ(Send(EventEntry(1, true, "", SourceElement(0xF0000007))), (Ids{1}));  // unknown
-  ASSERT_EQ(last_->videos.size(), 1u);
-  EXPECT_EQ(last_->videos[0].clip, nullptr);
-  const auto log = host_.Log();
-  ASSERT_EQ(log.size(), 3u);
-  EXPECT_EQ(log[0],
-            (LogLine{50, "Unable to map video input to stream/ channel id to locate video frame"}));
-  EXPECT_EQ(log[1], (LogLine{50,
-                             "Unable to locate corresponding video frame for channel/stream id "
-                             "-268435449 to attach to this notification profile"}));
-  // One of two cameras has frames.
-  Send(EventEntry(1, true, "", SourceElement(Source(2)) + SourceElement(66561)));
-  EXPECT_EQ(Waiting(), 1u);
-}
-
-TEST_F(ParkingTest, ASilentStreamKeepsNoFinishedClips) {
-  for (int i = 0; i < 3; ++i) {
-    Send(EventEntry(1));
-    EXPECT_EQ(Tick(100), (Ids{1}));
+TEST_F(EventIntakeTest, DispatchesParksAndReleases) {
+  const struct {
+    const char *why, *steps, *dispatched;
+  } rows[] = {
+      {"by the profile's edge", "6+,7+,8+ m10000 6-,7-,8-", "68 - 78"},
+      {"an edge of no meaning", "4+n,4-n", "-"},
+      {"tests always", "6t,7t,8t,4t 6-t,7-t,4-t", "6784 674"},
+      {"but for the throttle", "8+ 8- 8t m9999 8+ m1 8- 8t", "8 - - - - - 8 -"},
+      {"what is not due starts no interval", "7+ 6- 8+,6+", "- - 86"},
+      {"at the first tick behind the deadline", "1+ s5 3+y s27 s1 s4 s1 s99", "- - - - 1 - 3 -"},
+      {"when the last clip is complete", "1+g m30000 fg fy fy", "- - - 1 -"},
+      {"at once without video", "1+n 1+i 2-i", "1 1 2"},
+      {"at once when nothing is to be recorded", "5+ 5-y", "5 5"},
+      {"at once what has no video, then what is ready, in order", "3+ 5+',6+'", "- 635"},
+      {"in the order of the events", "3+,1+y s99", "- 31"},
+      {"the end releases a start", "1+ 9-'", "- 1"},
+      {"another start does not", "1+ 9+' s99", "- - 1"},
+      {"the start releases an end", "2- 9+'", "- 2"},
+      {"another end does not", "2- 9-' s99", "- - 2"},
+      {"either releases what wants both", "3+ 9+' 3- 9+'", "- 3 - 3"},
+      {"as does the end", "3+ 9-'", "- 3"},
+      {"only of the same source", "3+ 9-y' 9-n' 9-g' s99", "- - - - 3"},
+      {"a group is a source", "3+g 9-' 9-g'", "- - 3"},
+      {"one of several", "3+ 3+y' 1+y' 9-y'", "- - - 31"},
+      {"not the other profiles of the event", "3+,3+ s99", "- 33"},
+  };
+  tick_ = 0xFFFFFFFF - 5000;  // the clock wraps meanwhile
+  for (const auto& row : rows) {
+    EXPECT_EQ(Play(row.steps), row.dispatched) << row.why;
+    Reset();
   }
   EXPECT_EQ(state_->buffers.FindChannel(Source(2))->OpenClips(), 0u);
 }
 
-TEST_F(ParkingTest, ALaterEventOfTheSourceReleasesByTheProfilesEdge) {
+TEST_F(EventIntakeTest, SkipsWhatIsNotItsOwnOrIncomplete) {
+  const std::string mine = "<Profiles>" + EventEntry(6) + "</Profiles></Notify>";
   const struct {
-    std::int32_t profile;
-    bool parkedByStart;
-    bool laterIsStart;
-    bool released;
-  } rows[] = {{1, true, false, true},   {1, true, true, false}, {2, false, true, true},
-              {2, false, false, false}, {3, true, true, true},  {3, true, false, true}};
+    std::string entries, elements;
+    Ids dispatched;
+  } rows[] = {
+      {"<Profile ID='6' Action='7'/><Profile ID='6' Alarm='x' Action='7'/>", "", {}},
+      {EventEntry(6, true, "Action='x'") +
+           EventEntry(6, true, "Action='' Message='Testing Profile'"),
+       "",
+       {}},
+      {EventEntry(7, true, "Message='Testing Profile '"), "", {}},
+      {"", "<Notify ID='786433'>" + mine + "<Notify>" + mine + "<Notify ID='786432'/>", {}},
+      {"<Anything ID='6' Alarm='5' Action='7'/>",
+       "<Notify ID='786432'/><Notify ID='786432'>" + mine,
+       {6, 6}},
+  };
+  for (const auto& row : rows) EXPECT_EQ(Send(row.entries, row.elements), row.dispatched);
+  EXPECT_EQ(last_->eventSeconds, wall_) << "when the document does not say";
+  EXPECT_TRUE(last_->isStart);
+  host_.ClearLog();
+  Play("3+");
+  Send(EventEntry(9, false, "Time='1' Action='x'"));
+  EXPECT_EQ(Dispatched(), Ids{}) << "it was released at once, though nobody is told of the other";
+  EXPECT_EQ(last_->profile->ID, 3);
+  EXPECT_EQ(host_.Log().back(), (LogLine{25,
+                                         "Received a notification request for an unknown profile "
+                                         "9. Request will be ignored"}));
+}
+
+TEST_F(EventIntakeTest, FillsTheItemFromProfileConfigurationAndDocument) {
+  Configure(Profile(11, "MaxVideoSeconds='30'", "<to>t@x</to><body>{source}</body>") + Profile(12));
+  const auto config = state_->config;
+  const char* const servers =
+      "<Servers><Server Serial='S' Description='D' MAC='M'/><Server Serial='other'/></Servers>";
+  const std::string sources = SourceElement(Source(3)) + SourceElement(769, 3) + kGroup;
+  ASSERT_EQ(Send(EventEntry(11, true, "", sources), servers), (Ids{11}));
+  const auto item = last_;
+  EXPECT_EQ(item->config, config);
+  EXPECT_EQ(item->profile, &config->profiles.at(11));
+  EXPECT_EQ(item->eventSeconds + item->facts.eventTime, 3000000000);
+  EXPECT_EQ(item->eventMilliseconds, 250);
+  EXPECT_EQ(item->preTriggerSeconds, 5);
+  EXPECT_EQ(item->source.value, static_cast<std::uint32_t>(Source(3)));
+  EXPECT_EQ(item->facts.eventType, 2);
+  EXPECT_EQ(item->cameras, (std::vector<SourceId>{item->source})) << "also without attachments";
+  const auto facts = [&] {
+    const TemplateFacts& f = last_->facts;
+    return f.sourceName + "," + f.eventState + "," + f.systemName + "," + f.serial + "," +
+           f.macAddress;
+  };
+  EXPECT_EQ(facts(), "Yard,Start,D,S,M");
+  // What a later document does not say stays; what a later configuration says does not reach back.
+  Configure(Profile(11, "EventEdge='1'", "<to>t@x</to><body>{event state}</body>") + Profile(12));
+  EXPECT_EQ(item->profile->body, "{source}");
+  Send(EventEntry(11, false), "<Servers><Server Description='E'/></Servers>");
+  EXPECT_EQ(facts(), "Gate,End,E,S,M");
+  Send(EventEntry(11, false), "<Servers><Server Serial=''/></Servers>");
+  EXPECT_EQ(facts(), "Gate,End,E,,M");
+  Send(EventEntry(12), "<Servers><Server Serial='T'/></Servers>");
+  EXPECT_EQ(facts(), "Gate,,,T,") << "no placeholder needs them";
+  Send(EventEntry(12, true, "Message='Testing Profile'", kGroup));
+  EXPECT_EQ(facts(), "[Test Event Source],,,T,");
+  EXPECT_TRUE(last_->isTest);
+  EXPECT_EQ(last_->facts.eventType, -1);
+  EXPECT_EQ(last_->source.value, 0xFFFFFFFFu);
+  EXPECT_TRUE(last_->cameras.empty());
+}
+
+TEST_F(EventIntakeTest, TheProfileLineSaysWhatSetItOff) {
+  const std::string both = SourceElement(Source(2)) + SourceElement(Source(3), 18);
+  const std::string intro = "Profile Door: PreTrigger(5), MaxDuration(0), MaxSizeMB(3)";
+  const struct {
+    bool starts;
+    std::string attributes, sources, line;
+  } rows[] = {
+      {true, "", both, intro + ", event source (Gate), event source (Yard), event state (Start)"},
+      {true, "", kGroup, intro + ",  event source group (Perimeter), event state (Start)"},
+      {true, "", "", intro + ", event source (Unknown), event state (Start)"},
+      {false, "Action='9'", kGroup + SourceElement(769, 3),
+       "Profile Door: PreTrigger(0), MaxDuration(0), MaxSizeMB(3), event source (Trigger Input "
+       "3-1), event state (End)"},
+  };
+  Configure(Profile(11, "description='Door' EventEdge='2'"), "EmailSizeLimitMB='3'");
   for (const auto& row : rows) {
-    Send(EventEntry(row.profile, row.parkedByStart));
-    EXPECT_EQ(Send(Later(6, row.laterIsStart, Source(3)) + EventEntry(6, row.laterIsStart, "", "")),
-              row.laterIsStart ? (Ids{6, 6}) : Ids{})
-        << "another source, or none";
-    ASSERT_EQ(Waiting(), 1u);
-    // Even an event of an unknown profile, or without an action.
-    const std::string later = EventEntry(99, row.laterIsStart, "Time='1500000009' Action='x'");
-    EXPECT_EQ(Send(later), row.released ? Ids{row.profile} : Ids{});
-    Tick(1000);
+    Send(EventEntry(11, row.starts, row.attributes, row.sources));
+    EXPECT_EQ(host_.Log().back(), (LogLine{25, row.line}));
   }
-  Send(EventEntry(3, true, "", ""));
-  EXPECT_EQ(Waiting(), 0u) << "without a source there is no video";
+  Configure(Profile(11, "description='" + std::string(600, 'x') + "'"));
+  Send(EventEntry(11));
+  EXPECT_EQ(host_.Log().back().text, "Profile " + std::string(492, 'x'));
 }
 
-TEST_F(ParkingTest, ProfilesOfOneEventDoNotReleaseEachOther) {
-  EXPECT_EQ(Send(EventEntry(3) + EventEntry(3)), Ids{});
-  EXPECT_EQ(Waiting(), 2u);
+TEST_F(EventIntakeTest, CapturesEachSourceThatHasVideo) {
+  const auto videos = [&](const std::string& sources) {
+    Send(EventEntry(1, true, "", sources));
+    Tick(100);
+    std::string text;
+    for (const AttachmentSource& video : last_->videos) {
+      EXPECT_TRUE(video.clip == nullptr || video.clip->Complete());
+      text += video.name + (video.clip == nullptr ? "? " : " ");
+    }
+    return text;
+  };
+  for (const int type : {1, 2, 9, 18}) EXPECT_EQ(videos(SourceElement(Source(2), type)), "Gate ");
+  EXPECT_EQ(videos(SourceElement(769, 3) + SourceElement(Source(3))), "Yard ");
+  EXPECT_EQ(videos(kGroup), "Gate Yard ");
+  host_.ClearLog();
+  EXPECT_EQ(videos(SourceElement(0xF0000007)), "Video Input 0-7? ");
+  EXPECT_EQ(host_.Log().size(), 3u);
+  EXPECT_EQ(host_.Log()[0],
+            (LogLine{50, "Unable to map video input to stream/ channel id to locate video frame"}));
+  EXPECT_EQ(host_.Log()[1], (LogLine{50,
+                                     "Unable to locate corresponding video frame for "
+                                     "channel/stream id -268435449 to attach to this notification "
+                                     "profile"}));
 }
 
-TEST_F(ParkingTest, SecondReviewerModeOmitsAttachments) {
+TEST_F(EventIntakeTest, SecondReviewerModeOmitsAttachments) {
   EXPECT_TRUE(TakeSystem(test::TwoCameras() + "<Users><SecondReviewer Enabled='1'/></Users>"));
   NotifyConfig config = *state_->config;  // whatever put it there
   config.profiles.at(1).attach = true;
   ReplaceConfig(std::move(config), *state_);
-  host_.ClearLog();
-  EXPECT_EQ(Send(EventEntry(1)), (Ids{1}));
+  EXPECT_EQ(Play("6+ 1+"), "6 1");
   EXPECT_TRUE(last_->videos.empty());
   EXPECT_EQ(last_->cameras.size(), 1u);
-  EXPECT_EQ(host_.Log()[0], (LogLine{50, "Attachments will be omitted for \"Profile 1\""}));
-  EXPECT_EQ(Send(EventEntry(6)), (Ids{6}));
+  EXPECT_EQ(host_.Log().at(host_.Log().size() - 2),
+            (LogLine{50, "Attachments will be omitted for \"Profile 1\""}));
   EXPECT_EQ(host_.Logged("Attachments will be omitted for \"Profile 6\""), 0);
 }
 
-TEST_F(ParkingTest, EveryFrameComesBackWhateverIsParkedAtTheEnd) {
-  Send(EventEntry(1) + EventEntry(3, true, "", kGroup));
-  tick_ += 1000;
-  for (int i = 0; i < 20; ++i) Frame(Source(i % 2 == 0 ? 2 : 3), i % 5 == 0);
-  EXPECT_EQ(Waiting(), 2u);
-  EXPECT_GT(host_.FramesOut(), 2u);
+TEST_F(EventIntakeTest, EveryFrameComesBackWhateverIsParkedAtTheEnd) {
+  EXPECT_EQ(Play("1+,3+g m1000 fg fy fg fy"), "- - - - - -");
+  EXPECT_GT(host_.FramesOut(), 4u);
+}
+
+TEST(Throttle, AdmitsEachProfileOnceAnInterval) {
+  const std::uint32_t start = 0xFFFFFFFF - 5000;  // the clock wraps in between
+  const struct {
+    std::uint32_t later;  // milliseconds
+    std::int32_t interval;
+    bool admitted;
+  } rows[] = {
+      {0, 10, true},         {9999, 10, false},  // what is refused does not move the time
+      {1, 10, true},         {5000, 20, true},   // a new interval starts anew
+      {19999, 20, false},    {0, 10, true},
+      {0, 0, true},          {0, 0, true},
+      {0, -5, true},         {0, -5, true},
+      {0, 2147483647, true}, {0x7FFFFFFF, 2147483647, false},
+      {0, 3000000, true},    {3000000000, 3000000, true},
+  };
+  Throttle throttle;
+  std::uint32_t now = start;
+  for (const auto& row : rows) {
+    EXPECT_EQ(throttle.Admit(1, row.interval, now += row.later), row.admitted)
+        << now << row.interval;
+  }
+  EXPECT_TRUE(throttle.Admit(2, 10, now));
+  throttle.Advance(now + 0x80000000u);
+  EXPECT_TRUE(throttle.Admit(2, 10, now + 5000)) << "a turn of the clock and five seconds later";
 }
 
 }  // namespace

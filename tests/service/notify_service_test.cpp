@@ -305,27 +305,6 @@ TEST_F(NotifyServiceTest, FailuresAreReportedAndANewConfigurationClearsWhatWaits
   }
 }
 
-TEST_F(NotifyServiceTest, MailsThatFailedAreSentOnceTheServerIsBack) {
-  std::atomic<std::uint32_t> tick{0};
-  SetTickClock([&] { return tick.load(); });
-  Open();
-  StartWorker();
-  curlExit_ = 7;
-  for (int i = 0; i < 3; ++i) Send(Event(i));
-  ASSERT_TRUE(WaitForStatuses(3));
-  curlExit_ = 0;
-  tick = 60'000;
-  ASSERT_TRUE(WaitForStatuses(6));
-  StopWorker();
-  SetTickClock(MonotonicTick);
-  EXPECT_EQ(host_.Statuses(), (Texts{"1:1", "1:1", "1:1", "1:0", "1:0", "1:0"}));
-  const auto launches = programs_.Launches();
-  ASSERT_EQ(launches.size(), 7u);
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(*(launches[static_cast<std::size_t>(4 + i)].end() - 2), "./" + File(i, i));
-  }
-}
-
 TEST_F(NotifyServiceTest, ABlockedLaunchDoesNotHoldUpTheStop) {
   Open();
   curlExit_ = -1;
