@@ -142,17 +142,23 @@ std::size_t FakeHost::FramesOut() const {
 }
 
 void FakeHost::CheckForm(const HostRequest& request, const HostReply& reply) {
+  // The host's own numbers, not the plug-in's names for them.
+  const bool isDocument = request.command == HostCommand::StatusDocument ||
+                          request.command == HostCommand::ConfigDocument;
+  const bool hasLength =
+      request.command != HostCommand::ReleaseFrame && request.command != HostCommand::Watchdog;
   HostRequest expected{};
-  expected.size = kHostRequestSize;
+  expected.size = 184;
   expected.version = 1;
-  expected.module = kModuleId;
-  expected.length = request.length;
+  expected.module = 0xC0000;
+  expected.length = hasLength ? request.length : 0;
   expected.payload = request.payload;
   expected.command = request.command;
   expected.payloadKind = static_cast<PayloadKind>(PayloadKindOf(request.command));
   if (request.command == HostCommand::Log) expected.level = request.level;
-  if (std::memcmp(&expected, &request, sizeof(request)) != 0 || reply.size != sizeof(reply) ||
-      reply.version != 1) {
+  if (std::memcmp(&expected, &request, sizeof(request)) != 0 || reply.size != 12 ||
+      reply.version != 1 ||
+      (isDocument && static_cast<const char*>(request.payload)[request.length] != '\0')) {
     problems_.push_back("request of command " +
                         std::to_string(static_cast<unsigned>(request.command)));
   }

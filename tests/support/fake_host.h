@@ -95,7 +95,6 @@ class FakeHost {
   // zeroed rest), a buffer that came back though it was not out (once any was lent), and what others
   // have added.
   std::vector<std::string> Problems() const;
-  std::vector<std::string> MalformedRequests() const { return Problems(); }
   void AddProblem(const std::string& text);
 
   // Called for every channel chunk, or document, on the plug-in's thread without any lock of this
