@@ -3,79 +3,68 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "config/module_documents.h"
 #include "config/notify_reader.h"
 #include "config/notify_writer.h"
-#include "config/xml_document.h"
+#include "config/parse.h"
 
 namespace tvx {
 namespace {
 
-// Reads a "Notify" block with these servers and profiles; returns what the reader said.
 bool Read(NotifyConfig& config, const std::string& notify) {
-  const std::string text = "<tDVR Delta='1'>" + notify + "</tDVR>";
-  const ParsedDocument parsed = ParseDocument(text.data(), text.size());
-  EXPECT_NE(parsed.Root(), nullptr) << text;
-  return parsed.Root() != nullptr && ReadNotify(*parsed.Root(), config);
-}
-
-std::string Block(const std::string& servers, const std::string& profiles,
-                  const std::string& attributes = "") {
-  return "<Notify ID='786432' " + attributes + "><Servers>" + servers + "</Servers><Profiles>" +
-         profiles + "</Profiles></Notify>";
-}
-
-std::string Profile(const std::string& attributes, const std::string& children = "<to>t@x</to>") {
-  return "<smtp description='d' from='f@x' subject='s' " + attributes + ">" + children + "</smtp>";
+  return ReadNotify(*test::Parse(test::Change(notify)).Root(), config);
 }
 
 std::string Print(const NotifyConfig& config) {
   return PrintDocument(*BuildNotifyDocument(config));
 }
 
-TEST(NotifyWriter, WritesEveryElementInItsOrder) {
+TEST(NotifyWriter, WritesEveryElementInItsOrderAndTheReaderReadsThem) {
   NotifyConfig config;
-  ASSERT_TRUE(
-      Read(config,
-           "<Notify ID='786432' MaxRetrySeconds='60' MaxRetryQueue='5' EmailSizeLimitMB='3'>"
-           "<Web address='http://web:81'/>"
-           "<Servers><smtp description='A' address='mail' port='465'/>"
-           "<smtp description='B' address='mx' UseSSL='2'>"
-           "<Authentication username='u' password='p&amp;'/></smtp></Servers>"
-           "<Profiles autoincrement='9'><smtp ID='4' attach='1' description='Gate' "
-           "ThrottleSeconds='30' from='f@x' subject='At {time}' MaxVideoSeconds='20' "
-           "EventEdge='2'><to>a@x</to><cc>c@x</cc><to>b@x</to><bcc>d@x</bcc>"
-           "<body>Line 1\nLine 2</body></smtp></Profiles></Notify>"));
+  ASSERT_TRUE(Read(config, R"(
+      <Notify ID='786432' MaxRetrySeconds='60' MaxRetryQueue='5' EmailSizeLimitMB='3'>
+      <Web address='http://web:81'/><Servers><smtp description='A' address='mail' port='465'/>
+      <smtp description='B' address='mx' UseSSL='2'><Authentication username='u' password='p&amp;'/>
+      </smtp><smtp description='C' address='m'><Authentication username='' password='p'/></smtp>
+      </Servers><Profiles autoincrement='9'><smtp ID='4' attach='1' description='Gate'
+      ThrottleSeconds='30' from='f@x' subject='At {time}' MaxVideoSeconds='20' EventEdge='2'>
+      <to>a@x</to><cc>c@x</cc><to>b@x</to><bcc>d@x</bcc><body>Line 1
+Line 2</body></smtp></Profiles></Notify>)"));
   EXPECT_TRUE(config.loaded);
   EXPECT_TRUE(config.profiles.at(4).usesPlaceholders);
   config.curlSupportsSmtps = true;
-  EXPECT_EQ(Print(config),
-            "<?xml ?>\n"
-            "<tDVR Delta=\"0\">\n"
-            "    <Notify ID=\"786432\" SupportsThrottleSeconds=\"1\" SupportsAttach=\"1\" "
-            "SupportsVideoAttach=\"1\" SupportsStatus=\"1\" SupportsEventEdge=\"1\" "
-            "TemplateSupportLevel=\"3\" IsSupported=\"1\" SSL=\"2\" MaxRetrySeconds=\"60\" "
-            "MaxRetryQueue=\"5\" EmailSizeLimitMB=\"3\">\n"
-            "        <Web address=\"http://web:81\" />\n"
-            "        <Servers>\n"
-            "            <smtp description=\"A\" address=\"mail\" port=\"465\" UseSSL=\"1\" />\n"
-            "            <smtp description=\"B\" address=\"mx\" port=\"25\" UseSSL=\"2\">\n"
-            "                <Authentication username=\"u\" password=\"p&amp;\" />\n"
-            "            </smtp>\n"
-            "        </Servers>\n"
-            "        <Profiles autoincrement=\"9\">\n"
-            "            <smtp ID=\"4\" attach=\"1\" description=\"Gate\" ThrottleSeconds=\"30\" "
-            "from=\"f@x\" subject=\"At {time}\" MaxVideoSeconds=\"20\" EventEdge=\"2\">\n"
-            "                <to>a@x</to>\n"
-            "                <to>b@x</to>\n"
-            "                <cc>c@x</cc>\n"
-            "                <bcc>d@x</bcc>\n"
-            "                <body>Line 1&#x0A;Line 2</body>\n"
-            "            </smtp>\n"
-            "        </Profiles>\n"
-            "    </Notify>\n"
-            "</tDVR>\n");
+  const std::string printed = R"(<?xml ?>
+<tDVR Delta="0">
+    <Notify ID="786432" SupportsThrottleSeconds="1" SupportsAttach="1" SupportsVideoAttach="1" SupportsStatus="1" SupportsEventEdge="1" TemplateSupportLevel="3" IsSupported="1" SSL="2" MaxRetrySeconds="60" MaxRetryQueue="5" EmailSizeLimitMB="3">
+        <Web address="http://web:81" />
+        <Servers>
+            <smtp description="A" address="mail" port="465" UseSSL="1" />
+            <smtp description="B" address="mx" port="25" UseSSL="2">
+                <Authentication username="u" password="p&amp;" />
+            </smtp>
+            <smtp description="C" address="m" port="25" UseSSL="0">
+                <Authentication username="" password="p" />
+            </smtp>
+        </Servers>
+        <Profiles autoincrement="9">
+            <smtp ID="4" attach="1" description="Gate" ThrottleSeconds="30" from="f@x" subject="At {time}" MaxVideoSeconds="20" EventEdge="2">
+                <to>a@x</to>
+                <to>b@x</to>
+                <cc>c@x</cc>
+                <bcc>d@x</bcc>
+                <body>Line 1&#x0A;Line 2</body>
+            </smtp>
+        </Profiles>
+    </Notify>
+</tDVR>
+)";
+  EXPECT_EQ(Print(config), printed);
+  NotifyConfig again;
+  again.curlSupportsSmtps = true;
+  ASSERT_TRUE(ReadNotify(*test::Parse(printed).Root(), again));
+  EXPECT_EQ(Print(again), printed);
 }
 
 TEST(NotifyWriter, AnEmptyConfigurationInSecondReviewerModeHasItsFrame) {
@@ -92,93 +81,126 @@ TEST(NotifyWriter, AnEmptyConfigurationInSecondReviewerModeHasItsFrame) {
 }
 
 TEST(NotifyReader, RejectsABlockWithoutItsEssentials) {
-  NotifyConfig config;
-  EXPECT_FALSE(Read(config, ""));
-  EXPECT_FALSE(
-      Read(config, "<Notify ID='786433' MaxRetryQueue='7'><Servers/><Profiles/></Notify>"));
-  EXPECT_EQ(config.MaxRetryQueue, 100);
-  EXPECT_FALSE(Read(config, "<Notify ID='786432' MaxRetryQueue='7'><Servers/></Notify>"));
-  EXPECT_EQ(config.MaxRetryQueue, 7);  // taken before the block is found wanting
-  EXPECT_FALSE(Read(config, "<Notify ID='786432' MaxRetryQueue='x'><Profiles/></Notify>"));
-  EXPECT_EQ(config.MaxRetryQueue, 7);
-  EXPECT_FALSE(config.loaded);
+  const struct {
+    const char* notify;
+    std::int32_t maxRetryQueue;
+  } kCases[] = {
+      {"", 100},
+      {"<Notify ID='786433' MaxRetryQueue='7'><Servers/><Profiles/></Notify>", 100},
+      {"<Notify MaxRetryQueue='7'><Servers/><Profiles/></Notify>", 100},
+      // Taken before the block is found wanting.
+      {"<Notify ID='786432' MaxRetryQueue='7'><Servers/></Notify>", 7},
+      {"<Notify ID='786432' MaxRetryQueue='x'><Profiles/></Notify>", 100},
+  };
+  for (const auto& each : kCases) {
+    NotifyConfig config;
+    config.servers.resize(1);
+    config.profiles[1];
+    EXPECT_FALSE(Read(config, each.notify)) << each.notify;
+    EXPECT_EQ(config.MaxRetryQueue, each.maxRetryQueue) << each.notify;
+    EXPECT_FALSE(config.loaded);
+    EXPECT_TRUE(config.servers.size() == 1 && config.profiles.size() == 1) << "stay as they were";
+  }
 }
 
 TEST(NotifyReader, ServersFallBackAndHalfCredentialsDropThem) {
-  struct Case {
+  const struct {
     const char* xml;
-    int kept;
-    std::int32_t port;
-    std::int32_t useSsl;
+    const char* servers;  // port/UseSSL of each
+  } kCases[] = {
+      {"<smtp description='d' address='a'/>", "25/0 "},
+      {"<smtp description='d' address='a' port='465'/>", "465/1 "},
+      {"<smtp description='d' address='a' port='465' UseSSL='x'/>", "465/1 "},
+      {"<smtp description='d' address='a' port='465' UseSSL='0'/>", "465/0 "},
+      {"<smtp description='d' address='a' port='x' UseSSL='9'/>", "25/9 "},
+      {"<smtp description='d'/><smtp address='a'/>", ""},
+      {"<smtp description='d' address='a'><Authentication username='u'/></smtp>", ""},
+      {"<smtp description='d' address='a'><Authentication password='p'/></smtp>", ""},
+      {"<smtp description='' address=''><Authentication username='' password=''/></smtp>", "25/0 "},
+      {"<smtp description='d' address='a'/></Servers><Servers><smtp description='e' address='b' "
+       "port='9'/>",
+       "25/0 9/0 "},
   };
-  for (const Case& c :
-       {Case{"<smtp description='d' address='a'/>", 1, 25, 0},
-        Case{"<smtp description='d' address='a' port='465'/>", 1, 465, 1},
-        Case{"<smtp description='d' address='a' port='465' UseSSL='0'/>", 1, 465, 0},
-        Case{"<smtp description='d' address='a' port='x' UseSSL='9'/>", 1, 25, 9},
-        Case{"<smtp description='d'/>", 0, 0, 0}, Case{"<smtp address='a'/>", 0, 0, 0},
-        Case{"<smtp description='d' address='a'><Authentication username='u'/></smtp>", 0, 0, 0},
-        Case{"<smtp description='d' address='a'><Authentication password='p'/></smtp>", 0, 0, 0},
-        Case{"<smtp description='d' address='a'><Authentication username='' password=''/></smtp>",
-             1, 25, 0}}) {
-    NotifyConfig config;
-    ASSERT_TRUE(Read(config, Block(c.xml, "")));
-    ASSERT_EQ(config.servers.size(), static_cast<std::size_t>(c.kept)) << c.xml;
-    if (c.kept == 0) continue;
-    EXPECT_EQ(config.servers[0].port, c.port) << c.xml;
-    EXPECT_EQ(config.servers[0].UseSSL, c.useSsl) << c.xml;
+  NotifyConfig config;
+  for (const auto& each : kCases) {
+    ASSERT_TRUE(Read(config, test::Notify("", "", each.xml)));
+    std::string servers;
+    for (const SmtpServer& server : config.servers) {
+      servers += std::to_string(server.port) + '/' + std::to_string(server.UseSSL) + ' ';
+    }
+    EXPECT_EQ(servers, each.servers) << each.xml;
   }
 }
 
 TEST(NotifyReader, MalformedProfilesAreSkippedOneByOne) {
   NotifyConfig config;
-  ASSERT_TRUE(
-      Read(config, Block("", Profile("ID='x'") + Profile("") + Profile("ID='1'", "<to></to>") +
-                                 Profile("ID='2'", "<to>t@x</to><body>a</body><body>b</body>") +
-                                 "<smtp ID='3' description='d' from='f@x'><to>t@x</to></smtp>" +
-                                 Profile("ID='4'", "<to/><to>t@x</to><cc/><cc>c@x</cc>") +
-                                 Profile("ID='5' ThrottleSeconds='1'") +
-                                 Profile("ID='5' ThrottleSeconds='2'"))));
+  using test::Profile;
+  ASSERT_TRUE(Read(
+      config,
+      test::Notify("<smtp ID='x' description='d' from='f' subject='s'><to>t</to></smtp>"
+                   "<smtp description='d' from='f' subject='s'><to>t</to></smtp>"
+                   "<smtp ID='1' from='f' subject='s'><to>t</to></smtp>"
+                   "<smtp ID='1' description='d' subject='s'><to>t</to></smtp>"
+                   "<smtp ID='1' description='d' from='f'><to>t</to></smtp>" +
+                   Profile(1, "", "<to></to>") + Profile(1, "", "<cc>t</cc>") +
+                   Profile(1, "", "<to>t</to><body>a</body><body>b</body>") +
+                   Profile(4, "", "<to/><to>t</to><cc/><cc>c</cc><cc>d</cc><bcc/><bcc>b</bcc>") +
+                   Profile(5, "ThrottleSeconds='1' subject='{serial}'") +
+                   Profile(5, "ThrottleSeconds='2' subject=''"))));
   ASSERT_EQ(config.profiles.size(), 2u);
-  EXPECT_EQ(config.profiles.at(4).to, (std::vector<std::string>{"t@x"}));
-  EXPECT_EQ(config.profiles.at(4).cc, (std::vector<std::string>{"c@x"}));
-  EXPECT_EQ(config.profiles.at(4).body, "");
+  const NotifyProfile& profile = config.profiles.at(4);
+  using Texts = std::vector<std::string>;
+  EXPECT_EQ(profile.to, Texts{"t"});
+  EXPECT_EQ(profile.cc, (Texts{"c", "d"}));
+  EXPECT_EQ(profile.bcc, Texts{"b"});
+  EXPECT_EQ(profile.body, "");
   EXPECT_EQ(config.profiles.at(5).ThrottleSeconds, 2);  // the later element wins
+  EXPECT_FALSE(config.profiles.at(5).usesPlaceholders);
 }
 
 TEST(NotifyReader, GivesIdentifiersFromTheCounter) {
   NotifyConfig config;
   config.nextProfileId = 3;
-  ASSERT_TRUE(Read(config, "<Notify ID='786432'><Servers/><Profiles autoincrement='7'>" +
-                               Profile("ID='0'") + "</Profiles></Notify>"));
-  EXPECT_EQ(config.profiles.begin()->first, 7);
-  EXPECT_EQ(config.nextProfileId, 8);
-  ASSERT_TRUE(Read(config, Block("", "")));  // a smaller counter does not turn it back
-  EXPECT_EQ(config.nextProfileId, 8);
+  const std::string given =
+      test::Profile(0, "", "") + test::Profile(0);  // a malformed one uses one up
+  ASSERT_TRUE(Read(config, "<Notify ID='786432'><Servers/><Profiles autoincrement='7'>" + given +
+                               "</Profiles><Profiles autoincrement='2'>" + given +
+                               "</Profiles></Notify>"));
+  EXPECT_EQ(config.profiles.begin()->first, 10);  // of the last list
+  EXPECT_EQ(config.nextProfileId, 11);
+  ASSERT_TRUE(Read(config, test::Notify("")));  // a smaller counter does not turn it back
+  EXPECT_EQ(config.nextProfileId, 11);
   EXPECT_TRUE(config.profiles.empty());
 }
 
 TEST(NotifyReader, AProfileInheritsWhatItsSuccessorDoesNotSay) {
+  const struct {
+    const char* attributes;
+    const char* result;  // attach, MaxVideoSeconds, EventEdge, ThrottleSeconds
+  } kCases[] = {
+      {"", "0 0 0 0"},
+      {"attach='1' MaxVideoSeconds='20' EventEdge='2' ThrottleSeconds='9'", "1 20 2 9"},
+      {"", "1 20 2 0"},  // the throttle alone is not kept
+      {"MaxVideoSeconds='x' EventEdge='1'", "1 20 1 0"},
+      {"attach='2'", "0 20 1 0"},  // true for exactly 1
+      {"attach='1'", "1 20 1 0"},
+      {"attach=''", "0 20 1 0"},
+  };
   NotifyConfig config;
-  ASSERT_TRUE(Read(config, Block("", Profile("ID='1' attach='1' MaxVideoSeconds='20' EventEdge='2' "
-                                             "ThrottleSeconds='9'"))));
-  ASSERT_TRUE(Read(config, Block("", Profile("ID='1'"))));
-  EXPECT_TRUE(config.profiles.at(1).attach);
-  EXPECT_EQ(config.profiles.at(1).MaxVideoSeconds, 20);
-  EXPECT_EQ(config.profiles.at(1).EventEdge, 2);
-  EXPECT_EQ(config.profiles.at(1).ThrottleSeconds, 0);  // the throttle alone is not kept
-}
-
-TEST(NotifyReader, AttachIsTrueForExactlyOneAndNeverInSecondReviewerMode) {
-  for (const char* value : {"0", "2", "-1", "yes", ""}) {
-    NotifyConfig config;
-    ASSERT_TRUE(Read(config, Block("", Profile(std::string("ID='1' attach='") + value + "'"))));
-    EXPECT_FALSE(config.profiles.at(1).attach) << value;
-  }
-  NotifyConfig config;
+  const auto reread = [&](const std::string& attributes) {
+    EXPECT_TRUE(Read(config, test::Notify(test::Profile(1, attributes))));
+    const NotifyProfile& read = config.profiles.at(1);
+    return std::to_string(read.attach) + ' ' + std::to_string(read.MaxVideoSeconds) + ' ' +
+           std::to_string(read.EventEdge) + ' ' + std::to_string(read.ThrottleSeconds);
+  };
+  for (const auto& each : kCases)
+    EXPECT_EQ(reread(each.attributes), each.result) << each.attributes;
   config.secondReviewerMode = true;
-  ASSERT_TRUE(Read(config, Block("", Profile("ID='1' attach='1'"))));
-  EXPECT_FALSE(config.profiles.at(1).attach);
+  EXPECT_EQ(reread("attach='1'"), "0 20 1 0");
+  config.profiles[2].attach = true;
+  EXPECT_TRUE(ClearAttachFlags(config));
+  EXPECT_FALSE(config.profiles.at(2).attach);
+  EXPECT_FALSE(ClearAttachFlags(config));
 }
 
 TEST(Megabytes, SaturateInsteadOfWrapping) {

@@ -53,18 +53,20 @@ TEST_F(TemplatesTest, ReplacesEachSimplePlaceholderOnceInBodyAndSubject) {
 }
 
 TEST_F(TemplatesTest, NamesTheKindOfEvent) {
-  struct Case {
+  const struct {
     std::int32_t type;
-    const char* eventType;
-    const char* source;
-  };
-  for (const Case& c :
-       {Case{-1, "[Test Event Type]", "Gate camera"}, Case{0, "{event type}", "Gate camera"},
-        Case{-2, "{event type}", "Gate camera"}, Case{8, "Health", "Storage"},
-        Case{7, "Health", "Gate camera"}, Case{35, "Unknown", "Gate camera"},
-        Case{12, "Source Group", "Gate camera"}}) {
-    facts_.eventType = c.type;
-    EXPECT_EQ(Body("{event type}/{source}"), std::string(c.eventType) + "/" + c.source) << c.type;
+    const char* text;
+  } kCases[] = {{-1, "[Test Event Type]/Gate camera"},
+                {0, "{event type}/Gate camera"},
+                {-2, "{event type}/Gate camera"},
+                {8, "Health/Storage"},
+                {7, "Health/Gate camera"},
+                {35, "Unknown/Gate camera"},
+                {12, "Source Group/Gate camera"}};
+  for (const auto& each : kCases) {
+    facts_.eventType = each.type;
+    EXPECT_EQ(Body("{event type}/{source}", "{event type}/{source}"), each.text);
+    EXPECT_EQ(subject_, each.text);
   }
 }
 
