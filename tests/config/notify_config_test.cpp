@@ -197,9 +197,9 @@ TEST(NotifyReader, AProfileInheritsWhatItsSuccessorDoesNotSay) {
     EXPECT_EQ(reread(each.attributes), each.result) << each.attributes;
   config.secondReviewerMode = true;
   EXPECT_EQ(reread("attach='1'"), "0 20 1 0");
-  config.profiles[2].attach = true;
+  config.profiles[-1].attach = true;
   EXPECT_TRUE(ClearAttachFlags(config));
-  EXPECT_FALSE(config.profiles.at(2).attach);
+  EXPECT_FALSE(config.profiles.at(-1).attach);
   EXPECT_FALSE(ClearAttachFlags(config));
 }
 

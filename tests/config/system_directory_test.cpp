@@ -53,7 +53,7 @@ TEST(SystemDirectoryNames, OddEntriesAreSkippedOrFallBack) {
       <Device Number="1" Name="Second of its number"/><Device Number="1" Name="Third"/>
       <Device Number="3">
         <Context><Video><Input Number="1" Name="No sub-channel"/></Video>
-                 <Video><Input Number="2" Name="Second list"/></Video></Context>
+                 <Video><Input Number="2" Name="Second list"/><Input Number="0" Name="Zeroth"/></Video></Context>
         <Context Number="15"><Video><Input Number="1" Name="Last sub-channel"/></Video></Context>
         <Context Number="x"><Video><Input Number="7" Name="Odd sub-channel"/></Video></Context>
         <Trigger><Input Number="258" Name="Excess bits"/></Trigger>
@@ -72,6 +72,7 @@ TEST(SystemDirectoryNames, OddEntriesAreSkippedOrFallBack) {
             "Second of its number/Device 0/Unsigned/Signed");
   EXPECT_EQ(Names(odd, Kind::VideoInput, {0x00000301, 0x00000302, 0xF0000301, 0x00000307}),
             "No sub-channel/Second list/Last sub-channel/Odd sub-channel");
+  EXPECT_EQ(Names(odd, Kind::VideoInput, {0x00000300, 0x00000309}), "Zeroth/Video Input 3-9");
   EXPECT_EQ(Names(odd, Kind::TriggerInput, {0x00000302}), "Excess bits");
   // Of a profile that nobody described, without a profile, of one that is described later.
   EXPECT_EQ(Names(odd, Kind::PointOfSale, {0x00030101, 0x00030103, 0x00030104}),

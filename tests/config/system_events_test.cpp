@@ -64,6 +64,7 @@ TEST(EventSourceKey, IsFoundInTheEventsElement) {
       {"in a context", 0x40010203, "D65536(N2(C4(V3)))"},
       {"beside its context", 0x40010203, "D65536(N2(V3))C4"},
       {"in the second context", 0x50010203, "D65536(N2(C4C5(V3)))"},
+      {"a context in a context stays closed", 0, "D65536(N2(C4(C5(V3))))"},
       {"context that is no number", 0x00010203, "D65536(N2(CxV3))"},
       {"the first in document order", 0x00010203, "D65536(N2(V3))V9"},
       {"the first that has a number", 0x00010203, "D65536(NN2(VV3))"},

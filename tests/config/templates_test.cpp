@@ -13,8 +13,8 @@ namespace {
 class TemplatesTest : public testing::Test {
  protected:
   TemplatesTest() {
-    ::setenv("TZ", "UTC0", 1);
-    facts_.eventTime = 1500000000;  // 2017-07-14 02:40:00 UTC
+    ::setenv("TZ", "TST-1", 1);
+    facts_.eventTime = 1500000000;  // 2017-07-14 03:40:00 there
     facts_.eventType = event_type::kVideoMotion;
     facts_.sourceName = "Gate camera";
     facts_.systemName = "North";
@@ -76,21 +76,23 @@ TEST_F(TemplatesTest, TheDatePassRewritesTokensAndDropsTheOthers) {
     const char* expanded;
   };
   for (const Case& c : {
-           Case{"Motion at {time} on {date format=\"%Y\"} {foo}", "Motion at 02:40:00 on 2017 "},
+           Case{"Motion at {time} on {date format=\"%Y\"} {foo}", "Motion at 03:40:00 on 2017 "},
            Case{"Motion {foo}", "Motion {foo}"},
            Case{"{date}{date}", "07/14/1707/14/17"},
            Case{"{date}{date format=\"%Q\"}{date format=\"50%\"}",
                 "07/14/17[invalid format specified][invalid format specified]"},
            Case{"{date format=\"100%%\"}", "100%"},
-           Case{"{date}{ time}{  time format='%H'}", "07/14/1702:40:0002"},
-           Case{"{time}{Date}{}{ }{a{b}", "02:40:00"},
-           Case{"{time} { no end", "02:40:00 { no end"},
-           Case{"{time}}", "02:40:00}"},
+           Case{"{date}{ time}{  time format='%H'}", "07/14/1703:40:0003"},
+           Case{"{time}{Date}{}{ }{a{b}", "03:40:00"},
+           Case{"{time} { no end", "03:40:00 { no end"},
+           Case{"{time}}", "03:40:00}"},
            Case{"{time format=\"%H\"}", "{time format=\"%H\"}"},  // sets off no pass by itself
-           Case{"{date format=\"%d.%m.%Y &lt;%H&gt;\"}", "14.07.2017 <02>"},
-           Case{"{date format=\"%c%c%c%c%c\"}", ""},  // beyond 79 characters
+           Case{"{date format=\"%d.%m.%Y &lt;%H&gt;\"}", "14.07.2017 <03>"},
+           Case{"{date format='%c%c%c%Y-%m'}",  // 79 characters
+                "Fri Jul 14 03:40:00 2017Fri Jul 14 03:40:00 2017Fri Jul 14 03:40:00 20172017-07"},
+           Case{"{date format='%c%c%c%Y-%m!'}", ""},  // one more
            Case{"{date}{time><time>}{date format=%Y}", "07/14/172017"},
-           Case{"{serial}{serial}{time}", "S-102:40:00"},
+           Case{"{serial}{serial}{time}", "S-103:40:00"},
        }) {
     EXPECT_EQ(Body(c.text), c.expanded) << c.text;
   }
