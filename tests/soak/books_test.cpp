@@ -49,7 +49,7 @@ struct Story {
     Log("Profile Description: P" + std::to_string(profile) +
         ". Notification attempt return code= " + std::to_string(logged));
   }
-  void Report(int profile, int status) { ledger.Take(tool::ProfileStatus{profile, status, 0}); }
+  void Report(int profile, int status) { ledger.Take(tool::ProfileReport{profile, status, 0}); }
   void Mail(int profile, int number) {
     Run(profile, number, 0, 0);
     Report(profile, 0);

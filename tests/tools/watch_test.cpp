@@ -1,118 +1,93 @@
-// What --watch prints where there is no terminal, and what it knows.
+// --watch follows what the timeline records, and leaves the terminal as it was.
 #include "simulated_host/watch_printer.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pty.h>
+#include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
-#include <string>
-#include <vector>
 
 namespace tvx::tool {
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
 
-// A file in memory, taken line by line.
-class Output {
- public:
-  Output() : file_(open_memstream(&text_, &size_)) {}
-  ~Output() {
-    std::fclose(file_);
-    std::free(text_);
-  }
-  std::FILE* File() { return file_; }
-
-  std::vector<std::string> NewLines() {
-    std::fflush(file_);
-    std::vector<std::string> lines;
-    const std::string text(text_, size_);
-    for (std::size_t end = 0; (end = text.find('\n', read_)) != std::string::npos;
-         read_ = end + 1) {
-      lines.push_back(text.substr(read_, end - read_));
-    }
-    return lines;
-  }
-
- private:
-  char* text_ = nullptr;
-  std::size_t size_ = 0;
-  std::size_t read_ = 0;
-  std::FILE* file_;
-};
-
-TEST(WatchLines, TellsChangesOnceASecondOfTheWorldAndFaultsAtOnce) {
-  Output out;
-  WatchLines printer(out.File(), 10);  // a second of the world is ten of the plug-in's
+void Play(WatchPrinter& printer) {
   const std::vector<std::int32_t> profiles = {1, 1, 2};
-  printer.Refresh(0.2);
-  EXPECT_THAT(out.NewLines(), ElementsAre(HasSubstr("mail server not the host's; faults 0")));
-  printer.Observe(1, NotificationsAsked{profiles});
-  printer.Print(2, MailServerChange{MailServerChange::What::Down});
-  printer.Refresh(10.1);
-  EXPECT_THAT(out.NewLines(), ElementsAre());
-  printer.Refresh(10.2);
-  EXPECT_THAT(out.NewLines(), ElementsAre(HasSubstr("   10.200  asked 3, not reported 3, delivered "
-                                                    "0, failed 0; queued 0, retrying 0; programs "
-                                                    "0, transfers 0; mail server down")));
-  printer.Refresh(40);
-  EXPECT_THAT(out.NewLines(), ElementsAre());
-
-  printer.Print(41, ProfileStatus{1, kStatusDelivered, 0});
-  printer.Print(41, ProfileStatus{2, kStatusUnknown, 0});
-  printer.Print(41, Fault{"this and\x1b that"});
-  EXPECT_THAT(out.NewLines(), ElementsAre(HasSubstr("FAULT  this and\\x1b that")));
-  printer.Finish(41.5);
-  EXPECT_THAT(out.NewLines(),
-              ElementsAre(HasSubstr("asked 3, not reported 2, delivered 1, failed 0")));
-}
-
-TEST(RunStatus, FollowsMessagesAndFrames) {
-  RunStatus status;
-  const auto launch = [&status](std::uint32_t request, const char* file) {
-    status.Follow(0, Launch{request, {"./curl", "-T", file}});
-  };
-  status.Follow(0, Launch{1, {"./curl", "-V"}});
-  launch(2, "first");
-  EXPECT_EQ(status.Programs(), 2u);
-  EXPECT_EQ(status.Transfers(), 1u);
-  EXPECT_EQ(status.Retrying(), 0u);
-  status.Follow(1, ProgramEnd{2, "./curl", 0, 0});
-  status.Follow(1, RetryChange{RetryChange::What::Queued, "first", "", 1, 0, 1});
-  launch(3, "first");
-  EXPECT_EQ(status.Queued(), 1u);
-  EXPECT_EQ(status.Retrying(), 1u);
-  status.Follow(2, RetryChange{RetryChange::What::Tried, "first", "", 2, 0, 1});
-  status.Follow(2, RetryChange{RetryChange::What::Discarded, "first", "", 2, 0, 0});
-  EXPECT_EQ(status.Queued(), 0u);
-  EXPECT_EQ(status.Retrying(), 0u);
-
+  printer.Print(1, NotificationsAsked{profiles});
+  printer.Print(1, FeedStart{0x10010201, "gate.mp4", 600});
   // One frame comes back before its Write has returned.
-  status.Follow(FrameReturn{7});
-  EXPECT_EQ(status.Held(), 0u);
-  for (const bool taken : {true, true, false}) status.Follow(FrameWrite{7, 100, false, taken});
-  EXPECT_EQ(status.Held(), 1u);
-  EXPECT_EQ(status.Streams().at(7).offered, 3u);
+  printer.Print(1, FrameReturn{0x10010201, 100});
+  for (const bool taken : {true, true, false}) {
+    printer.Print(2, FrameWrite{0x10010201, 100, false, taken});
+  }
+  printer.Print(3, Launch{1, {"./curl", "-T", "first"}});
+  printer.Print(3, ProgramEnd{1, "./curl", 0, 0});
+  printer.Print(3, RetryChange{RetryChange::What::Queued, "first", "", 1, 0, 1});
+  printer.Print(4, Launch{2, {"./curl", "-T", "first"}});
+  printer.Print(4, Launch{3, {"./curl", "-V"}});
+  printer.Print(5, ProfileReport{1, kStatusDelivered, 0});
+  printer.Print(5, ProfileReport{2, kStatusUnknown, 0});
+  printer.Print(5, MailServerChange{MailServerChange::What::Down});
+  printer.Print(6, Fault{"this and\x1b that"});
 }
 
-TEST(FeedProgress, IsThatOfTheFilesBeingFed) {
-  RunStatus status;
-  const auto feed = [&status](std::uint32_t stream, bool isFile, int expected, int frames) {
-    status.Follow(10, FeedStart{stream, "", isFile, expected});
-    for (int i = 0; i < frames; ++i) status.Follow(FrameWrite{stream, 1, false, true});
+TEST(WatchPrinter, PrintsAChangeOnceASecondOfTheWorldAndFaultsAtOnce) {
+  testing::internal::CaptureStdout();
+  WatchPrinter printer(stdout, 10);
+  printer.Refresh(0);
+  Play(printer);
+  printer.Refresh(9.9);
+  printer.Refresh(10);
+  printer.Refresh(30);
+  printer.Print(31, ProfileReport{2, kStatusFailed, 0});
+  printer.Finish(31);
+  const auto state = [](const char* counts) {
+    return std::string("  asked 3, ") + counts +
+           "; queued 1, retrying 1; programs 2, transfers 1; mail server down; faults 1; frames "
+           "held 1 (66049/1: 1)\n";
   };
-  feed(1, true, 100, 21);
-  feed(2, true, 50, 11);
-  feed(3, false, 0, 500);
-  // Twenty seconds of the plug-in's are two of the world's.
-  EXPECT_EQ(
-      Describe(ProgressOfFiles(status, 30, 10)),
-      "[#####-------------------]  21 %  feeding 2 files: 32 of 150 frames, 15.0/s, 8 s left");
-  status.Follow(31, FeedEnd{1, 21, 0, 0});
-  feed(4, true, 0, 1);
-  EXPECT_EQ(Describe(ProgressOfFiles(status, 30, 10)), "feeding 2 files: 12 frames, 5.0/s");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "    0.000  asked 0, not reported 0, delivered 0, failed 0; queued 0, retrying 0; "
+            "programs 0, transfers 0; mail server not the host's; faults 0; frames held 0\n"
+            "    6.000  FAULT  this and\\x1b that\n"
+            "   10.000" +
+                state("not reported 2, delivered 1, failed 0") + "   31.000" +
+                state("not reported 1, delivered 1, failed 1"));
+}
+
+TEST(WatchPrinter, DrawsInPlace) {
+  setenv("TERM", "xterm", 1);
+  int ours = -1;
+  int theirs = -1;
+  const winsize size{24, 60, 0, 0};
+  ASSERT_EQ(openpty(&ours, &theirs, nullptr, nullptr, &size), 0);
+  std::FILE* terminal = fdopen(theirs, "w");
+  WatchPrinter printer(terminal, 1);
+  const auto draw = [&] {
+    printer.Refresh(1);
+    std::string shown;
+    char part[256];
+    ssize_t length = 1;
+    while (length > 0 && !testing::Value(shown, testing::EndsWith("\x1b[?7h"))) {
+      length = read(ours, part, sizeof(part));
+      shown.append(part, static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+    }
+    return shown;
+  };
+  Play(printer);
+  printer.Print(6, LogLine{75, std::string(80, 'x')});
+  const std::string first = draw();
+  EXPECT_THAT(first, HasSubstr("asked 3, not reported 2"));
+  EXPECT_THAT(first, HasSubstr("66049/1    held    1"));
+  EXPECT_THAT(first, testing::Not(HasSubstr(std::string(41, 'x'))));
+  EXPECT_THAT(first,
+              testing::AllOf(testing::StartsWith("\x1b[?7l"), testing::EndsWith("\x1b[?7h")));
+  const auto rows = std::count(first.begin(), first.end(), '\n');
+  EXPECT_THAT(draw(), testing::StartsWith("\x1b[?7l\r\x1b[" + std::to_string(rows) + "A"));
+  std::fclose(terminal);
+  close(ours);
 }
 
 }  // namespace

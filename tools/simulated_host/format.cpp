@@ -2,16 +2,21 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <new>
 
 namespace tvx::tool {
 
 std::string Format(const char* format, ...) {
-  char text[512];
+  char* text = nullptr;
   va_list arguments;
   va_start(arguments, format);
-  std::vsnprintf(text, sizeof(text), format, arguments);
+  const int length = vasprintf(&text, format, arguments);
   va_end(arguments);
-  return text;
+  if (length < 0) throw std::bad_alloc();
+  const std::unique_ptr<char, void (*)(void*)> owned(text, std::free);
+  return {text, static_cast<std::size_t>(length)};
 }
 
 }  // namespace tvx::tool

@@ -59,7 +59,7 @@ void FrameBooks::GiveBack(const void* handle) {
       return RecordFault(buffer, "was given back twice");
   }
   ++accounts_[buffer.stream].givenBack;
-  timeline_.Observe(FrameReturn{buffer.stream});
+  timeline_.Record(FrameReturn{buffer.stream, buffer.size});
 }
 
 void FrameBooks::Retire(const void* handle, Buffer& buffer, State state) {

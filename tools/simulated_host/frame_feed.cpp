@@ -77,8 +77,7 @@ void FrameFeed::AwaitNext() {
   if (!frame_) return;
   if (frames_ == 0) {
     start_ = Clock::now();
-    timeline_.Record(
-        FeedStart{camera_.stream, Describe(camera_), !camera_.file.empty(), camera_.frames});
+    timeline_.Record(FeedStart{camera_.stream, Describe(camera_), camera_.frames});
   }
   // Counted from the beginning, so that no frame's delay delays all later ones.
   const std::chrono::duration<double> elapsed(frames_ / (camera_.frameRate * pace_));

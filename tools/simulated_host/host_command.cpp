@@ -7,15 +7,9 @@
 #include <vector>
 
 #include "commands.h"
-#include "simulated_host/human_printer.h"
-#include "simulated_host/json_printer.h"
-#include "simulated_host/live_area.h"
+#include "simulated_host/event_printers.h"
 #include "simulated_host/plugin_library.h"
-#include "simulated_host/printer_group.h"
-#include "simulated_host/progress_bar.h"
-#include "simulated_host/retry_story.h"
 #include "simulated_host/simulated_host.h"
-#include "simulated_host/transcript_printer.h"
 #include "simulated_host/watch_printer.h"
 
 namespace tvx::tool {
@@ -65,17 +59,17 @@ sub-channel takes the place of its camera's own in e-mails. With options the cam
 --before seconds before the first event. Every frame that the plug-in takes must come back exactly
 once, those that it refuses never.
 
-With --watch, a terminal shows how the run stands: video streams with the frames that the plug-in
-holds, notifications, its retry queue, programs, the mail server and the last log lines. Elsewhere,
-a line is printed when something has changed, at most one a second. It is all seen from the host:
-"not reported" are the notifications that events asked for and that no status has come for. They may
-wait for their video, be ready, be sent right now or not be due, which the plug-in does not tell.
-"queued" and "retrying" are what its log says of the retry queue. NO_COLOR in the environment keeps
-colours away. While files are fed, a bar on the terminal shows how far they are.
+With --watch, a terminal shows how the run stands: notifications, the plug-in's retry queue,
+programs, the mail server, video streams with the frames that the plug-in holds, and the last log
+lines. Elsewhere, a line is printed when something has changed, at most one a second. It is all seen
+from the host: "not reported" are the notifications that events asked for and that no status has come
+for. They may wait for their video, be ready, be sent right now or not be due, which the plug-in does
+not tell. "queued" and "retrying" are what its log says of the retry queue. NO_COLOR in the
+environment keeps colours away.
 
-The file of --transcript is for bug reports: every call and record, every program with its arguments
-and output. Frames are counted, not kept. Passwords, cookies and tokens are hidden, and so is what
-programs read; addresses and the texts of e-mails are not.
+What --json --bytes prints is for bug reports: every call and record between host and plug-in, with
+documents and the output of programs, but not the pictures. Passwords, cookies and tokens are hidden,
+and so is what programs read; addresses and the texts of e-mails are not.
 
 The plug-in runs ./curl, and keeps notify.xml and its spool, in the working folder.
 
@@ -99,8 +93,8 @@ struct Arguments {
   double settle = 12;  // more than the plug-in waits for a web server
   int repeat = 1;
   bool json = false;
+  bool bytes = false;
   bool watch = false;
-  std::string transcript;
 };
 
 // Where the build leaves it, else where it is installed.
@@ -139,17 +133,11 @@ std::optional<std::vector<Step>> Steps(const Arguments& arguments) {
 }
 
 std::unique_ptr<TimelinePrinter> MakePrinter(const Arguments& arguments) {
-  std::unique_ptr<TimelinePrinter> printer;
-  if (arguments.watch) {
-    printer = MakeWatchPrinter(stdout, arguments.speed);
-    if (LiveArea::Fits(stdout)) return printer;  // the picture has a bar of its own
-  } else if (arguments.json) {
-    printer = std::make_unique<JsonPrinter>(stdout);
-  } else {
-    printer = std::make_unique<HumanPrinter>(stdout);
+  if (arguments.watch) return std::make_unique<WatchPrinter>(stdout, arguments.speed);
+  if (arguments.json || arguments.bytes) {
+    return std::make_unique<JsonPrinter>(stdout, arguments.bytes);
   }
-  if (!LiveArea::Fits(stderr)) return printer;
-  return std::make_unique<ProgressBar>(stderr, arguments.speed, std::move(printer));
+  return std::make_unique<TextPrinter>(stdout);
 }
 
 int Run(const Arguments& arguments) {
@@ -162,12 +150,7 @@ int Run(const Arguments& arguments) {
   options.settle = arguments.settle;
   if (options.steps) options.timeLimit = arguments.timeLimit;
 
-  auto printers = std::make_unique<PrinterGroup>();
-  printers->Add(MakePrinter(arguments));
-  if (!arguments.transcript.empty()) {
-    printers->Add(std::make_unique<TranscriptPrinter>(arguments.transcript, arguments.speed));
-  }
-  Timeline timeline(std::make_unique<RetryStory>(std::move(printers)), arguments.speed);
+  Timeline timeline(MakePrinter(arguments), arguments.speed);
   if (!arguments.directory.empty()) fs::current_path(arguments.directory);
   for (int run = 0; run < arguments.repeat && RunHost(options, timeline); ++run) {
   }
@@ -220,14 +203,14 @@ Command HostCommand() {
         "Let the plug-in's time pass so many times faster, 0.1 to 1000 (default: 1)",
         Range{0.1, 1000}},
        {"--json", &arguments->json, "", "Print one JSON object a line"},
+       {"--bytes", &arguments->bytes, "",
+        "The same, with every call and record and their bytes, without passwords"},
        {"--watch",
         &arguments->watch,
         "",
         "Show how the run stands instead of what happens, see below",
         {},
-        {"--json"}},
-       {"--transcript", &arguments->transcript, "FILE",
-        "Write all that crosses the border between host and plug-in to a file, without passwords"}},
+        {"--json", "--bytes"}}},
       [arguments] { return Run(*arguments); }};
 }
 

@@ -72,7 +72,7 @@ void HostServices::Take(const HostRequest& request, const HostReply& reply) {
   if (unloaded_) record("came after Unload");
   const std::vector<std::string> faults = FindRequestFaults(request, reply);
   if (!faults.empty() || request.command != HostCommand::ReleaseFrame) {
-    timeline_.Observe(RequestTaken{request, faults.empty()});
+    timeline_.Record(RequestTaken{request, faults.empty()});
   }
   for (const std::string& fault : faults) record(fault);
   if (faults.empty()) TakeWellFormed(request);
@@ -98,7 +98,7 @@ void HostServices::TakeWellFormed(const HostRequest& request) {
 
 void HostServices::TakeStatus(const std::string& text) {
   try {
-    for (const ProfileStatus& status : ReadStatusDocument(text)) {
+    for (const ProfileReport& status : ReadStatusDocument(text)) {
       timeline_.Record(status);
       progress_.StatusReported(status.profile, status.status);
     }

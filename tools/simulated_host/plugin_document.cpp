@@ -51,10 +51,10 @@ const TiXmlElement& Notify(const TiXmlElement& root) {
 
 }  // namespace
 
-std::vector<ProfileStatus> ReadStatusDocument(const std::string& text) {
+std::vector<ProfileReport> ReadStatusDocument(const std::string& text) {
   const ParsedDocument document = ParseDocument(text.data(), text.size());
   const TiXmlElement& profiles = Child(Notify(Root(document)), "Profiles");
-  std::vector<ProfileStatus> statuses;
+  std::vector<ProfileReport> statuses;
   for (const TiXmlElement& profile : Children(profiles, "Profile")) {
     statuses.push_back(
         {Integer(profile, "ID"), Integer(profile, "Status"), Integer(profile, "Time")});

@@ -6,7 +6,7 @@
 #include <variant>
 #include <vector>
 
-#include "simulated_host/happening.h"
+#include "simulated_host/host_event.h"
 
 namespace tvx::tool {
 
@@ -16,7 +16,7 @@ class DocumentError : public std::runtime_error {
 };
 
 // Throws DocumentError.
-std::vector<ProfileStatus> ReadStatusDocument(const std::string& text);
+std::vector<ProfileReport> ReadStatusDocument(const std::string& text);
 std::variant<Configuration, ModuleRegistration> ReadConfigDocument(const std::string& text);
 
 // The profile identifiers an event document asks a notification for: as many statuses can be

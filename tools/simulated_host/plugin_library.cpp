@@ -48,6 +48,11 @@ std::vector<char> WithoutTerminator(const std::string& text) {
   return bytes;
 }
 
+template <typename Record>
+std::string_view BytesOf(const Record& record) {
+  return {reinterpret_cast<const char*>(&record), sizeof(record)};
+}
+
 // What the host tells of a program, by the kind of the chunk.
 const char* ReportName(std::uint32_t kind) {
   constexpr const char* kNames[] = {"?", "output", "errors", "running", "not started", "ended"};
@@ -111,12 +116,14 @@ template <typename Request, typename Result>
 void PluginLibrary::Call(const char* name, Export function, const Request& request, Result& result,
                          const CallPurpose& purpose) {
   const std::uint32_t number = ++calls_;
-  timeline_.Observe(CallBegin{number, name, purpose.text, purpose.payload, purpose.chunk});
+  timeline_.Record(
+      CallBegin{number, name, purpose.text, BytesOf(request), purpose.payload, purpose.chunk});
   const auto begin = std::chrono::steady_clock::now();
   std::string breach;
   const int returned = CallQuietly(name, function, request, result, breach);
   const std::chrono::duration<double> lasted = std::chrono::steady_clock::now() - begin;
-  timeline_.Observe(CallEnd{number, name, returned, lasted.count(), breach});
+  timeline_.Record(
+      CallEnd{number, name, BytesOf(result.Found()), returned, lasted.count(), breach});
 }
 
 void PluginLibrary::SetClockSpeed(double speed) {
@@ -224,7 +231,7 @@ bool PluginLibrary::SendFrame(const Frame& frame) {
   std::string breach;
   CallQuietly("Write of a frame", write_, request, result, breach);
   const bool taken = result.Found().frameAccepted != 0;
-  timeline_.Observe(FrameWrite{frame.stream, frame.size, frame.key, taken});
+  timeline_.Record(FrameWrite{frame.stream, frame.size, frame.key, taken});
   return taken;
 }
 
@@ -235,7 +242,7 @@ void PluginLibrary::SendTick() {
   ResultRecord<WriteResult> result;
   result.Expected().result = 0;
   std::string breach;
-  timeline_.Observe(TickWrite{CallQuietly("Write of a tick", write_, request, result, breach)});
+  timeline_.Record(TickWrite{CallQuietly("Write of a tick", write_, request, result, breach)});
 }
 
 }  // namespace tvx::tool

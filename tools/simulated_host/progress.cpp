@@ -2,7 +2,7 @@
 
 #include <boost/chrono/duration.hpp>
 
-#include "simulated_host/happening.h"
+#include "simulated_host/host_event.h"
 
 namespace tvx::tool {
 namespace {

@@ -174,7 +174,7 @@ bool Host::Do(const SendDocument& step) {
 
 void Host::SendEvent(const std::string& text) {
   const std::vector<std::int32_t> profiles = ProfilesOfEvent(text);
-  timeline_.Observe(NotificationsAsked{profiles});
+  timeline_.Record(NotificationsAsked{profiles});
   progress_.EventSent(profiles);
   plugin_.SendEvent(text);
 }

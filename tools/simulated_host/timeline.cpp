@@ -17,15 +17,12 @@ double Timeline::Now() const {
   return elapsed.count() * speed_;
 }
 
-void Timeline::Record(const Happening& happening) {
+void Timeline::Record(const HostEvent& event) {
   MutexLock lock(mutex_);
-  if (std::holds_alternative<Fault>(happening)) ++faults_;
-  printer_->Print(Now(), happening);
-}
-
-void Timeline::Observe(const Crossing& crossing) {
-  MutexLock lock(mutex_);
-  printer_->Observe(Now(), crossing);
+  const double now = Now();
+  if (std::holds_alternative<Fault>(event)) ++faults_;
+  printer_->Print(now, event);
+  for (const RetryChange& change : retries_.Follow(now, event)) printer_->Print(now, change);
 }
 
 void Timeline::Refresh() {

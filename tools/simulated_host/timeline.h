@@ -7,8 +7,8 @@
 #include <memory>
 
 #include "base/mutex.h"
-#include "simulated_host/crossing.h"
-#include "simulated_host/happening.h"
+#include "simulated_host/host_event.h"
+#include "simulated_host/retry_tracker.h"
 
 namespace tvx::tool {
 
@@ -17,8 +17,7 @@ namespace tvx::tool {
 class TimelinePrinter {
  public:
   virtual ~TimelinePrinter() = default;
-  virtual void Print(double seconds, const Happening& happening) = 0;
-  virtual void Observe(double /*seconds*/, const Crossing& /*crossing*/) {}
+  virtual void Print(double seconds, const HostEvent& event) = 0;
   // Comes a few times a second, for what is not printed at once.
   virtual void Refresh(double /*seconds*/) {}
   // Comes last: what was held back is due.
@@ -33,8 +32,8 @@ class Timeline {
   Timeline(const Timeline&) = delete;
   Timeline& operator=(const Timeline&) = delete;
 
-  void Record(const Happening& happening) EXCLUDES(mutex_);
-  void Observe(const Crossing& crossing) EXCLUDES(mutex_);
+  // Prints the event, and what it means for the plug-in's retry queue.
+  void Record(const HostEvent& event) EXCLUDES(mutex_);
   void Refresh() EXCLUDES(mutex_);
   // Before a process ends that leaves no time for destructors.
   void Finish() EXCLUDES(mutex_);
@@ -47,6 +46,7 @@ class Timeline {
   const double speed_;
   mutable Mutex mutex_;
   const std::unique_ptr<TimelinePrinter> printer_ GUARDED_BY(mutex_);
+  RetryTracker retries_ GUARDED_BY(mutex_);
   int faults_ GUARDED_BY(mutex_) = 0;
 };
 

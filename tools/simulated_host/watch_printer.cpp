@@ -1,11 +1,14 @@
 #include "simulated_host/watch_printer.h"
 
+#include <sys/ioctl.h>
+
 #include <algorithm>
 #include <variant>
-#include <vector>
 
+#include "simulated_host/event_printers.h"
 #include "simulated_host/format.h"
-#include "simulated_host/human_printer.h"
+#include "simulated_host/retry_tracker.h"
+#include "text/printable.h"
 
 namespace tvx::tool {
 namespace {
@@ -13,152 +16,180 @@ namespace {
 constexpr std::size_t kLogLines = 8;
 constexpr std::size_t kFaultLines = 3;
 
-const char* Name(const std::optional<MailServerChange::What>& mailServer) {
-  if (!mailServer) return "not the host's";
-  switch (*mailServer) {
-    case MailServerChange::What::Starting:
-      return "starting";
-    case MailServerChange::What::Up:
-      return "up";
-    case MailServerChange::What::Down:
-      return "down";
-    case MailServerChange::What::Ended:
-      return "ended by itself";
+winsize SizeOf(std::FILE* terminal) {
+  winsize size{};
+  if (ioctl(fileno(terminal), TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0) {
+    size.ws_row = 24;
+    size.ws_col = 80;
   }
-  return "";
+  return size;
 }
 
-std::optional<Colour> ColourOf(const std::optional<MailServerChange::What>& mailServer) {
-  if (!mailServer) return std::nullopt;
-  return *mailServer == MailServerChange::What::Up ? Colour::Green : Colour::Yellow;
-}
-
-// What goes to the lines below the figures.
-bool IsLogged(const Happening& happening) {
-  return std::holds_alternative<LogLine>(happening) ||
-         std::holds_alternative<HostAction>(happening) ||
-         std::holds_alternative<MailServerChange>(happening);
-}
-
-std::optional<Colour> ColourOf(const Happening& happening) {
-  constexpr std::uint32_t kError = 75;
-  constexpr std::uint32_t kWarning = 50;
-  if (std::holds_alternative<Fault>(happening)) return Colour::Red;
-  const auto* line = std::get_if<LogLine>(&happening);
-  if (line == nullptr || line->level < kWarning) return std::nullopt;
-  return line->level >= kError ? Colour::Red : Colour::Yellow;
-}
-
-void Keep(std::deque<LiveLine>& lines, std::size_t most, double seconds,
-          const Happening& happening) {
-  const HumanLine line = DescribeForPeople(happening);
-  lines.push_back(
-      {Format("%9.3f  %-8s  ", seconds, line.label.c_str()) + line.text, ColourOf(happening)});
-  if (lines.size() > most) lines.pop_front();
+// What fits into so many columns. Counts characters of UTF-8; wide ones are cut by the terminal,
+// which does not wrap meanwhile.
+std::string Cut(const std::string& text, std::size_t columns) {
+  std::size_t end = 0;
+  for (; end < text.size(); ++end) {
+    const bool begins = (static_cast<unsigned char>(text[end]) & 0xC0) != 0x80;
+    if (begins && columns-- == 0) break;
+  }
+  return text.substr(0, end);
 }
 
 // "66049" or, with a sub-channel, "66305/1".
 std::string StreamName(std::uint32_t stream) {
   const std::uint32_t subChannel = stream >> 28;
-  if (subChannel == 0) return std::to_string(stream);
-  return std::to_string(stream & 0x0FFFFFFF) + "/" + std::to_string(subChannel);
+  const std::string name = std::to_string(stream & 0x0FFFFFFF);
+  return subChannel == 0 ? name : name + "/" + std::to_string(subChannel);
+}
+
+template <typename Range, typename Predicate>
+std::size_t CountIf(const Range& range, const Predicate& predicate) {
+  return static_cast<std::size_t>(std::count_if(range.begin(), range.end(), predicate));
+}
+
+Colour ColourOf(const LogLine& line) {
+  constexpr std::uint32_t kWarning = 50;
+  constexpr std::uint32_t kError = 75;
+  return line.level >= kError     ? Colour::Red
+         : line.level >= kWarning ? Colour::Yellow
+                                  : Colour::Plain;
+}
+
+template <typename Lines>
+void Keep(Lines& lines, std::size_t most, typename Lines::value_type line) {
+  lines.push_back(std::move(line));
+  if (lines.size() > most) lines.pop_front();
 }
 
 }  // namespace
 
-void WatchScreen::Print(double seconds, const Happening& happening) {
-  status_.Follow(seconds, happening);
-  if (IsLogged(happening)) Keep(log_, kLogLines, seconds, happening);
-  if (std::holds_alternative<Fault>(happening)) Keep(faults_, kFaultLines, seconds, happening);
-}
+WatchPrinter::WatchPrinter(std::FILE* out, double speed)
+    : out_(out), speed_(speed), onTerminal_(IsTerminal(out)), palette_(Palette::For(out)) {}
 
-void WatchScreen::Observe(double /*seconds*/, const Crossing& crossing) {
-  status_.Follow(crossing);
-}
-
-void WatchScreen::Refresh(double seconds) {
-  std::vector<LiveLine> lines;
-  const auto add = [&lines](std::string text, std::optional<Colour> colour = std::nullopt) {
-    lines.push_back({std::move(text), colour});
-  };
-  add(Format("NotifyPI in a simulated host, %.1f s", seconds) +
-          (speed_ == 1 ? "" : Format(", %g times as fast", speed_)),
-      Colour::Bold);
-  add(std::string("Mail server    ") + Name(status_.MailServer()), ColourOf(status_.MailServer()));
-  add(Format("Notifications  %d asked for: %zu not reported, %d delivered, %d failed",
-             status_.Asked(), status_.NotReported(), status_.Delivered(), status_.Failed()));
-  add("               not reported: waiting for video, ready, being sent, or not due");
-  add(Format("Retry queue    %zu queued, %zu of them being tried again", status_.Queued(),
-             status_.Retrying()),
-      status_.Queued() > 0 ? std::optional(Colour::Yellow) : std::nullopt);
-  add(Format("Programs       %zu running, %zu of them sending mail", status_.Programs(),
-             status_.Transfers()));
-  add(Format("Faults         %d", status_.Faults()),
-      status_.Faults() > 0 ? std::optional(Colour::Red) : std::nullopt);
-  lines.insert(lines.end(), faults_.begin(), faults_.end());
-  AddStreams(lines, seconds);
-  add("");
-  lines.insert(lines.end(), log_.begin(), log_.end());
-  area_.Show(lines);
-}
-
-void WatchScreen::AddStreams(std::vector<LiveLine>& lines, double seconds) const {
-  if (status_.Streams().empty()) return;
-  lines.push_back({"Stream           held    taken  refused  returned  shows", Colour::Bold});
-  for (const auto& [id, stream] : status_.Streams()) {
-    lines.push_back({Format("%-12s %8llu %8llu %8llu  %8llu  ", StreamName(id).c_str(),
-                            static_cast<unsigned long long>(stream.Held()),
-                            static_cast<unsigned long long>(stream.taken),
-                            static_cast<unsigned long long>(stream.offered - stream.taken),
-                            static_cast<unsigned long long>(stream.returned)) +
-                         DescribeForPeople(HostAction{stream.feed.source}).text +
-                         (stream.feeding ? "" : " (ended)"),
-                     std::nullopt});
+void WatchPrinter::Print(double seconds, const HostEvent& event) {
+  std::visit([this](const auto& it) { Follow(it); }, event);
+  const auto* line = std::get_if<LogLine>(&event);
+  const auto [label, text] = DescribeForPeople(event);
+  const std::string head = Format("%9.3f  %-8s  ", seconds, label.c_str());
+  if (std::holds_alternative<Fault>(event)) {
+    Keep(lastFaults_, kFaultLines, {head + text, Colour::Red});
+    if (onTerminal_) return;
+    std::fprintf(out_, "%9.3f  %s  %s\n", seconds, label.c_str(), text.c_str());
+    std::fflush(out_);
+  } else if (line != nullptr || label == "host") {
+    Keep(lastLog_, kLogLines, {head + text, line == nullptr ? Colour::Plain : ColourOf(*line)});
   }
-  const FeedProgress progress = ProgressOfFiles(status_, seconds, speed_);
-  if (progress.files > 0) lines.push_back({Describe(progress), std::nullopt});
 }
 
-void WatchLines::Print(double seconds, const Happening& happening) {
-  status_.Follow(seconds, happening);
-  if (!std::holds_alternative<Fault>(happening)) return;
-  const HumanLine line = DescribeForPeople(happening);
-  std::fprintf(out_, "%9.3f  %s  %s\n", seconds, line.label.c_str(), line.text.c_str());
-  std::fflush(out_);
+void WatchPrinter::Follow(const NotificationsAsked& asked) {
+  asked_ += static_cast<int>(asked.profiles.size());
+  notReported_.insert(asked.profiles.begin(), asked.profiles.end());
 }
 
-void WatchLines::Observe(double /*seconds*/, const Crossing& crossing) {
-  status_.Follow(crossing);
+void WatchPrinter::Follow(const ProfileReport& report) {
+  if (report.status == kStatusUnknown) return;
+  if (report.status == kStatusDelivered) ++delivered_;
+  if (report.status == kStatusFailed) ++failed_;
+  const auto due = notReported_.find(report.profile);
+  if (due != notReported_.end()) notReported_.erase(due);
 }
 
-void WatchLines::Refresh(double seconds) {
-  if (seconds >= nextTime_) PrintIfChanged(seconds);
+void WatchPrinter::Follow(const RetryChange& change) {
+  if (change.what == RetryChange::What::Queued) {
+    queue_.insert(change.file);
+  } else if (change.what != RetryChange::What::Tried) {
+    queue_.erase(change.file);
+  }
 }
 
-void WatchLines::PrintIfChanged(double seconds) {
-  std::string text = Format(
-      "asked %d, not reported %zu, delivered %d, failed %d; queued %zu, retrying %zu; "
-      "programs %zu, transfers %zu; mail server %s; faults %d; frames held %llu",
-      status_.Asked(), status_.NotReported(), status_.Delivered(), status_.Failed(),
-      status_.Queued(), status_.Retrying(), status_.Programs(), status_.Transfers(),
-      Name(status_.MailServer()), status_.Faults(),
-      static_cast<unsigned long long>(status_.Held()));
+void WatchPrinter::Follow(const Launch& launch) {
+  programs_[launch.request] = UploadedFile(launch);
+}
+
+void WatchPrinter::Follow(const FrameWrite& frame) {
+  Stream& stream = streams_[frame.stream];
+  ++stream.offered;
+  if (frame.taken) ++stream.taken;
+}
+
+std::vector<std::string> WatchPrinter::Figures() const {
+  std::uintmax_t held = 0;
+  for (const auto& [id, stream] : streams_) held += stream.Held();
+  return {
+      Format("asked %d, not reported %zu, delivered %d, failed %d", asked_, notReported_.size(),
+             delivered_, failed_),
+      Format("queued %zu, retrying %zu", queue_.size(),
+             CountIf(programs_, [this](const auto& it) { return queue_.count(it.second) != 0; })),
+      Format("programs %zu, transfers %zu", programs_.size(),
+             CountIf(programs_, [](const auto& it) { return !it.second.empty(); })),
+      mailServer_,
+      Format("faults %d", faults_),
+      Format("frames held %ju", held),
+  };
+}
+
+std::string WatchPrinter::DescribeStream(std::uint32_t id, const Stream& stream) {
+  const auto expected = static_cast<std::uintmax_t>(stream.feed.expected);
+  std::string text = Format("%-10s held %4ju  taken %6ju  refused %6ju  ", StreamName(id).c_str(),
+                            stream.Held(), stream.taken, stream.offered - stream.taken) +
+                     Printable(stream.feed.source);
+  if (expected > 0) text += Format(", %ju of %ju frames fed", stream.offered, expected);
+  return text + (stream.ended ? " (ended)" : "");
+}
+
+void WatchPrinter::Refresh(double seconds) {
+  if (onTerminal_) {
+    Draw(seconds);
+  } else if (seconds >= nextLine_) {
+    PrintLine(seconds);
+  }
+}
+
+void WatchPrinter::Finish(double seconds) {
+  nextLine_ = 0;
+  Refresh(seconds);
+}
+
+void WatchPrinter::PrintLine(double seconds) {
+  std::string line;
+  for (const std::string& figure : Figures()) line += (line.empty() ? "" : "; ") + figure;
   const char* separator = " (";
-  for (const auto& [id, stream] : status_.Streams()) {
-    text += separator + StreamName(id) + ": " + std::to_string(stream.Held());
+  for (const auto& [id, stream] : streams_) {
+    line += separator + StreamName(id) + ": " + std::to_string(stream.Held());
     separator = ", ";
   }
-  if (!status_.Streams().empty()) text += ")";
-  if (text == last_) return;
-  std::fprintf(out_, "%9.3f  %s\n", seconds, text.c_str());
+  if (!streams_.empty()) line += ")";
+  if (line == shown_) return;
+  std::fprintf(out_, "%9.3f  %s\n", seconds, line.c_str());
   std::fflush(out_);
-  last_ = std::move(text);
-  nextTime_ = seconds + speed_;
+  shown_ = line;
+  nextLine_ = seconds + speed_;
 }
 
-std::unique_ptr<TimelinePrinter> MakeWatchPrinter(std::FILE* out, double speed) {
-  if (LiveArea::Fits(out)) return std::make_unique<WatchScreen>(out, speed);
-  return std::make_unique<WatchLines>(out, speed);
+void WatchPrinter::Draw(double seconds) {
+  const std::string pace = speed_ == 1 ? "" : Format(", %g times as fast", speed_);
+  std::vector<Line> lines = {
+      {Format("NotifyPI in a simulated host, %.1f s", seconds) + pace, Colour::Bold}};
+  for (const std::string& figure : Figures()) lines.push_back({"  " + figure});
+  for (const auto& [id, stream] : streams_) lines.push_back({"  " + DescribeStream(id, stream)});
+  lines.insert(lines.end(), lastFaults_.begin(), lastFaults_.end());
+  lines.emplace_back();
+  lines.insert(lines.end(), lastLog_.begin(), lastLog_.end());
+
+  const winsize size = SizeOf(out_);
+  if (lines.size() >= size.ws_row) lines.resize(size.ws_row - 1u);
+  std::string picture;
+  for (const Line& line : lines) {
+    picture += palette_.Paint(line.colour, Cut(line.text, size.ws_col)) + "\x1b[K\n";
+  }
+  // A terminal that has become narrower may have broken the lines of the last picture.
+  const bool isNew = size.ws_col != columns_ && rows_ > 0;
+  const std::string top = isNew ? "\x1b[H\x1b[2J" : rows_ > 0 ? Format("\r\x1b[%zuA", rows_) : "\r";
+  std::fputs(("\x1b[?7l" + top + picture + "\x1b[J\x1b[?7h").c_str(), out_);
+  std::fflush(out_);
+  rows_ = lines.size();
+  columns_ = size.ws_col;
 }
 
 }  // namespace tvx::tool

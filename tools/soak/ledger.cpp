@@ -227,7 +227,7 @@ void Ledger::Clear(const std::string& text) {
   }
 }
 
-void Ledger::Take(const tool::ProfileStatus& status) {
+void Ledger::Take(const tool::ProfileReport& status) {
   MutexLock lock(mutex_);
   if (status.status == tool::kStatusDelivered) {
     ++counts_.reportsDelivered;

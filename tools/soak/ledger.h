@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "base/mutex.h"
-#include "simulated_host/happening.h"
+#include "simulated_host/host_event.h"
 #include "soak/message_key.h"
 
 namespace tvx::soak {
@@ -81,7 +81,7 @@ class Ledger {
   void Take(const tool::LogLine& line) EXCLUDES(mutex_);
   void Take(const tool::Launch& launch) EXCLUDES(mutex_);
   void Take(const tool::ProgramEnd& end) EXCLUDES(mutex_);
-  void Take(const tool::ProfileStatus& status) EXCLUDES(mutex_);
+  void Take(const tool::ProfileReport& status) EXCLUDES(mutex_);
 
   MailCounts Counts() const EXCLUDES(mutex_);
 

@@ -16,8 +16,8 @@ class SoakPrinter : public tool::TimelinePrinter {
     if (log_ == nullptr) throw std::system_error(errno, std::generic_category(), log);
   }
 
-  void Print(double seconds, const tool::Happening& happening) override {
-    std::visit([this, seconds](const auto& it) { Take(seconds, it); }, happening);
+  void Print(double seconds, const tool::HostEvent& event) override {
+    std::visit([this, seconds](const auto& it) { Take(seconds, it); }, event);
   }
 
  private:
@@ -43,7 +43,7 @@ class SoakPrinter : public tool::TimelinePrinter {
     Write(seconds, "end", std::to_string(end.request) + " " + std::to_string(end.waitStatus));
     ledger_.Take(end);
   }
-  void Take(double seconds, const tool::ProfileStatus& status) {
+  void Take(double seconds, const tool::ProfileReport& status) {
     Write(seconds, "status", std::to_string(status.profile) + " " + std::to_string(status.status));
     ledger_.Take(status);
   }

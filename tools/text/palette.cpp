@@ -3,38 +3,30 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <cstring>
+#include <string_view>
 
 namespace tvx::tool {
 namespace {
 
-const char* Code(Colour colour) {
-  switch (colour) {
-    case Colour::Green:
-      return "32";
-    case Colour::Yellow:
-      return "33";
-    case Colour::Red:
-      return "31";
-    case Colour::Bold:
-      return "1";
-  }
-  return "0";
+std::string_view Environment(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? "" : value;
 }
 
 }  // namespace
 
+bool IsTerminal(std::FILE* out) {
+  const std::string_view kind = Environment("TERM");
+  return !kind.empty() && kind != "dumb" && ::isatty(::fileno(out)) == 1;
+}
+
 Palette Palette::For(std::FILE* out) {
-  const char* refused = std::getenv("NO_COLOR");
-  const char* terminal = std::getenv("TERM");
-  const bool wanted = (refused == nullptr || *refused == '\0') && terminal != nullptr &&
-                      std::strcmp(terminal, "dumb") != 0;
-  return Palette(wanted && ::isatty(::fileno(out)) == 1);
+  return Palette(Environment("NO_COLOR").empty() && IsTerminal(out));
 }
 
 std::string Palette::Paint(Colour colour, const std::string& text) const {
-  if (!inColour_ || text.empty()) return text;
-  return std::string("\033[") + Code(colour) + "m" + text + "\033[0m";
+  if (!inColour_ || text.empty() || colour == Colour::Plain) return text;
+  return "\033[" + std::to_string(static_cast<int>(colour)) + "m" + text + "\033[0m";
 }
 
 }  // namespace tvx::tool

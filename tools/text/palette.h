@@ -7,11 +7,14 @@
 
 namespace tvx::tool {
 
-enum class Colour { Green, Yellow, Red, Bold };
+enum class Colour { Plain = 0, Bold = 1, Red = 31, Green = 32, Yellow = 33 };
+
+// A terminal that can be drawn on.
+bool IsTerminal(std::FILE* out);
 
 class Palette {
  public:
-  // In colour on a terminal, unless it is a dumb one or NO_COLOR asks for none.
+  // In colour on a terminal that can be drawn on, unless NO_COLOR asks for none.
   static Palette For(std::FILE* out);
 
   explicit Palette(bool inColour) : inColour_(inColour) {}

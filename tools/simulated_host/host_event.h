@@ -1,14 +1,18 @@
-// What happens in the simulated host, as the timeline prints it: one small record for each kind.
+// What happens in the simulated host: one small record for each kind.
 //
-// A new kind is a record here and one function in each printer (the compiler asks for it).
+// Those of the second half are the calls between host and plug-in. They refer to the memory of the
+// one who records them, which is good until Timeline::Record returns.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
+
+#include "host/host_records.h"
 
 namespace tvx::tool {
 
@@ -23,17 +27,9 @@ struct MailServerChange {
   What what = What::Starting;
 };
 inline const char* InWords(MailServerChange::What what) {
-  switch (what) {
-    case MailServerChange::What::Starting:
-      return "starting the mail server";
-    case MailServerChange::What::Up:
-      return "mail server up";
-    case MailServerChange::What::Down:
-      return "mail server down";
-    case MailServerChange::What::Ended:
-      return "the mail server has ended by itself";
-  }
-  return "";
+  constexpr const char* kWords[] = {"starting the mail server", "mail server up",
+                                    "mail server down", "the mail server has ended by itself"};
+  return kWords[static_cast<int>(what)];
 }
 
 // A log line of the plug-in.
@@ -62,13 +58,14 @@ struct ProgramEnd {
 };
 
 // One profile of a status document.
-struct ProfileStatus {
+struct ProfileReport {
   std::int32_t profile = 0;
   std::int32_t status = 0;
   std::int64_t time = 0;  // seconds since 1970, as the plug-in reported
 };
 constexpr std::int32_t kStatusUnknown = -1;
 constexpr std::int32_t kStatusDelivered = 0;
+constexpr std::int32_t kStatusFailed = 1;
 
 // The plug-in's configuration, as it published it.
 struct Configuration {
@@ -90,7 +87,7 @@ struct Fault {
   std::string text;
 };
 
-// A change of the plug-in's retry queue, as its log tells it (retry_story.h).
+// A change of the plug-in's retry queue, as its log tells it (retry_tracker.h).
 struct RetryChange {
   enum class What { Queued, Tried, Sent, Discarded };
   What what = What::Queued;
@@ -104,9 +101,8 @@ struct RetryChange {
 // A camera's frames begin to go to the plug-in.
 struct FeedStart {
   std::uint32_t stream = 0;
-  std::string source;   // what they show, for people
-  bool isFile = false;  // and not an endless test picture
-  int expected = 0;     // frames; 0 when they have no end, or nobody knows it
+  std::string source;  // what they show, for people
+  int expected = 0;    // frames; 0 when they have no end, or nobody knows it
 };
 
 struct FeedEnd {
@@ -124,8 +120,55 @@ struct FrameAccount {
   std::uint64_t givenBack = 0;
 };
 
-using Happening = std::variant<HostAction, MailServerChange, LogLine, Launch, LaunchFailure,
-                               ProgramEnd, ProfileStatus, Configuration, ModuleRegistration,
-                               WatchdogEvent, Fault, RetryChange, FeedStart, FeedEnd, FrameAccount>;
+// The host calls an export; its end follows under the same number, perhaps much later.
+struct CallBegin {
+  std::uint32_t number;
+  std::string_view name;       // of the export
+  std::string_view arguments;  // in words
+  std::string_view record;     // the request record's bytes
+  std::string_view payload;    // a document, or the output of a program
+  const ChunkHeader* chunk;    // in front of that output; null for all other calls
+};
+struct CallEnd {
+  std::uint32_t number;
+  std::string_view name;
+  std::string_view record;  // the result record's bytes
+  int returned;
+  double seconds;           // of the world's time
+  std::string_view breach;  // of the contract, by the result record; empty when there is none
+};
+
+// Many and all alike, so that they have no begin.
+struct TickWrite {
+  int returned;
+};
+struct FrameWrite {
+  std::uint32_t stream;
+  std::size_t size;  // bytes of the buffer
+  bool key;
+  bool taken;
+};
+struct FrameReturn {
+  std::uint32_t stream;
+  std::size_t size;
+};
+
+// A record of the plug-in. Its payload may be read only when it is well formed. Frame releases that
+// are well formed come as FrameReturn only.
+struct RequestTaken {
+  const HostRequest& request;
+  bool wellFormed;
+};
+
+// An event document is about to be sent that asks for notifications by these profiles.
+struct NotificationsAsked {
+  const std::vector<std::int32_t>& profiles;
+};
+
+using HostEvent =
+    std::variant<HostAction, MailServerChange, LogLine, Launch, LaunchFailure, ProgramEnd,
+                 ProfileReport, Configuration, ModuleRegistration, WatchdogEvent, Fault,
+                 RetryChange, FeedStart, FeedEnd, FrameAccount, CallBegin, CallEnd, TickWrite,
+                 FrameWrite, FrameReturn, RequestTaken, NotificationsAsked>;
 
 }  // namespace tvx::tool
