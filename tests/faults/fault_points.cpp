@@ -124,70 +124,58 @@ void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* memory, std::size_t size);
 }
 
-REPLACES void* malloc(std::size_t size) noexcept {
-  return Fails(Kind::Allocation, ENOMEM) ? nullptr : __libc_malloc(size);
-}
-REPLACES void* calloc(std::size_t count, std::size_t size) noexcept {
-  return Fails(Kind::Allocation, ENOMEM) ? nullptr : __libc_calloc(count, size);
-}
-REPLACES void* realloc(void* memory, std::size_t size) noexcept {
-  return Fails(Kind::Allocation, ENOMEM) ? nullptr : __libc_realloc(memory, size);
-}
+#define REPLACE_ALLOCATION(name, parameters, arguments)                         \
+  REPLACES void* name parameters noexcept {                                     \
+    return Fails(Kind::Allocation, ENOMEM) ? nullptr : __libc_##name arguments; \
+  }
+REPLACE_ALLOCATION(malloc, (std::size_t size), (size))
+REPLACE_ALLOCATION(calloc, (std::size_t count, std::size_t size), (count, size))
+REPLACE_ALLOCATION(realloc, (void* memory, std::size_t size), (memory, size))
 
 #endif
 
-// Writing.
-
-REPLACES ssize_t write(int descriptor, const void* bytes, std::size_t count) {
-  if (Fails(Kind::Write, ENOSPC)) return -1;
-  return Hidden("write", &write)(descriptor, bytes, count);
-}
-REPLACES ssize_t writev(int descriptor, const iovec* pieces, int count) {
-  if (Fails(Kind::Write, ENOSPC)) return -1;
-  return Hidden("writev", &writev)(descriptor, pieces, count);
-}
-REPLACES ssize_t pwrite(int descriptor, const void* bytes, std::size_t count, off_t at) {
-  if (Fails(Kind::Write, ENOSPC)) return -1;
-  return Hidden("pwrite", &pwrite)(descriptor, bytes, count, at);
-}
-REPLACES ssize_t pwrite64(int descriptor, const void* bytes, std::size_t count, off64_t at) {
-  if (Fails(Kind::Write, ENOSPC)) return -1;
-  return Hidden("pwrite64", &pwrite64)(descriptor, bytes, count, at);
-}
-
-// Opening. A mode is passed on whether there is one or not.
-
-#define REPLACE_OPEN(name)                              \
-  REPLACES int name(const char* path, int flags, ...) { \
-    std::va_list arguments;                             \
-    va_start(arguments, flags);                         \
-    const auto mode = va_arg(arguments, mode_t);        \
-    va_end(arguments);                                  \
-    if (Fails(Kind::Open, EMFILE)) return -1;           \
-    return Hidden(#name, &name)(path, flags, mode);     \
+// A call of the system, with what it returns when it fails.
+#define REPLACE(kind, error, failed, type, name, parameters, arguments, throws) \
+  REPLACES type name parameters noexcept(!throws) {                             \
+    if (Fails(Kind::kind, error)) return failed;                                \
+    return Hidden(#name, &name) arguments;                                      \
   }
-#define REPLACE_OPENAT(name)                                        \
-  REPLACES int name(int folder, const char* path, int flags, ...) { \
-    std::va_list arguments;                                         \
-    va_start(arguments, flags);                                     \
-    const auto mode = va_arg(arguments, mode_t);                    \
-    va_end(arguments);                                              \
-    if (Fails(Kind::Open, EMFILE)) return -1;                       \
-    return Hidden(#name, &name)(folder, path, flags, mode);         \
+
+REPLACE(Write, ENOSPC, -1, ssize_t, write, (int file, const void* bytes, std::size_t count),
+        (file, bytes, count), true)
+REPLACE(Write, ENOSPC, -1, ssize_t, writev, (int file, const iovec* pieces, int count),
+        (file, pieces, count), true)
+REPLACE(Write, ENOSPC, -1, ssize_t, pwrite,
+        (int file, const void* bytes, std::size_t count, off_t at), (file, bytes, count, at), true)
+REPLACE(Write, ENOSPC, -1, ssize_t, pwrite64,
+        (int file, const void* bytes, std::size_t count, off64_t at), (file, bytes, count, at),
+        true)
+REPLACE(Open, ENOSPC, -1, int, mkdir, (const char* path, mode_t mode), (path, mode), false)
+REPLACE(Open, EMFILE, nullptr, std::FILE*, fopen64, (const char* path, const char* mode),
+        (path, mode), true)
+REPLACE(Rename, EIO, -1, int, rename, (const char* from, const char* to), (from, to), false)
+REPLACE(Remove, EIO, -1, int, unlink, (const char* path), (path), false)
+REPLACE(Remove, EIO, -1, int, unlinkat, (int folder, const char* path, int flags),
+        (folder, path, flags), false)
+REPLACE(Remove, EIO, -1, int, remove, (const char* path), (path), false)
+REPLACE(Remove, EIO, -1, int, rmdir, (const char* path), (path), false)
+
+// A mode is passed on whether there is one or not.
+#define REPLACE_OPEN(name, parameters, arguments)                           \
+  REPLACES int name parameters {                                            \
+    std::va_list rest;                                                      \
+    va_start(rest, flags);                                                  \
+    const auto mode = va_arg(rest, mode_t);                                 \
+    va_end(rest);                                                           \
+    return Fails(Kind::Open, EMFILE) ? -1 : Hidden(#name, &name) arguments; \
   }
-REPLACE_OPEN(open)
-REPLACE_OPEN(open64)
-REPLACE_OPENAT(openat)
-REPLACE_OPENAT(openat64)
+REPLACE_OPEN(open, (const char* path, int flags, ...), (path, flags, mode))
+REPLACE_OPEN(open64, (const char* path, int flags, ...), (path, flags, mode))
+REPLACE_OPEN(openat, (int folder, const char* path, int flags, ...), (folder, path, flags, mode))
+REPLACE_OPEN(openat64, (int folder, const char* path, int flags, ...), (folder, path, flags, mode))
 
 REPLACES int __openat64_2(int folder, const char* path, int flags) {
   return openat64(folder, path, flags, mode_t{0});
-}
-REPLACES int mkdir(const char* path, mode_t mode) noexcept {
-  return Fails(Kind::Open, ENOSPC) ? -1 : Hidden("mkdir", &mkdir)(path, mode);
-}
-REPLACES std::FILE* fopen64(const char* path, const char* mode) {
-  return Fails(Kind::Open, EMFILE) ? nullptr : Hidden("fopen64", &fopen64)(path, mode);
 }
 
 namespace {
@@ -225,22 +213,4 @@ extern "C" std::FILE* __wrap_fopen64(const char* path, const char* mode) {
     ::unlink(path);
   }
   return file;
-}
-
-// Renaming and removing.
-
-REPLACES int rename(const char* from, const char* to) noexcept {
-  return Fails(Kind::Rename, EIO) ? -1 : Hidden("rename", &rename)(from, to);
-}
-REPLACES int unlink(const char* path) noexcept {
-  return Fails(Kind::Remove, EIO) ? -1 : Hidden("unlink", &unlink)(path);
-}
-REPLACES int unlinkat(int folder, const char* path, int flags) noexcept {
-  return Fails(Kind::Remove, EIO) ? -1 : Hidden("unlinkat", &unlinkat)(folder, path, flags);
-}
-REPLACES int remove(const char* path) noexcept {
-  return Fails(Kind::Remove, EIO) ? -1 : Hidden("remove", &remove)(path);
-}
-REPLACES int rmdir(const char* path) noexcept {
-  return Fails(Kind::Remove, EIO) ? -1 : Hidden("rmdir", &rmdir)(path);
 }
