@@ -40,7 +40,7 @@ TEST(Preview, TellsWhatBecameOfEachToken) {
       {"no braces", "} no { token", ""},
       {"s", "Tür\r\nan {source}{serial}",
        "+ body 2:4 {source} -> Camera 1\n+ body 2:12 {serial} -> A-1001\n"},
-      {"{serial} {serial}", "ü{foo} {Serial}",
+      {"{serial} {serial}", "€{foo} {Serial}",
        "+ subject 1:1 {serial} -> A-1001\n= subject 1:10 {serial} stays: " + first +
            "= body 1:2 {foo} stays: no placeholder\n= body 1:8 {Serial} stays: no placeholder\n"},
       {"s", "{time} {foo} {serial} {serial}",
