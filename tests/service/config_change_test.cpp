@@ -28,6 +28,7 @@ TEST_F(ConfigChangeTest, TellsWhichProfilesMayBeConcerned) {
     std::string servers, profiles;
     Ids concerned;
   } rows[] = {
+      {"new profiles", "", both, {1, 2}},
       {"there was no server before", a, both, {1, 2}},
       {"nothing new", a, both, {}},
       {"one more server", a + b, both, {}},

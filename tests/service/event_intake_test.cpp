@@ -110,6 +110,7 @@ TEST_F(EventIntakeTest, DispatchesParksAndReleases) {
       {"only of the same source", "3+ 9-y' 9-n' 9-g' s99", "- - - - 3"},
       {"a group is a source", "3+g 9-' 9-g'", "- - 3"},
       {"one of several", "3+ 3+y' 1+y' 9-y'", "- - - 31"},
+      {"several in their order", "3+ 1+ 3+y' 9-' s99", "- - - 31 3"},
       {"not the other profiles of the event", "3+,3+ s99", "- 33"},
   };
   tick_ = 0xFFFFFFFF - 5000;  // the clock wraps meanwhile

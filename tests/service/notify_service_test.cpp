@@ -305,6 +305,19 @@ TEST_F(NotifyServiceTest, FailuresAreReportedAndANewConfigurationClearsWhatWaits
   }
 }
 
+TEST_F(NotifyServiceTest, TicksCountTheTurnsOfTheClockForTheThrottle) {
+  std::uint32_t tick = 0;
+  SetTickClock([&] { return tick; });
+  Open(Notify(Profile(1, "ThrottleSeconds='10'")));
+  Send(Event(1));
+  for (tick = 0x80000000u; tick != 0; tick += 0x80000000u) service_.Tick();
+  Send(Event(2));
+  StartWorker();
+  EXPECT_TRUE(WaitForStatuses(2));
+  StopWorker();
+  SetTickClock(MonotonicTick);
+}
+
 TEST_F(NotifyServiceTest, ABlockedLaunchDoesNotHoldUpTheStop) {
   Open();
   curlExit_ = -1;

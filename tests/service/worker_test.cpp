@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <boost/thread/exceptions.hpp>
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <new>
@@ -141,6 +142,22 @@ TEST_F(WorkerTest, BeginsWithACleanSpoolAndEndsWithABrokenLock) {
   items_.front()->profile = &config_->profiles.at(1);
   owner_.brokenLock = true;
   EXPECT_THROW(Run(), boost::lock_error);
+}
+
+TEST_F(WorkerTest, UsesTheConfigurationOfTheMomentItIsWoken) {
+  WorkQueue queue;
+  std::atomic<int> asked{0};
+  std::thread worker([&] {
+    RunWorkerLoop(queue, owner_, channel_, &test::FakeHost::Entry, [&] {
+      ++asked;
+      return WorkerConfig{config_, false};
+    });
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  EXPECT_EQ(asked, 0) << "not before it waits";
+  queue.Enqueue(items_);
+  worker.join();
+  EXPECT_EQ(asked, 3) << "once a turn";
 }
 
 TEST(Watchdog, SendsAnEventEachIntervalUntilTheWorkerEnds) {

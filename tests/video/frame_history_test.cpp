@@ -1,3 +1,5 @@
+#include <malloc.h>
+
 #include <functional>
 #include <random>
 
@@ -103,6 +105,12 @@ TEST_F(FrameHistory, DropsChannelsThatNoLongerShowTheirSource) {
   clip->Finish(bin);
   EXPECT_EQ(ready->calls, 1);
   EXPECT_EQ(Cut(0, 10), nullptr);
+}
+
+TEST_F(FrameHistory, GivesItsBlocksOfFramesBack) {
+  const auto before = mallinfo2().uordblks;
+  for (int i = 0; i < 1000; ++i) FrameMaker().Make(&i, 1);
+  EXPECT_LT(mallinfo2().uordblks, before + 100'000);
 }
 
 // Memory may run out in the midst of an intake, at the latest when a notification is told.
