@@ -24,45 +24,45 @@ away = "column('mail_server_up') == 0 ? 1 : NaN"
 set multiplot layout 6,1
 
 set title "Memory, MiB"
-set ytics 25
+set ytics auto
 plot data using (@x):(@away) axes x1y2 with boxes lc "#e8e8e8" notitle, \
-     "" using (@x):(column("resident_kib") / 1024) with lines lw 1.5 lc "#1f77b4" title "resident", \
-     "" using (@x):(column("heap_besides_frames_kib") / 1024) with lines lw 1.5 lc "#d62728" title "heap besides frames"
+     "" using (@x):(column("resident") / 1048576) with lines lw 1.5 lc "#1f77b4" title "resident", \
+     "" using (@x):(column("besides_frames") / 1048576) with lines lw 1.5 lc "#d62728" title "besides frames"
 
 set title "Resident memory, MiB, magnified"
 set yrange [*:*]
-set ytics 1
+set ytics auto
 plot data using (@x):(@away) axes x1y2 with boxes lc "#e8e8e8" notitle, \
-     "" using (@x):(column("resident_kib") / 1024) with lines lw 1.5 lc "#1f77b4" title "resident"
+     "" using (@x):(column("resident") / 1048576) with lines lw 1.5 lc "#1f77b4" title "resident"
 
 set title "Frames held"
 set yrange [0:*]
-set ytics 5000
+set ytics auto
 plot data using (@x):(@away) axes x1y2 with boxes lc "#e8e8e8" notitle, \
      "" using (@x):(column("frames_held")) with lines lw 1.5 lc "#1f77b4" title "frames"
 
 set title "Descriptors, threads, child processes"
-set ytics 5
+set ytics auto
 plot data using (@x):(@away) axes x1y2 with boxes lc "#e8e8e8" notitle, \
      "" using (@x):(column("descriptors")) with lines lc "#1f77b4" title "descriptors", \
      "" using (@x):(column("threads")) with lines lw 1.5 lc "#d62728" title "threads", \
      "" using (@x):(column("children")) with lines lc "#2ca02c" title "children"
 
 set title "Messages on their way"
-set ytics 10
+set ytics auto
 plot data using (@x):(@away) axes x1y2 with boxes lc "#e8e8e8" notitle, \
-     "" using (@x):(column("unprocessed")) with lines lc "#1f77b4" title "not sent yet", \
+     "" using (@x):(column("under_way")) with lines lc "#1f77b4" title "not sent yet", \
      "" using (@x):(column("waiting")) with lines lw 1.5 lc "#d62728" title "in the retry queue", \
-     "" using (@x):(column("spool_files")) with lines lc "#2ca02c" title "files in data/"
+     "" using (@x):(column("files")) with lines lc "#2ca02c" title "files in data/"
 
 # Over ten seconds, so that single mails do not show.
 set title "Mails and failed attempts a second"
 set xlabel "minutes"
-set ytics 4
+set ytics auto
 before = NaN
 rate(now) = (last = before, before = now, (now - last) / 10)
 plot data using (@x):(@away) axes x1y2 with boxes lc "#e8e8e8" notitle, \
-     "" every 10 using (@x):(rate(column("mailed") + column("mailed_late"))) with lines lw 1.5 lc "#1f77b4" title "mails", \
+     "" every 10 using (@x):(rate(column("mailed"))) with lines lw 1.5 lc "#1f77b4" title "mails", \
      before = NaN, \
-     "" every 10 using (@x):(rate(column("attempts") - column("mailed") - column("mailed_late"))) with lines lc "#d62728" title "failed attempts"
+     "" every 10 using (@x):(rate(column("attempts") - column("mailed"))) with lines lc "#d62728" title "failed attempts"
 unset multiplot
