@@ -61,8 +61,8 @@ const std::map<std::string, std::string>& UnitsByName() {
       {"P255", Pps(255)},
       {"P256", Pps(256)},
       {"P0new", Pps(0, 0, 3)},
-      {"large1", Pps(1) + std::string(400, '\x55')},
-      {"large2", Pps(2) + std::string(400, '\x55')},
+      {"full", Pps(1) + std::string(510 - Pps(1).size(), 'U')},
+      {"over", Pps(2) + std::string(511 - Pps(2).size(), 'U')},
       {"cutS", Sps(0).substr(0, 4)},
       {"bareS", "\x67"},
       {"bareP", "\x68"},
@@ -162,8 +162,8 @@ TEST_F(StreamConversion, H264UnitsGoWhereTheyBelong) {
       * S0 P0 I / * S1 P7of1 I / S0 P0 S1 P7of1 P255 s | * I / * I / s          | S0 S1 P0 P7of1 P255
       * S0 P0 I / * S0 P0new I / * S0 P0 P1 I          | * I / * P0new I / * S0 P0 P1 I | S0 P0
       * S0 P0 I / * H0 P0 I                            | * I / * H0 P0 I        | S0 P0
-      * S0 P0 I / * large1 large2 P3 I / large1 P3 s   | * I / * large2 I / s   | S0 P0 large1 P3
-      * S0 P0 large1 large2 I                          | * I                    | S0 P0 large1 large2
+      * S0 P0 I / * over full P3 I / full P3 s         | * I / * over P3 I / P3 s | S0 P0 full
+      * S0 P0 full over I                              | * I                    | S0 P0 full over
       * S0 P0 bareS cutS S32 P256 P1of5 bareP endless I | * bareS cutS S32 P256 P1of5 bareP endless I | S0 P0
       * Z0 P0 I                                        | * I                    | Z0 P0
       * H0 P0 I / s                                    | * I / s                | H0 P0

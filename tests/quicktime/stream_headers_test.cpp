@@ -66,7 +66,7 @@ TEST(H264Sequence, FieldsAreFoundBehindAllThatMayStandBeforeThem) {
       high e0 e1 e0 e7 0:1 0:1 middle whole      | none
       high e0 e1 e0 e0 0:1 1:1 0:1*8 middle whole | 0 1 0+0 1920x1088 | scaling lists left out,
       high e0 e3 0:1 e0 e0 0:1 1:1 0:1*11 1:1 s3*64 middle whole | 0 3 0+0 1920x1088 | in full,
-      high e0 e1 e0 e0 0:1 1:1 1:1 s1*16 1:1 s-8 1:1 s2 s-10 0:1*2 1:1 s-9 s1 1:1 s0*64 1:1 s0*63 s-8 middle whole | 0 1 0+0 1920x1088 | ended by a scale of 0
+      high e0 e1 e0 e0 0:1 1:1 1:1 s1*16 1:1 s-8 1:1 s2 s-10 0:1*2 1:1 s-9 s1 1:1 s5*64 1:1 s2*12 s-32 middle whole | 0 1 0+0 1920x1088 | ended by a scale of 0
       main e0 middle e119 e67 1:1 1:1 1:1 e959 e0 e0 e0 0:1 | 0 implied 1 0+0 2x1088 | nonsense:
       main e0 middle e119 e67 1:1 1:1 1:1 e959 e1 e0 e0 0:1 | 0 implied 1 0+0 0x0
       main e0 middle e119 e67 1:1 1:1 1:1 e0 e0 e500 e44 0:1 | 0 implied 1 0+0 0x0
