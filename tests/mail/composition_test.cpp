@@ -1,25 +1,29 @@
 #include "mail/composition.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
+#include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "mail/address.h"
 #include "mail/base64_file.h"
 #include "support/fake_host.h"
+#include "support/table.h"
 #include "support/temporary_folder.h"
 
 namespace tvx {
 namespace {
 
-constexpr const char* kB = "b1914efc629febb89915e8a6f83ba6eb";
+using Names = std::vector<std::string>;
 
 class CompositionTest : public testing::Test {
  protected:
   CompositionTest() : stream_(&test::FakeHost::Entry) {
-    ::mkdir("data", 0700);
+    stream_.createDirectory("data");
     content_.profileId = 3;
     content_.from = "Recorder <rec@x.org>";
     content_.to = {"Guard <guard@x.org>", "b@x.org"};
@@ -56,9 +60,13 @@ TEST_F(CompositionTest, APlainMessageIsHeadersAndBodyOnly) {
             "From: rec@x.org\r\nTo: guard@x.org\r\nTo: b@x.org\r\nCc: c@x.org\r\n"
             "Subject: Motion\r\n\r\nLine 1\nLine 2\r\n.");
   EXPECT_EQ(pending_.from, "rec@x.org");
-  EXPECT_EQ(pending_.recipients,
-            (std::vector<std::string>{"guard@x.org", "b@x.org", "c@x.org", "hidden@x.org"}));
+  EXPECT_EQ(pending_.recipients, (Names{"guard@x.org", "b@x.org", "c@x.org", "hidden@x.org"}));
   EXPECT_EQ(pending_.size, Written().size());
+  content_.profileId = -2147483647;
+  content_.eventSeconds = -1;
+  content_.eventMilliseconds = 65535;
+  EXPECT_EQ(MessagePath(content_, 0, 1, 0xFFFFFFFF),
+            "./data/notify-mail--2147483647--1-65535-4294967295");
 }
 
 TEST_F(CompositionTest, AttachmentsAndNotesMakeItMultipart) {
@@ -67,40 +75,54 @@ TEST_F(CompositionTest, AttachmentsAndNotesMakeItMultipart) {
   content_.cc.clear();
   ASSERT_TRUE(Compose({{true, "./Gate.mov", ""},
                        {false, "./lost.mov", "no video of \"Yard\""},
-                       {true, "./Gate.jpg", ""},
-                       {true, "./gone.jpg", ""}},
+                       {true, "./Gate.jpg", "and"},
+                       {true, "./gone.MOV", ""}},
                       2, 3));
   EXPECT_EQ(pending_.path, "./data/notify-mail-3-1500000000-250-17-Part-2-of-3");
-  const std::string b = kB;
-  EXPECT_EQ(Written(),
-            "From: rec@x.org\r\nTo: guard@x.org\r\nTo: b@x.org\r\n"
-            "Subject: Motion - Part 2 of 3\r\n"
-            "Content-Type: multipart/mixed; boundary=\"" +
-                b +
-                "\"\r\n\r\n"
-                "--" +
-                b +
-                "\r\nContent-Type: text/plain\r\n\r\n"
-                "Line 1\nLine 2\r\n.\n- no video of \"Yard\""
-                "\r\n--" +
-                b +
-                "\r\nContent-Type: video/quicktime\r\n"
-                "Content-Transfer-Encoding: base64\r\n"
-                "Content-Disposition: attachment; filename=\"Gate.mov\"\r\n\r\n" +
-                std::string(76, 'A') +
-                "\nYWI="
-                "\r\n--" +
-                b +
-                "\r\nContent-Type: image/jpeg\r\n"
-                "Content-Transfer-Encoding: base64\r\n"
-                "Content-Disposition: attachment; filename=\"Gate.jpg\"\r\n\r\nYWJj\n"
-                "\r\n--" +
-                b +
-                "\r\nContent-Type: image/jpeg\r\n"
-                "Content-Transfer-Encoding: base64\r\n"
-                "Content-Disposition: attachment; filename=\"gone.jpg\"\r\n\r\n"
-                "\r\n--" +
-                b + "--\r\n");
+  // A carriage return stands before each line feed but those marked with "~".
+  std::istringstream lines(R"(From: rec@x.org
+To: guard@x.org
+To: b@x.org
+Subject: Motion - Part 2 of 3
+Content-Type: multipart/mixed; boundary="b1914efc629febb89915e8a6f83ba6eb"
+
+--b1914efc629febb89915e8a6f83ba6eb
+Content-Type: text/plain
+
+Line 1~
+Line 2
+.~
+- no video of "Yard"~
+- and
+--b1914efc629febb89915e8a6f83ba6eb
+Content-Type: video/quicktime
+Content-Transfer-Encoding: base64
+Content-Disposition: attachment; filename="Gate.mov"
+
+AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA~
+YWI=
+--b1914efc629febb89915e8a6f83ba6eb
+Content-Type: image/jpeg
+Content-Transfer-Encoding: base64
+Content-Disposition: attachment; filename="Gate.jpg"
+
+YWJj~
+
+--b1914efc629febb89915e8a6f83ba6eb
+Content-Type: image/jpeg
+Content-Transfer-Encoding: base64
+Content-Disposition: attachment; filename="gone.MOV"
+
+
+--b1914efc629febb89915e8a6f83ba6eb--
+)");
+  std::string expected;
+  for (std::string line; std::getline(lines, line);) {
+    const bool isBare = !line.empty() && line.back() == '~';
+    expected += isBare ? line.substr(0, line.size() - 1) + "\n" : line + "\r\n";
+  }
+  EXPECT_EQ(Written(), expected);
+  EXPECT_EQ(pending_.size, expected.size());
 }
 
 TEST_F(CompositionTest, TextFromOutsideAddsNoHeaderLine) {
@@ -113,8 +135,8 @@ TEST_F(CompositionTest, TextFromOutsideAddsNoHeaderLine) {
             "Subject: Gate Bcc: thief@x.org X: y ");
 }
 
-TEST_F(CompositionTest, AnyBadAddressRejectsTheMessage) {
-  for (std::vector<std::string>* list : {&content_.to, &content_.cc, &content_.bcc}) {
+TEST_F(CompositionTest, ABadAddressOrDiskRejectsTheMessage) {
+  for (Names* list : {&content_.to, &content_.cc, &content_.bcc}) {
     list->push_back("nobody");
     EXPECT_FALSE(Compose());
     list->pop_back();
@@ -123,28 +145,29 @@ TEST_F(CompositionTest, AnyBadAddressRejectsTheMessage) {
   EXPECT_FALSE(Compose());
   content_.from = "f@x.org";
   EXPECT_TRUE(Compose());
-}
-
-TEST_F(CompositionTest, ADiskThatRefusesIsNoMessage) {
-  NotifyFileStreamImpl full(&test::FakeHost::Entry);
   content_.body = std::string(1 << 20, 'x');
-  ASSERT_EQ(::symlink("/dev/full", "data/notify-mail-3-1500000000-250-17"), 0);
-  EXPECT_FALSE(ComposeMessage(content_, {}, 0, 1, 17, full, pending_));
+  ASSERT_EQ(std::remove(pending_.path.c_str()), 0);
+  ASSERT_EQ(::symlink("/dev/full", pending_.path.c_str()), 0);
+  EXPECT_FALSE(Compose());
   ASSERT_EQ(::rename("data", "moved"), 0);
   EXPECT_FALSE(Compose());
 }
 
 TEST(ValidateAddress, FindsTheAddressInTheText) {
-  struct Case {
-    const char* text;
-    const char* address;  // null when there is none
-  };
-  for (const Case& c : {Case{"a@b", "a@b"}, Case{"\"A, B\" <a.b+c@d-e.org> x", "a.b+c@d-e.org"},
-                        Case{"a b@c d@e", "b@c"}, Case{"nobody", nullptr}, Case{"a@", nullptr},
-                        Case{"@b", nullptr}, Case{"", nullptr}, Case{"a @ b", nullptr}}) {
-    std::string text = c.text;
-    EXPECT_EQ(ValidateAddress(text), c.address != nullptr) << c.text;
-    EXPECT_EQ(text, c.address != nullptr ? c.address : c.text);
+  for (const auto& row : test::Rows(R"(
+      a@b                                 | a@b
+      "A, B" <a.b+c@d-e.org> x            | a.b+c@d-e.org
+      a b@c d@e                           | b@c
+      x(aZ09.!#$%&'*+/=?^_`{}~-@aZ09.-_   | aZ09.!#$%&'*+/=?^_`{}~-@aZ09.-
+      <@b@c>                              | b@c
+      nobody | none
+      a@     | none
+      @b     | none
+      a @ b  | none
+             | none)")) {
+    std::string text = row[0];
+    EXPECT_EQ(ValidateAddress(text), row[1] != "none") << row[0];
+    EXPECT_EQ(text, row[1] != "none" ? row[1] : row[0]);
   }
   std::string hostile(100000, 'a');
   EXPECT_FALSE(ValidateAddress(hostile));  // answered, not searched for ever
@@ -152,24 +175,22 @@ TEST(ValidateAddress, FindsTheAddressInTheText) {
 
 TEST(Base64File, EndsLinesWithALineFeedUnlessTheyArePadded) {
   const test::TemporaryFolder folder;
-  struct Case {
-    std::size_t size;
-    std::size_t encoded;
-    const char* tail;
-  };
-  for (const Case& c :
-       {Case{0, 0, ""}, Case{56, 76, "AA="}, Case{57, 77, "AAA\n"}, Case{58, 81, "\nAA=="},
-        Case{57 * 5000, 77 * 5000, "AAA\n"}, Case{57 * 5000 + 3, 77 * 5000 + 5, "\nAAAA\n"}}) {
-    test::WriteFile("source", std::string(c.size, '\0'));
+  for (const auto& [size, length, tail] : {std::tuple(0, 0, ""),
+                                           {56, 76, "AA="},
+                                           {57, 77, "AAA\n"},
+                                           {58, 81, "\nAA=="},
+                                           {60, 82, "\nAAAA\n"},
+                                           {57 * 5000, 77 * 5000, "AAA\n"},
+                                           {57 * 5000 + 3, 77 * 5000 + 5, "\nAAAA\n"}}) {
+    test::WriteFile("source", std::string(static_cast<std::size_t>(size), '\0'));
     NotifyFileStreamImpl stream(nullptr);
     ASSERT_TRUE(stream.open("encoded", std::ios::binary));
     CNotifyFileImpl source("source");
     Base64EncodeFile(source, stream);
     stream.close();
     const std::string encoded = test::ReadFile("encoded");
-    EXPECT_EQ(encoded.size(), c.encoded) << c.size;
-    const std::string tail = c.tail;
-    EXPECT_EQ(encoded.substr(encoded.size() - tail.size()), tail) << c.size;
+    EXPECT_EQ(encoded.size(), static_cast<std::size_t>(length)) << size;
+    EXPECT_THAT(encoded, testing::EndsWith(tail)) << size;
   }
 }
 

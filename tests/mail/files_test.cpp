@@ -36,17 +36,21 @@ TEST(NotifyFileStream, DirectoriesAndFreeSpace) {
   const test::TemporaryFolder folder;
   test::FakeHost host;
   NotifyFileStreamImpl stream(&test::FakeHost::Entry);
-  EXPECT_TRUE(stream.createDirectory("data"));
-  EXPECT_TRUE(stream.createDirectory("data"));
-  test::WriteFile("occupied", "");
-  EXPECT_FALSE(stream.createDirectory("occupied"));
-  EXPECT_FALSE(stream.createDirectory("missing/data"));
-  EXPECT_TRUE(stream.remove("occupied"));
+  test::WriteFile("file", "");
+  for (const auto& [path, made] :
+       {std::pair("data", true), {"data", true}, {"file", false}, {"missing/data", false}}) {
+    EXPECT_EQ(stream.createDirectory(path), made) << path;
+  }
   test::WriteFile("data/file", "");
-  EXPECT_FALSE(stream.remove("data"));  // not empty
+  for (const auto& [path, removed] :
+       {std::pair("file", true), {"file", true}, {"data", false}, {"data/file/below", true}}) {
+    EXPECT_EQ(stream.remove(path), removed) << path;
+  }
+  EXPECT_FALSE(test::FileExists("file"));
   EXPECT_GT(stream.space("data"), 0u);
   EXPECT_EQ(stream.space("missing"), 104857601u);  // a failed query is no full disk
   ASSERT_EQ(host.Log().size(), 1u);
+  EXPECT_EQ(host.Log()[0].level, 25u);
   EXPECT_EQ(host.Log()[0].text.rfind("Exception while query volume space: ", 0), 0u);
 }
 
@@ -55,11 +59,10 @@ TEST(NotifyFile, ReportsWhetherItCanBeRead) {
   test::WriteFile("file", "abcde");
   CNotifyFileImpl file("file");
   char buffer[4];
-  EXPECT_TRUE(file.good());
-  EXPECT_EQ(file.read(buffer, 4), 4u);
-  EXPECT_EQ(file.read(buffer, 4), 1u);
-  EXPECT_EQ(file.read(buffer, 4), 0u);
-  EXPECT_TRUE(file.good());  // the end is no error
+  for (const std::size_t expected : {4u, 1u, 0u}) {
+    EXPECT_TRUE(file.good());  // the end is no error
+    EXPECT_EQ(file.read(buffer, 4), expected);
+  }
   EXPECT_FALSE(CNotifyFileImpl("missing").good());
   CNotifyFileImpl directory(".");
   EXPECT_EQ(directory.read(buffer, 4), 0u);
@@ -72,13 +75,13 @@ TEST(Spool, SweepsMessagesOnly) {
   ClearSpool(&test::FakeHost::Entry);  // no directory yet: nothing to report
   ASSERT_EQ(::mkdir("data", 0700), 0);
   ASSERT_EQ(::mkdir("data/notify-mail-folder", 0700), 0);
-  test::WriteFile("data/notify-mail-1-2-3-4", "");
-  test::WriteFile("data/notify-mail-", "");
-  test::WriteFile("data/my-notify-mail-1", "");
+  const std::pair<const char*, bool> files[] = {{"data/notify-mail-1-2-3-4", false},
+                                                {"data/notify-mail-", false},
+                                                {"data/my-notify-mail-1", true},
+                                                {"notify-mail-1-2-3-4", true}};
+  for (const auto& [path, stays] : files) test::WriteFile(path, "");
   ClearSpool(&test::FakeHost::Entry);
-  EXPECT_FALSE(test::FileExists("data/notify-mail-1-2-3-4"));
-  EXPECT_FALSE(test::FileExists("data/notify-mail-"));
-  EXPECT_TRUE(test::FileExists("data/my-notify-mail-1"));
+  for (const auto& [path, stays] : files) EXPECT_EQ(test::FileExists(path), stays) << path;
   EXPECT_TRUE(test::FileExists("data/notify-mail-folder"));
   EXPECT_TRUE(host.Log().empty());
 }

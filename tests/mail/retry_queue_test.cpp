@@ -1,251 +1,199 @@
 #include "mail/retry_queue.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
 #include <algorithm>
+#include <boost/filesystem.hpp>
+#include <sstream>
 #include <string>
 #include <vector>
 
-#include "base/clock.h"
-#include "mail/scripted_helper.h"
-#include "mail/spool.h"
-#include "support/fake_host.h"
-#include "support/temporary_folder.h"
+#include "mail/mail_fixture.h"
+#include "support/table.h"
 
 namespace tvx {
 namespace {
 
-constexpr std::uint32_t kMinute = 60'000;
-constexpr std::int32_t kLong = 172800;
+using Names = std::vector<std::string>;
 
-class RetryQueueTest : public testing::Test {
+class RetryQueueTest : public test::MailTest {
  protected:
   RetryQueueTest() {
-    ::mkdir("data", 0700);
-    SetTickClock([this] { return now_; });
+    now_ = 0xFFFFFFFF - 150'000;  // wraps in the middle of the third round
+    usualExit_ = 7;
   }
-  ~RetryQueueTest() override { SetTickClock(MonotonicTick); }
 
-  // Queues a message whose file and description go by this name.
-  void Enqueue(const std::string& name, std::int32_t maxQueue = 100, std::uint32_t size = 10) {
+  // Queues a message whose file and description go by this name, "name:size" with a size of its own.
+  void Enqueue(const std::string& text, std::int32_t maxQueue = 100) {
     PendingMessage message;
+    const std::string name = text.substr(0, text.find(':'));
     message.path = "./data/" + name;
     message.profileDescription = name;
     message.profileId = 3;
-    message.size = size;
+    if (name != text)
+      message.size = static_cast<std::uint32_t>(std::stoul(text.substr(name.size() + 1)));
     test::WriteFile(message.path, "mail");
-    message.servers = {{"server of " + name, "a", 25, 0, "", ""}};
+    message.servers = {{"", name, 25, 0, "", ""}};
     EnqueueForRetry(helper_, {message}, maxQueue, disk_);
   }
 
-  // Advances the clock and runs passes until one tries nothing; gives the names tried.
-  std::vector<std::string> After(std::uint32_t milliseconds, std::int32_t maxSeconds = kLong) {
-    now_ += milliseconds;
-    const std::size_t before = helper_.transfers.size();
+  void EnqueueAll(const std::string& texts) {
+    std::istringstream names(texts);
+    for (std::string name; names >> name;) Enqueue(name);
+  }
+
+  // Runs passes until one tries nothing, each of which tries one message; gives the names tried.
+  std::string RunPasses(std::int32_t maxSeconds) {
+    std::string tried;
+    std::size_t launches = programs_.Launches().size();
     while (RetryPass(helper_, disk_, maxSeconds)) {
+      const auto& all = programs_.Launches();
+      EXPECT_EQ(all.size(), ++launches);
+      EXPECT_EQ("smtp://" + all.back().rbegin()[1].substr(7) + ":25", all.back().back());
+      tried += all.back().rbegin()[1].substr(7);
     }
-    std::vector<std::string> tried;
-    for (std::size_t i = before; i < helper_.transfers.size(); ++i) {
-      const auto& arguments = helper_.transfers[i].arguments;
-      tried.push_back(std::find(arguments.begin(), arguments.end(), "-T")[1].substr(7));
-    }
-    return tried;
+    EXPECT_EQ(programs_.Launches().size(), launches);
+    return tried.empty() ? "-" : tried;
   }
 
-  std::vector<std::string> Queued() const {
-    std::vector<std::string> names;
-    for (const PendingMessage& message : helper_.queue) names.push_back(message.profileDescription);
-    return names;
+  // The queue, which the files in the spool must be, too.
+  std::string Left() const {
+    std::string queued;
+    std::vector<std::string> files;
+    for (const PendingMessage& message : helper_.queue) queued += message.profileDescription + " ";
+    for (const auto& entry : boost::filesystem::directory_iterator("data")) {
+      files.push_back(entry.path().filename().string());
+    }
+    EXPECT_EQ(files.size(), helper_.queue.size());
+    for (const std::string& file : files) EXPECT_NE(queued.find(file + " "), std::string::npos);
+    return queued.substr(0, queued.size() - (queued.empty() ? 0 : 1));
   }
-
-  using Names = std::vector<std::string>;
-  test::FakeHost host_;
-  test::TemporaryFolder folder_;
-  test::ScriptedHelper helper_;
-  test::ScriptedDisk disk_;
-  std::uint32_t now_ = 0xFFFFFFFF - 150'000;  // wraps in the middle of the third round
 };
 
-TEST_F(RetryQueueTest, RoundsTryEachMessageOnceAndTheIntervalDoubles) {
-  helper_.exits.assign(100, 7);
-  Enqueue("a");
-  Enqueue("b");
-  EXPECT_EQ(After(kMinute - 1), Names{});
-  EXPECT_EQ(After(1), (Names{"a", "b"}));
-  EXPECT_EQ(After(2 * kMinute - 1), Names{});
-  EXPECT_EQ(After(1), (Names{"a", "b"}));
-  EXPECT_EQ(After(4 * kMinute - 1), Names{});
-  EXPECT_EQ(After(1), (Names{"a", "b"}));
-  EXPECT_EQ(helper_.retryInterval, 8 * kMinute);
-  EXPECT_TRUE(test::FileExists("data/a"));
-}
-
-TEST_F(RetryQueueTest, APassTriesOneMessage) {
-  helper_.exits.assign(100, 7);
-  Enqueue("a");
-  Enqueue("b");
-  now_ += kMinute;
-  EXPECT_TRUE(RetryPass(helper_, disk_, kLong));
-  EXPECT_EQ(helper_.transfers.size(), 1u);
-  EXPECT_EQ(helper_.retryInterval, kMinute);  // the round is not complete
-  EXPECT_TRUE(RetryPass(helper_, disk_, kLong));
-  EXPECT_FALSE(RetryPass(helper_, disk_, kLong));
-  EXPECT_EQ(helper_.retryInterval, 2 * kMinute);
-}
-
-TEST_F(RetryQueueTest, SuccessReportsRemovesAndResetsTheInterval) {
-  helper_.exits = {7, 7, 0, 7};
-  Enqueue("a");
-  Enqueue("b");
-  EXPECT_EQ(After(kMinute), (Names{"a", "b"}));
-  host_.ClearLog();
-  EXPECT_EQ(After(2 * kMinute), (Names{"a", "b"}));
-  EXPECT_EQ(Queued(), (Names{"b"}));
-  EXPECT_FALSE(test::FileExists("data/a"));
-  EXPECT_EQ(helper_.reports,
-            (std::vector<std::pair<std::int32_t, ProfileStatus>>{{3, ProfileStatus::Delivered}}));
-  EXPECT_EQ(helper_.retryInterval, 2 * kMinute);  // reset to a minute, then doubled by the round
-  EXPECT_EQ(host_.Logged("Retrying failed notification for file ./data/a"), 1);
-  EXPECT_EQ(host_.Logged("Retry for notification file (./data/a) suceeded."), 1);
-}
-
-TEST_F(RetryQueueTest, ANewMessageResetsTheIntervalButNotTheRound) {
-  helper_.exits.assign(100, 7);
-  Enqueue("a");
-  After(kMinute);
-  const std::uint32_t next = helper_.nextRetry;
-  now_ += kMinute;
-  Enqueue("b");
-  EXPECT_EQ(helper_.retryInterval, kMinute);
-  EXPECT_EQ(helper_.nextRetry, next);
-  EXPECT_EQ(After(kMinute), (Names{"a", "b"}));
-  EXPECT_EQ(helper_.messageCounter, 2u);
-}
-
-TEST_F(RetryQueueTest, AMessageQueuedDuringARoundWaitsForTheNext) {
-  helper_.exits.assign(100, 7);
-  Enqueue("a");
-  now_ += kMinute;
-  Enqueue("b");
-  EXPECT_EQ(After(0), (Names{"a"}));
-}
-
-TEST_F(RetryQueueTest, AgeCountsOnlyAfterAFailedAttempt) {
-  helper_.exits = {7, 7, 0};
-  Enqueue("a");
-  EXPECT_EQ(After(kMinute, 61), (Names{"a"}));
-  EXPECT_EQ(Queued(), (Names{"a"}));
-  EXPECT_EQ(After(2 * kMinute, 61), (Names{"a"}));
-  EXPECT_EQ(Queued(), Names{});
-  EXPECT_FALSE(test::FileExists("data/a"));
-  EXPECT_EQ(host_.Logged("Retry timeout reached for notification file (./data/a).  Message for "
-                         "profile a will be discarded"),
-            1);
-  Enqueue("b");
-  EXPECT_EQ(After(kMinute, 1), (Names{"b"}));  // old, but it arrives
-  EXPECT_EQ(helper_.reports.size(), 1u);
-}
-
-TEST_F(RetryQueueTest, AgeAtExactlyTheLimitAndPermanentFailuresDiscard) {
-  helper_.exits = {7, 67};
-  Enqueue("a");
-  EXPECT_EQ(After(kMinute, 60), (Names{"a"}));
-  EXPECT_EQ(Queued(), Names{});
-  Enqueue("b");
-  EXPECT_EQ(After(kMinute), (Names{"b"}));
-  EXPECT_EQ(Queued(), Names{});
-  EXPECT_EQ(host_.Logged("Retry timeout reached for notification file (./data/b).  Message for "
-                         "profile b will be discarded"),
-            1);
-}
-
-TEST_F(RetryQueueTest, ALimitOf2147483647SecondsDoesNotOverflow) {
-  helper_.exits.assign(3, 7);
-  Enqueue("a");
-  After(kMinute, 2147483647);
-  EXPECT_EQ(Queued(), (Names{"a"}));
-}
-
-TEST_F(RetryQueueTest, EachMessageKeepsItsOwnServers) {
-  Enqueue("a");
-  Enqueue("b");
-  ASSERT_EQ(helper_.queue.size(), 2u);
-  EXPECT_EQ(helper_.queue.front().servers.at(0).description, "server of a");
-  EXPECT_EQ(helper_.queue.back().servers.at(0).description, "server of b");
-}
-
-TEST_F(RetryQueueTest, LengthPushesOutTheOldestOnly) {
-  Enqueue("a", 2);
-  Enqueue("b", 2);
-  Enqueue("c", 2);
-  EXPECT_EQ(Queued(), (Names{"b", "c"}));
-  EXPECT_FALSE(test::FileExists("data/a"));
-  EXPECT_EQ(host_.LogTexts(), (Names{"Maximum failed message queue limit of 2 is exceeded.",
-                                     "Message for profile a will be discarded"}));
-  Enqueue("d", 1);  // a smaller limit still drops one a call
-  EXPECT_EQ(Queued(), (Names{"c", "d"}));
-  ClearRetryQueue(helper_, disk_);
-  Enqueue("e", 0);  // nothing to push out
-  EXPECT_EQ(Queued(), (Names{"e"}));
-}
-
-TEST_F(RetryQueueTest, AFullDiskDropsLargeMessagesUntilThereIsRoom) {
-  Enqueue("small", 100, 4096);
-  Enqueue("first", 100, 4097);
-  Enqueue("second", 100, 3000);
-  Enqueue("third", 100, 2'000'000);
-  Enqueue("fourth", 100, 2'000'000);
-  host_.ClearLog();
-  disk_.free = {104857600 - 1'000'000, 104857600};
-  Enqueue("new");
-  EXPECT_EQ(Queued(), (Names{"small", "second", "fourth", "new"}));
-  EXPECT_EQ(host_.LogTexts(),
-            (Names{"Available bytes 103857600 are less than threshold of 104857600. Attempting to "
-                   "purge failed notifications",
-                   "Minimum free space threshold exceeded. Message for profile first "
-                   "(./data/first) will be discarded",
-                   "Minimum free space threshold exceeded. Message for profile third "
-                   "(./data/third) will be discarded"}));
-}
-
-TEST_F(RetryQueueTest, WithoutRoomTheNewMessageIsDiscarded) {
-  struct Case {
-    std::uint32_t size;
-    std::deque<std::uint64_t> free;
-    bool stuck;
-    Names left;
-  };
-  const std::string refusal =
-      "Unable to free up space by removing items from notification retry queue. Message "
-      "(./data/new) for profile new will be discarded";
-  for (const Case& c : {Case{4096, {94371840}, false, {"a"}},                 // nothing worth it
-                        Case{2'000'000, {104857599, 104857599}, false, {}},   // others write, too
-                        Case{2'000'000, {104857599, 1u << 30}, true, {}}}) {  // nothing got free
+// "+a" queues a message, a number lets so many milliseconds pass and what is due be tried; one with
+// "!" lets them only pass. Programs exit with the second column, and then 7; behind that are the
+// seconds of the limit, what was tried, and what is left.
+TEST_F(RetryQueueTest, TheScheduleOfRounds) {
+  for (const auto& row : test::Rows(R"(
+      +a +b 59999 1 119999 1 239999 1 479999 1 |       | 172800 | - ab - ab - ab - ab | a b | each once a round; it doubles
+      +a +b 60000 120000 119999 1             | 7 7 0  | 172800 | ab ab - b           | b   | a sent one sets it back
+      +a +b 60000 120000 119999 1             | 7 7 67 | 172800 | ab ab - b           | b   | so does one that is given up
+      +a 60000 60000 +b 59999 1 119999 1      |        | 172800 | a - - ab - ab       | a b | and a new one, in the next round
+      +a 60000! +b 0 119999 1                 |        | 172800 | a - ab              | a b | one that comes in a round waits
+      +a 60000 30000 +b 59999 1               | 0      | 172800 | a - - b             | b   | the first one is given a minute
+      +a 60000                                |        | 60     | a                   |     | a failure at the limit is the last
+      +a 60000 120000                         |        | 61     | a a                 |     | before it it is not
+      +a 60000                                | 0      | 1      | a                   |     | an old one may still arrive
+      +a +b 60000                             | 26     | 172800 | ab                  | b   | a permanent failure at any age
+      +a 60000                                | -1     | 172800 | a                   |     | there is no program
+      +a 60000                                |        | -1     | a                   |     | no limit is one retry)")) {
+    SCOPED_TRACE(row[0]);
     ClearRetryQueue(helper_, disk_);
-    disk_.free = {std::uint64_t{1} << 40};
-    disk_.stuck.clear();
-    Enqueue("a", 100, c.size);
-    host_.ClearLog();
-    disk_.free = c.free;
-    if (c.stuck) disk_.stuck = {"./data/a"};
-    Enqueue("new");
-    EXPECT_EQ(Queued(), c.left);
-    EXPECT_FALSE(test::FileExists("data/new"));
-    EXPECT_EQ(host_.Log().back(), (test::LogLine{50, refusal}));
+    exits_.clear();
+    std::istringstream exits(row[1]);
+    for (int exit = 0; exits >> exit;) exits_.push_back(exit);
+    std::string tried;
+    std::istringstream steps(row[0]);
+    for (std::string step; steps >> step;) {
+      if (step[0] == '+') {
+        Enqueue(step.substr(1));
+        continue;
+      }
+      now_ += static_cast<std::uint32_t>(std::stoul(step));
+      if (step.back() != '!') tried += RunPasses(std::stoi(row[2])) + " ";
+    }
+    EXPECT_EQ(tried, row[3] + " ");
+    EXPECT_EQ(Left(), row[4]);
   }
 }
 
-TEST_F(RetryQueueTest, ClearingRemovesEveryFile) {
+TEST_F(RetryQueueTest, EveryEndIsLoggedAndADeliveryReported) {
+  exits_ = {0, 67};
+  for (const char* name : {"a", "b", "c"}) Enqueue(name);
+  now_ += 60'000;
+  for (int pass = 0; pass < 2; ++pass) RetryPass(helper_, disk_, 1000);
   ClearRetryQueue(helper_, disk_);
-  EXPECT_TRUE(host_.Log().empty());
-  Enqueue("a");
-  Enqueue("b");
   ClearRetryQueue(helper_, disk_);
-  EXPECT_EQ(Queued(), Names{});
-  EXPECT_FALSE(test::FileExists("data/a"));
-  EXPECT_EQ(host_.LogTexts(), (Names{"Clearing retry notifications queue. 2 failed notifications "
-                                     "will be discarded"}));
+  EXPECT_EQ(Left(), "");
+  EXPECT_EQ(helper_.messageCounter, 3U);
+  EXPECT_EQ(reports_, (decltype(reports_){{3, ProfileStatus::Delivered}}));
+  Names others;
+  for (const test::LogLine& line : host_.Log()) {
+    if (line.level == 25) others.push_back(line.text);
+  }
+  EXPECT_EQ(
+      others,
+      (Names{"Retrying failed notification for file ./data/a",
+             "Profile Description: a. Notification attempt return code= 0",
+             "Retry for notification file (./data/a) suceeded.",
+             "Retrying failed notification for file ./data/b",
+             "Retry timeout reached for notification file (./data/b).  Message for profile b "
+             "will be discarded",
+             "Clearing retry notifications queue. 1 failed notifications will be discarded"}));
+}
+
+// The names that are left when "new" is queued; the oldest goes, one a call.
+TEST_F(RetryQueueTest, TheQueueHasALength) {
+  for (const auto& [queued, limit, left] : {std::tuple("a b", 3, "a b new"),
+                                            {"a b", 2, "b new"},
+                                            {"a b c", 1, "b c new"},
+                                            {"", 0, "new"},
+                                            {"a", 0, "new"},
+                                            {"a", -5, "new"}}) {
+    ClearRetryQueue(helper_, disk_);
+    EnqueueAll(queued);
+    host_.ClearLog();
+    Enqueue("new", limit);
+    EXPECT_EQ(Left(), left);
+    const Names lines = {
+        "Maximum failed message queue limit of " + std::to_string(limit) + " is exceeded.",
+        "Message for profile a will be discarded"};
+    EXPECT_EQ(host_.LogTexts(), std::string(left).find('a') == std::string::npos && *queued != '\0'
+                                    ? lines
+                                    : Names{});
+  }
+}
+
+// Large messages go, oldest first, until there is room for "new", or it goes itself. The columns are
+// the queue, the free space found, what cannot be removed, what goes, and what is left.
+TEST_F(RetryQueueTest, AFullDiskHasRoomForWhatMatters) {
+  for (const auto& row : test::Rows(R"(
+      a:2000000                                 | 104857600           |   |     | a new
+      a:4096 b:4097 c:3000 d:2000000 e:2000000  | 103857600 104857600 |   | b d | a c e new
+      a:4097 b:2000000                          | 104853503 104857600 |   | a   | b new
+      a:4096                                    | 94371840            |   |     | a   | nothing worth it
+      a:2000000                                 | 104857599           |   | a   |     | others write, too
+      a:2000000                                 | 104857599 104857600 | a | a   |     | nothing got free
+      a:5000 b:2000000                          | 104857599 104857600 | a | a b | new)")) {
+    SCOPED_TRACE(row[0]);
+    ClearRetryQueue(helper_, disk_);
+    disk_.free = {std::uint64_t{1} << 40};
+    EnqueueAll(row[0]);
+    host_.ClearLog();
+    disk_.free.clear();
+    std::istringstream free(row[1]);
+    for (std::uint64_t bytes = 0; free >> bytes;) disk_.free.push_back(bytes);
+    if (!row[2].empty()) disk_.stuck = {"./data/" + row[2]};
+    Enqueue("new");
+    disk_.stuck.clear();
+    if (!row[2].empty()) std::remove(("data/" + row[2]).c_str());
+    EXPECT_EQ(Left(), row[4]);
+    std::vector<test::LogLine> lines;
+    if (row[1][0] != '1' || row[1] < "104857600") {
+      lines.push_back({25, "Available bytes " + row[1].substr(0, row[1].find(' ')) +
+                               " are less than threshold of 104857600. Attempting to purge failed "
+                               "notifications"});
+    }
+    std::istringstream purged(row[3]);
+    for (std::string name; purged >> name;) {
+      lines.push_back({25, "Minimum free space threshold exceeded. Message for profile " + name +
+                               " (./data/" + name + ") will be discarded"});
+    }
+    if (row[4].find("new") == std::string::npos) {
+      lines.push_back({50,
+                       "Unable to free up space by removing items from notification retry queue. "
+                       "Message (./data/new) for profile new will be discarded"});
+    }
+    EXPECT_EQ(host_.Log(), lines);
+  }
 }
 
 }  // namespace

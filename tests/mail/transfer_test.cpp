@@ -1,20 +1,20 @@
 #include "mail/transfer.h"
 
-#include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
 
-#include "mail/scripted_helper.h"
-#include "support/fake_host.h"
-#include "support/fake_programs.h"
+#include "mail/mail_fixture.h"
 
 namespace tvx {
 namespace {
 
-constexpr const char* kGivenUp =
+using test::LogLine;
+using Lines = std::vector<std::string>;
+
+const LogLine kGivenUp{
+    75,
     "Failed to send notification using profile Gate.  This message will NOT be retried due to "
-    "failure return codes 67 or 26 or due to failures to prepare or initiate email operation";
+    "failure return codes 67 or 26 or due to failures to prepare or initiate email operation"};
 
 PendingMessage Message() {
   PendingMessage message;
@@ -29,126 +29,118 @@ SmtpServer Server(const std::string& description, std::int32_t port = 25, std::i
   return {description, "mail host", port, ssl, "", ""};
 }
 
-TEST(CurlArguments, NameSenderRecipientsFileAndServer) {
-  EXPECT_EQ(BuildCurlArguments(Message(), Server("a", 587, use_ssl::kStartTls)),
-            (std::vector<std::string>{"./curl", "--mail-from", "f@x", "--mail-rcpt", "t@x",
-                                      "--mail-rcpt", "-u@x", "--ssl-reqd", "--insecure",
-                                      "--connect-timeout", "60", "--config", "-", "-T",
-                                      "./data/notify-mail-3-1-2-0", "smtp://mail%20host:587"}));
-  EXPECT_EQ(BuildCurlArguments(Message(), Server("a", 465, use_ssl::kSmtps)).back(),
-            "smtps://mail%20host:465");
-  EXPECT_EQ(BuildCurlArguments(Message(), Server("a", 25, 7))[7], "--insecure");
+class TransferTest : public test::MailTest {
+ protected:
+  SendResult Send(const std::vector<SmtpServer>& servers) {
+    host_.ClearLog();
+    return SendMessage(Message(), servers, helper_);
+  }
+};
+
+TEST_F(TransferTest, TheCommandLineNamesAllButTheLogin) {
+  Lines expected = {"./curl",
+                    "--mail-from",
+                    "f@x",
+                    "--mail-rcpt",
+                    "t@x",
+                    "--mail-rcpt",
+                    "-u@x",
+                    "--ssl-reqd",
+                    "--insecure",
+                    "--connect-timeout",
+                    "60",
+                    "--config",
+                    "-",
+                    "-T",
+                    "./data/notify-mail-3-1-2-0",
+                    "smtp://mail%20host:587"};
+  SmtpServer server = Server("a", 587, use_ssl::kStartTls);
+  server.username = "user";
+  EXPECT_EQ(BuildCurlArguments(Message(), server), expected);
+  expected.erase(expected.begin() + 7);
+  for (const auto& [ssl, url] : {std::pair(0, "smtp://mail%20host:-7"),
+                                 {use_ssl::kSmtps, "smtps://mail%20host:-7"},
+                                 {3, "smtp://mail%20host:-7"}}) {
+    expected.back() = url;
+    EXPECT_EQ(BuildCurlArguments(Message(), Server("a", -7, ssl)), expected);
+  }
 }
 
-TEST(CurlInput, QuotesCredentialsSoThatTheyStayOneOption) {
+TEST_F(TransferTest, TheLoginIsOneQuotedOptionOfTheInput) {
   SmtpServer server = Server("a");
   server.password = "alone";
   EXPECT_EQ(BuildCurlInput(server), "");
   server.username = "u\"ser";
   server.password = "p\\w\"\r\nurl = x";
-  EXPECT_EQ(BuildCurlInput(server), "user = \"u\\\"ser:p\\\\w\\\"\\r\\nurl = x\"");
+  EXPECT_EQ(BuildCurlInput(server), R"(user = "u\"ser:p\\w\"\r\nurl = x")");
+  EXPECT_EQ(Send({server}), SendResult::Sent);
+  EXPECT_EQ(host_.Chunks().back().payload, BuildCurlInput(server));
+  EXPECT_EQ(programs_.Launches().back(), BuildCurlArguments(Message(), server));
 }
 
-TEST(SendMessage, TriesServersInOrderUntilOneAccepts) {
-  test::FakeHost host;
-  test::ScriptedHelper helper;
-  helper.exits = {7, 0};
-  helper.output = {"100% of nothing"};
-  EXPECT_EQ(SendMessage(Message(), {Server("a"), Server("b"), Server("c")}, helper),
-            SendResult::Sent);
-  EXPECT_EQ(helper.transfers.size(), 2u);
-  EXPECT_EQ(host.Log(),
-            (std::vector<test::LogLine>{
-                {50, "Profile Description: Gate. Notification attempt return code= 7"},
-                {25, "100% of nothing"},
-                {25, "Profile Description: Gate. Notification attempt return code= 0"}}));
+TEST_F(TransferTest, ServersAreTriedInOrderUntilOneAccepts) {
+  exits_ = {7, kNotLaunched, 0, 0};
+  output_ = "100%d of nothing\n\nlast";
+  EXPECT_EQ(Send({Server("a"), Server("b"), Server("c", 26), Server("d")}), SendResult::Sent);
+  EXPECT_EQ(programs_.Launches().size(), 3U);
+  EXPECT_EQ(programs_.Launches().back().back(), "smtp://mail%20host:26");
+  EXPECT_EQ(
+      host_.Log(),
+      (std::vector<LogLine>{
+          {50, "Profile Description: Gate. Notification attempt return code= 7"},
+          {25, "100%d of nothing"},
+          {25, ""},
+          {25, "last"},
+          {75, "Failed to execute curl smtp operation using server b. (Profile Description: Gate)"},
+          {25, "Profile Description: Gate. Notification attempt return code= 0"}}));
 }
 
-TEST(SendMessage, OneTemporaryFailureMakesItWorthRetrying) {
-  struct Case {
-    std::deque<std::int32_t> exits;
-    SendResult result;
-  };
-  constexpr auto kNotLaunched = test::ScriptedHelper::kNotLaunched;
-  for (const Case& c : {Case{{7, 67}, SendResult::Retry}, Case{{67, 7}, SendResult::Retry},
-                        Case{{67, 26}, SendResult::GiveUp}, Case{{2304, 67}, SendResult::Retry},
-                        Case{{kNotLaunched, 67}, SendResult::GiveUp},
-                        Case{{kNotLaunched, kNotLaunched}, SendResult::GiveUp},
-                        Case{{kNotLaunched, 56}, SendResult::Retry}}) {
-    test::FakeHost host;
-    test::ScriptedHelper helper;
-    helper.exits = c.exits;
-    EXPECT_EQ(SendMessage(Message(), {Server("a"), Server("b")}, helper), c.result);
-    EXPECT_EQ(host.Logged(kGivenUp), c.result == SendResult::GiveUp ? 1 : 0);
+// One failure that may pass makes the message worth keeping, whatever the other servers say.
+TEST_F(TransferTest, ExitCodesTellWhetherLaterIsWorthATry) {
+  constexpr int kKilled = 9 << 8 >> 8;
+  std::vector<std::pair<std::deque<int>, SendResult>> rows = {
+      {{}, SendResult::GiveUp},
+      {{7, 67}, SendResult::Retry},
+      {{67, 7}, SendResult::Retry},
+      {{26, 67}, SendResult::GiveUp},
+      {{kNotLaunched, 67}, SendResult::GiveUp},
+      {{kNotLaunched, kNotLaunched}, SendResult::GiveUp},
+      {{kNotLaunched, kKilled}, SendResult::Retry}};
+  for (int code = 1; code < 100; ++code) {
+    rows.push_back({{code}, code == 67 || code == 26 ? SendResult::GiveUp : SendResult::Retry});
+  }
+  for (const auto& [exits, result] : rows) {
+    exits_ = exits;
+    EXPECT_EQ(Send(std::vector<SmtpServer>(exits.size(), Server("a"))), result)
+        << (exits.empty() ? 0 : exits[0]);
+    EXPECT_EQ(host_.Logged(kGivenUp.text), result == SendResult::GiveUp ? 1 : 0);
+    if (result == SendResult::GiveUp) {
+      EXPECT_EQ(host_.Log().back(), kGivenUp);
+    }
   }
 }
 
-TEST(SendMessage, WithoutServersOrLaunchesThereIsNothingToRetry) {
-  test::FakeHost host;
-  test::ScriptedHelper helper;
-  EXPECT_EQ(SendMessage(Message(), {}, helper), SendResult::GiveUp);
-  helper.exits = {test::ScriptedHelper::kNotLaunched};
-  EXPECT_EQ(SendMessage(Message(), {Server("Main")}, helper), SendResult::GiveUp);
-  EXPECT_EQ(host.Log(),
-            (std::vector<test::LogLine>{{75, kGivenUp},
-                                        {75,
-                                         "Failed to execute curl smtp operation using server "
-                                         "Main. (Profile Description: Gate)"},
-                                        {75, kGivenUp}}));
-}
-
-// The real operation, with a host that plays the program.
-class RunTransferTest : public testing::Test {
- protected:
-  RunTransferTest() {
-    channel_.Register(kModuleId, [](void* chunk, std::uint32_t size) {
-      HostRequest request{
-          kHostRequestSize,  1, size, chunk, kModuleId, 0, HostCommand::ChannelMessage,
-          PayloadKind::None, 0, 0,    0,     {}};
-      HostReply reply{12, 1, 0};
-      return test::FakeHost::Entry(&request, &reply) == 0;
+// A normal exit gives its code, an end by signal 256 times the signal.
+TEST_F(TransferTest, TheWaitStatusHasItsBytesExchanged) {
+  for (const auto& [raw, expected] : {std::pair(67U << 8, 67), {9U, 2304}, {0x1234ABCDU, 0xCDAB}}) {
+    programs_.OnRun([status = raw](const test::Launch&) {
+      return test::ProgramEnd{status, "a\nb"};
     });
+    std::int32_t exitValue = -1;
+    Lines lines;
+    EXPECT_TRUE(helper_.RunTransfer({"./curl"}, "", exitValue, lines));
+    EXPECT_EQ(exitValue, expected);
+    EXPECT_EQ(lines, (Lines{"a", "b"}));
   }
-
-  bool Run(const test::ProgramEnd& end) {
-    programs_.OnRun([end](const test::Arguments&) { return end; });
-    lines_.clear();
-    return helper_.RunTransfer({"./curl"}, "user = \"u:p\"", exitValue_, lines_);
-  }
-
-  test::FakeHost host_;
-  ProcessChannel channel_;
-  test::FakePrograms programs_{host_, [this](const std::string& chunk) {
-                                 channel_.Receive(chunk.data(),
-                                                  static_cast<std::uint32_t>(chunk.size()));
-                               }};
-  test::IgnoredStatus owner_;
-  NotifyHelper helper_{owner_, channel_, &test::FakeHost::Entry};
-  std::int32_t exitValue_ = -1;
-  std::vector<std::string> lines_;
-};
-
-TEST_F(RunTransferTest, ReportsTheWaitStatusWithItsBytesExchanged) {
-  struct Case {
-    std::uint32_t raw;
-    std::int32_t exitValue;
-  };
-  for (const Case& c : {Case{67 << 8, 67}, Case{9, 2304}, Case{0, 0}}) {
-    EXPECT_TRUE(Run({c.raw, "one\ntwo"}));
-    EXPECT_EQ(exitValue_, c.exitValue);
-    EXPECT_EQ(lines_, (std::vector<std::string>{"one", "two"}));
-    EXPECT_EQ(host_.Chunks().back().payload, "user = \"u:p\"");
-  }
-  channel_.Close();
-  EXPECT_FALSE(Run({}));
 }
 
 // Whole, these lines would be as much as the channel keeps of a program, again and again.
-TEST_F(RunTransferTest, OfATalkativeProgramThereRemainsWhatTheLogTakes) {
-  std::string output;
-  for (int i = 0; i < 1500; ++i) output += std::string(2000, 'x') + "\r\n";
-  EXPECT_TRUE(Run({7 << 8, output}));
-  EXPECT_EQ(lines_, std::vector<std::string>(1000, std::string(512, 'x')));
+TEST_F(TransferTest, OfATalkativeProgramThereRemainsWhatTheLogTakes) {
+  for (int i = 0; i < 1500; ++i) output_ += std::string(2000, 'x') + "\r\n";
+  std::int32_t exitValue = 0;
+  Lines lines;
+  EXPECT_TRUE(helper_.RunTransfer({"./curl"}, "", exitValue, lines));
+  EXPECT_EQ(lines, Lines(1000, std::string(512, 'x')));
 }
 
 }  // namespace

@@ -148,10 +148,12 @@ TEST_F(MovieFailure, CallsBesideWhatWasAnnouncedFailAndLeaveNothing) {
   // The same object writes the next one, and that only; one that is opened anew starts anew.
   ASSERT_EQ(writer.Open("first.mov"), 0);
   track(2'000'000)(writer);
+  tvx::test::WriteFile("second.mov.part", std::string(100'000, 'x'));  // of a host that was killed
   ASSERT_EQ(writer.Open("second.mov"), 0);
   one(writer);
   sample(writer);
   for (int times = 0; times < 2; ++times) writer.Finish(0.0);
+  EXPECT_THAT(ReadMovie("second.mov").brokenRules, testing::IsEmpty());
   {
     MovieWriter given;
     ASSERT_EQ(given.Open("clip.mov"), 0);

@@ -9,9 +9,9 @@
 #include "base/clock.h"
 #include "quicktime/movie_atoms.h"
 #include "quicktime/movie_file.h"
-#include "quicktime/notation.h"
 #include "quicktime/raw_samples.h"
 #include "quicktime/track_timing.h"
+#include "support/table.h"
 #include "support/temporary_folder.h"
 
 namespace quicktime::test {
@@ -52,7 +52,7 @@ TEST(MovieHeader, HasTheseBytes) {
   tvx::SetWallClock({});
   const MovieFile movie = ReadMovie("clip.mov");
   EXPECT_THAT(movie.brokenRules, testing::IsEmpty());
-  for (const auto& row : Rows(R"(
+  for (const auto& row : tvx::test::Rows(R"(
       ftyp      | 'qt  ' 00000200 'qt  '
       moov/mvhd | z4 7C25B468 7C25B468 000003E8 000009C4 00010000 0100 z10 00010000 z12 00010000 z12 40000000 z24 00000002
       moov/trak/tkhd      | 00000003 7C25B468 7C25B468 00000001 z4 000009C4 z16 00010000 z12 00010000 z12 40000000 01400000 00F00000

@@ -1,30 +1,11 @@
-// The notations in which tests write tables and the headers of coded video.
+// The notation in which tests write the headers of coded video.
 #pragma once
 
 #include <cstdlib>
 #include <sstream>
 #include <string>
-#include <vector>
 
 namespace quicktime::test {
-
-// The rows of a table, one a line, with cells apart by "|"; blanks around a cell are none of it.
-inline std::vector<std::vector<std::string>> Rows(const std::string& table) {
-  std::vector<std::vector<std::string>> rows;
-  std::istringstream lines(table);
-  for (std::string line; std::getline(lines, line);) {
-    if (line.find('|') == std::string::npos) continue;
-    std::vector<std::string> cells;
-    std::istringstream in(line);
-    for (std::string cell; std::getline(in, cell, '|');) {
-      cell.erase(cell.find_last_not_of(' ') + 1);
-      cells.push_back(cell.substr(std::min(cell.find_first_not_of(' '), cell.size())));
-    }
-    cells.resize(8);
-    rows.push_back(cells);
-  }
-  return rows;
-}
 
 // Fields apart by blanks, most significant bit first: "5:8" is 5 in eight bits, "e5" and "s-5" are
 // unsigned and signed Exp-Golomb codes, "e5*3" is three of them. A stop bit ends them, and zero

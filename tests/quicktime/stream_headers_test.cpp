@@ -10,6 +10,7 @@
 #include "quicktime/mpeg4_headers.h"
 #include "quicktime/notation.h"
 #include "quicktime/start_code.h"
+#include "support/table.h"
 
 namespace quicktime::test {
 namespace {
@@ -48,7 +49,7 @@ TEST(H264Sequence, FieldsAreFoundBehindAllThatMayStandBeforeThem) {
       {"whole", "e119 e67 1:1 0:1 0:1 0:1"},
       {"cut", "e119 e67 1:1 1:1 1:1 e1 e2 e3 e4 0:1"},
   };
-  for (auto row : Rows(R"(
+  for (auto row : tvx::test::Rows(R"(
       main e0 middle whole                       | 0 implied 1 0+0 1920x1088
       main e31 middle cut                        | 31 implied 1 0+0 1914x1074
       main e32 middle whole                      | none
@@ -97,7 +98,7 @@ TEST(H264Sequence, FieldsAreFoundBehindAllThatMayStandBeforeThem) {
 }
 
 TEST(H264Picture, KnowsItsNumberAndItsSequence) {
-  for (const auto& row : Rows(R"(e255 e31 | 255 of 31
+  for (const auto& row : tvx::test::Rows(R"(e255 e31 | 255 of 31
                                  e256 e31 | none
                                  e255 e32 | none
                                  0:6      | none)")) {
@@ -149,12 +150,14 @@ TEST(Mpeg4, HeadersReachFromTheFirstStartCodeToThePicture) {
        {std::pair(plain + kVop, true), {plain, false}, {"\0\0\1"s, false}, {"\0\0\1\xB6"s, true}}) {
     EXPECT_EQ(HasMpeg4Picture(Bytes(payload).View()), has);
   }
+  const Bytes vop(kVop);
+  EXPECT_FALSE(HasMpeg4Picture({vop.View().data, 3}));  // what tells is behind the end
 }
 
 // Version, aspect, control and buffer, shape, clock; no rectangle, no clock, no size, cut off.
 TEST(Mpeg4, TheSizeIsFoundBehindAllThatMayStandBeforeIt) {
-  for (const auto& row : Rows(R"(
-      1:1 1:4 1:3 15:4 12:8 11:8 1:1 1:3 1:1 0:79 0:2 1:1 30000:16 1:1 1:1 1001:15 1:1 720:13 1:1 576:13 | 720x576
+  for (const auto& row : tvx::test::Rows(R"(
+      1:1 1:4 1:3 15:4 12:8 11:8 1:1 1:3 1:1 0:79 0:2 1:1 40000:16 1:1 1:1 1001:16 1:1 720:13 1:1 576:13 | 720x576
       0:1 1:4 1:1 1:2 0:1 0:1 0:2 1:1 1:16 1:1 1:1 0:1 1:1 352:13 1:1 288:13 | 352x288
       0:1 1:4 0:1 0:2 1:1     2:16 1:1 1:1  1:1 1:1  352:13 1:1  288:13 | 352x288
       0:1 1:4 0:1 0:2 1:1     3:16 1:1 1:1  1:2 1:1  352:13 1:1  288:13 | 352x288

@@ -1,7 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <cctype>
+#include <cstdio>
+#include <cstring>
 #include <string>
 
+#include "support/table.h"
 #include "web/percent_encode.h"
 #include "web/web_server_address.h"
 
@@ -9,44 +13,43 @@ namespace tvx {
 namespace {
 
 TEST(WebServerAddress, IsSplitIntoItsParts) {
-  const struct {
-    std::string text, host, port, hostPort;
-    bool isIPv4;
-  } rows[] = {
-      {"camhost", "camhost", "80", "camhost", true},
-      {"camhost:81", "camhost", "81", "camhost:81", true},
-      {"http://camhost:81", "camhost", "81", "camhost:81", true},
-      {"HTTPS://camhost", "camhost", "80", "camhost", true},
-      {"hTTp://https://camhost", "https", "//camhost", "https://camhost", true},
-      {"http:/camhost", "http", "/camhost", "http:/camhost", true},
-      {"10.0.0.1:8080", "10.0.0.1", "8080", "10.0.0.1:8080", true},
-      {"camhost:", "camhost", "", "camhost:", true},
-      {":8080", "", "8080", ":8080", true},
-      {"https://", "", "80", "", true},
-      {"", "", "80", "", true},
-      {"[fe80::1]:8080", "fe80::1", "8080", "[fe80::1]:8080", false},
-      {"https://[::1]:443", "::1", "443", "[::1]:443", false},
-      {"fe80::1", "fe80::1", "80", "fe80::1", false},
-      {"[fe80::1]", "fe80::1", "80", "[fe80::1]", false},
-      {"fe80::1]:8080", "e80::1", "8080", "[e80::1]:8080", false},
-      {"]:8080:", "", "8080:", "[]:8080:", false},
-      {"::", "::", "80", "::", false},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
-    const WebServerAddress address = ParseWebServerAddress(row.text);
-    EXPECT_EQ(address.host, row.host);
-    EXPECT_EQ(address.port, row.port);
-    EXPECT_EQ(address.hostPort, row.hostPort);
-    EXPECT_EQ(address.isIPv4, row.isIPv4);
+  for (const auto& row : test::Rows(R"(
+      camhost                | camhost  | 80        | camhost         | one colon at most
+      camhost:81             | camhost  | 81        | camhost:81      | one
+      http://camhost:81      | camhost  | 81        | camhost:81      | one
+      HTTPS://camhost        | camhost  | 80        | camhost         | one
+      hTTp://https://camhost | https    | //camhost | https://camhost | one
+      http:/camhost          | http     | /camhost  | http:/camhost   | one
+      10.0.0.1:8080          | 10.0.0.1 | 8080      | 10.0.0.1:8080   | one
+      camhost:               | camhost  |           | camhost:        | one
+      :8080                  |          | 8080      | :8080           | one
+      https://               |          | 80        |                 | one
+                             |          | 80        |                 | one
+      [fe80::1]:8080         | fe80::1  | 8080      | [fe80::1]:8080  |
+      https://[::1]:443      | ::1      | 443       | [::1]:443       |
+      fe80::1                | fe80::1  | 80        | fe80::1         |
+      [fe80::1]              | fe80::1  | 80        | [fe80::1]       |
+      [fe80::1               | [fe80::1 | 80        | [fe80::1        |
+      fe80::1]:8080          | e80::1   | 8080      | [e80::1]:8080   |
+      ]:8080:                |          | 8080:     | []:8080:        |
+      ::                     | ::       | 80        | ::              |)")) {
+    SCOPED_TRACE(row[0]);
+    const WebServerAddress address = ParseWebServerAddress(row[0]);
+    EXPECT_EQ(address.host, row[1]);
+    EXPECT_EQ(address.port, row[2]);
+    EXPECT_EQ(address.hostPort, row[3]);
+    EXPECT_EQ(address.isIPv4, !row[4].empty());
   }
 }
 
 TEST(PercentEncode, KeepsOnlyTheUnreservedCharacters) {
-  EXPECT_EQ(PercentEncode("azAZ09-._~"), "azAZ09-._~");
-  EXPECT_EQ(PercentEncode("a b@c+/%"), "a%20b%40c%2b%2f%25");
-  EXPECT_EQ(PercentEncode("\xC3\xA9\x7F\xFF"), "%c3%a9%7f%ff");
-  EXPECT_EQ(PercentEncode(std::string("\0\n", 2)), "%00%0a");
+  for (int c = 0; c < 256; ++c) {
+    char digits[4];
+    std::snprintf(digits, sizeof(digits), "%%%02x", static_cast<unsigned>(c));
+    const std::string byte(1, static_cast<char>(c));
+    const bool isKept = c < 128 && (std::isalnum(c) != 0 || (c != 0 && std::strchr("-._~", c)));
+    EXPECT_EQ(PercentEncode("a" + byte + "a"), "a" + (isKept ? byte : digits) + "a");
+  }
 }
 
 }  // namespace

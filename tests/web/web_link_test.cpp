@@ -7,6 +7,7 @@
 
 #include "base/base64.h"
 #include "support/fake_host.h"
+#include "support/table.h"
 #include "web/web_link.h"
 
 namespace tvx {
@@ -86,52 +87,22 @@ TEST_F(WebLinkTest, AHostileIdStaysInItsPlaceInBothTexts) {
 }
 
 TEST_F(WebLinkTest, SaysWhyThereIsNoLink) {
-  const struct {
-    WebLinkEvent event;
-    std::string address, answer;
-    std::vector<SourceId> cameras;
-    std::string status;
-    std::vector<test::LogLine> log;
-    std::size_t questions;
-  } rows[] = {
-      {{false, 1, 2}, "", kOlder, kCameras, "[Not a Video Source Event]", {}, 0},
-      {kEvent,
-       "",
-       kOlder,
-       kCameras,
-       "[No Valid Web Server Address]",
-       {{50, "Web Server not configured. No link will be generated"}},
-       0},
-      {kEvent,
-       "https://",
-       kOlder,
-       kCameras,
-       "[No Valid Web Server Address]",
-       {{50, "Web Server not configured. No link will be generated"}},
-       0},
-      {kEvent,
-       "http://camhost:81",
-       "<html>",
-       kCameras,
-       "[Invalid Web Server Version]",
-       {{50, "Incompaitble web server version. No link will be generated"}},
-       1},
-      {kEvent,
-       "http://camhost:81",
-       R"({"list":[{"serial":"B","id":"7"}]})",
-       kCameras,
-       "[Tavrix System Not Found]",
-       {{50, "System with serial A1 not found on the web server camhost:81"}},
-       1},
-      {kEvent, "http://camhost:81", kOlder, {}, "[Connected to Web Server]", {}, 1},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.status);
+  for (const auto& row : test::Rows(R"(
+                        | []                | x | [No Valid Web Server Address] | Web Server not configured. No link will be generated
+      https://          | []                | x | [No Valid Web Server Address] | Web Server not configured. No link will be generated
+      http://camhost:81 | <html>            | x | [Invalid Web Server Version]  | Incompaitble web server version. No link will be generated
+      http://camhost:81 | {"list":[{"serial":"B","id":"7"}]} | | [Tavrix System Not Found] | System with serial A1 not found on the web server camhost:81
+      camhost           | {"list":[{"serial":"A1","id":"7"}]} | | [Connected to Web Server] | )")) {
+    SCOPED_TRACE(row[3]);
     host_.ClearLog();
     questions_.clear();
-    EXPECT_EQ(Build(row.event, row.answer, row.cameras, row.address), row.status);
-    EXPECT_EQ(host_.Log(), row.log);
-    EXPECT_EQ(questions_.size(), row.questions);
+    EXPECT_EQ(Build({false, 1, 2}, row[1], kCameras, row[0]), "[Not a Video Source Event]");
+    EXPECT_EQ(questions_.size() + host_.Log().size(), 0U);
+    EXPECT_EQ(Build(kEvent, row[1], row[2].empty() ? std::vector<SourceId>{} : kCameras, row[0]),
+              row[3]);
+    EXPECT_EQ(questions_.size(), row[0].find("camhost") == std::string::npos ? 0U : 1U);
+    EXPECT_EQ(host_.Log(), row[4].empty() ? std::vector<test::LogLine>{}
+                                          : (std::vector<test::LogLine>{{50, row[4]}}));
   }
 }
 
