@@ -87,9 +87,9 @@ class Ledger(frames.Frames):
             self.counts["mentions"] += 1
             if not due:
                 self.counts["not due" if known else "unknown"] += 1
-                if accepted:
+                if accepted is not None:
                     self.find(name + "was accepted, but none was due")
-            elif accepted:
+            elif accepted is not None:
                 if throttle and last and accepted - last[0] < throttle - SLACK:
                     self.find(name + "was accepted, but had to be throttled")
                 self._last[profile] = begin, accepted
