@@ -24,7 +24,7 @@ COMMAND, PLUGIN, SPEED_PLUGIN = (os.environ.get("NOTIFYPI_" + name, "")
 CURL = shutil.which("curl")
 
 # For a run, in seconds. Far more than any needs, so that a loaded machine does not fail tests.
-RUN_LIMIT = 120
+RUN_LIMIT = 240
 
 # What ctest shows as skipped.
 ALL_SKIPPED = 77
