@@ -40,7 +40,7 @@ class InstrumentedTest(SpeedTest):
         down = road.smtp_server(self.closed_port(), login=("u", "p"))
         (self.folder / "notify.xml").write_bytes(configuration(self.port, 0))
         cameras = [f"camera {stream} {codec} " + str(road.make_video(
-                       self.top / f"{stream}.mkv", *encoder, pixels=pixels))
+                       self.top / f"{stream}.mkv", *encoder, pixels=pixels, rate=2))
                    for stream, codec, pixels, *encoder in CAMERAS]
         # The second mail that fails is called off by the change; of the next three, one is pushed
         # out by the others and two are sent at their retry.

@@ -93,11 +93,11 @@ def events(*numbers):
     return [("event", event_document(number)) for number in numbers]
 
 
-def make_video(path, *encoder, pixels="yuv420p", seconds=300):
-    """A test picture of five frames a second, small and quickly fed."""
+def make_video(path, *encoder, pixels="yuv420p", rate=5):
+    """Five minutes of a test picture, small and quickly fed, with a key frame each second."""
     subprocess.run(["ffmpeg", "-v", "error", "-f", "lavfi", "-i",
-                    f"testsrc2=size=160x120:rate=5:duration={seconds}", "-g", "5", "-c:v", *encoder,
-                    "-pix_fmt", pixels, path], check=True)
+                    f"testsrc2=size=160x120:rate={rate}:duration=300", "-g", str(rate), "-c:v",
+                    *encoder, "-pix_fmt", pixels, path], check=True)
     return path
 
 
