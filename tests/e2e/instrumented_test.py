@@ -85,7 +85,9 @@ class InstrumentedTest(SpeedTest):
     @unittest.skipIf(SANITIZERS, "the sanitizers of the build watch the other test")
     def test_helgrind(self):
         """No data race, no misuse of locks, no locks taken in two orders."""
-        self.play(1, self.valgrind("--tool=helgrind", f"--suppressions={HELGRIND_SUPPRESSIONS}"))
+        # It finds as much in a third of the time, and tells less of a race's other side.
+        self.play(1, self.valgrind("--tool=helgrind", "--history-level=approx",
+                                   f"--suppressions={HELGRIND_SUPPRESSIONS}"))
 
     def test_memcheck(self):
         """No misuse of memory; neither memory nor a file that is not given back."""
