@@ -150,6 +150,17 @@ struct IoctlResult {
 
 // --- process channel ---------------------------------------------------------------------------
 
+// What a chunk holds. The numbers from 1 to 5 come from the host, the others go to it.
+namespace chunk_kind {
+constexpr std::uint32_t kInput = 0;     // of the program
+constexpr std::uint32_t kOutput = 1;    // of the program
+constexpr std::uint32_t kErrors = 2;    // standard error of the program
+constexpr std::uint32_t kRunning = 3;   // the program has been started
+constexpr std::uint32_t kFailed = 4;    // it has not; the word is why
+constexpr std::uint32_t kFinished = 5;  // it has ended; the word is its wait status
+constexpr std::uint32_t kLaunch = 6;    // start a program
+}  // namespace chunk_kind
+
 // Before the payload of every channel chunk.
 struct ChunkHeader {
   std::uint32_t size;  // header and payload, 16..65536

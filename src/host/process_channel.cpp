@@ -11,14 +11,7 @@
 namespace tvx {
 namespace {
 
-// Chunk kinds, by direction.
-constexpr std::uint32_t kInput = 0;     // to the host: standard input of the program
-constexpr std::uint32_t kOutput = 1;    // from the host: standard output
-constexpr std::uint32_t kErrors = 2;    // from the host: standard error
-constexpr std::uint32_t kRunning = 3;   // from the host
-constexpr std::uint32_t kFailed = 4;    // from the host
-constexpr std::uint32_t kFinished = 5;  // from the host
-constexpr std::uint32_t kLaunch = 6;    // to the host
+using namespace chunk_kind;
 
 constexpr std::uint32_t kStandardInput = 1;  // word of an input chunk
 constexpr std::uint32_t kLaunchFlags = 2;    // word of a launch; neither optional string follows

@@ -55,7 +55,7 @@ FrameFeed::~FrameFeed() {
 
 bool FrameFeed::TakeOutput(const ProgramOutput& output) {
   const std::string_view text = output.Text();
-  if (output.header.kind == kErrorsChunk) {
+  if (output.header.kind == chunk_kind::kErrors) {
     std::fwrite(text.data(), 1, text.size(), stderr);
     return true;
   }

@@ -70,7 +70,7 @@ void MailServer::Start() {
 
 void MailServer::TakeOutput(const ProgramOutput& output) {
   const std::string_view text = output.Text();
-  if (output.header.kind == kErrorsChunk) {
+  if (output.header.kind == chunk_kind::kErrors) {
     complaints_.append(text.substr(0, kMaxComplaints - complaints_.size()));
   } else if (text.find('\n') != text.npos) {
     SetState(State::Up);

@@ -66,8 +66,8 @@ Program::Program(boost::asio::io_context& loop, std::uint32_t request, Reports r
     : request_(request),
       reports_(std::move(reports)),
       input_(loop),
-      output_(loop, kOutputChunk),
-      errors_(loop, kErrorsChunk),
+      output_(loop, chunk_kind::kOutput),
+      errors_(loop, chunk_kind::kErrors),
       childEnds_(loop, SIGCHLD),
       drainTimer_(loop) {}
 
@@ -189,7 +189,7 @@ std::string OutputOf(const std::vector<std::string>& arguments) {
   boost::asio::io_context loop;
   std::string text;
   const auto take = [&text](const ProgramOutput& output) {
-    if (output.header.kind == kOutputChunk) text += output.Text();
+    if (output.header.kind == chunk_kind::kOutput) text += output.Text();
     return true;
   };
   const auto program =

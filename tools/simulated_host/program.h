@@ -37,8 +37,6 @@ struct ProgramOutput {
     return {reinterpret_cast<const char*>(&header + 1), header.size - sizeof(header)};
   }
 };
-constexpr std::uint32_t kOutputChunk = 1;
-constexpr std::uint32_t kErrorsChunk = 2;
 
 class Program : public std::enable_shared_from_this<Program> {
  public:

@@ -3,22 +3,17 @@
 #include <signal.h>
 
 #include <boost/asio/post.hpp>
-#include <cstdio>
 #include <cstring>
 #include <utility>
 
 #include "host/host_records.h"
+#include "simulated_host/format.h"
 #include "simulated_host/program.h"
 
 namespace tvx::tool {
 namespace {
 
-// Chunk kinds, by direction.
-constexpr std::uint32_t kInput = 0;     // from the plug-in
-constexpr std::uint32_t kLaunch = 6;    // from the plug-in
-constexpr std::uint32_t kRunning = 3;   // to the plug-in
-constexpr std::uint32_t kFailed = 4;    // to the plug-in
-constexpr std::uint32_t kFinished = 5;  // to the plug-in
+using namespace chunk_kind;
 
 // Launch flags: each adds one string before the program's path. This host has no use for them.
 constexpr std::uint32_t kFirstString = 8;
@@ -32,18 +27,10 @@ std::vector<std::string> ReadLaunchDescription(std::uint32_t flags, const std::s
     end = text.find('\0', begin);
     strings.push_back(text.substr(begin, end - begin));
   }
-  std::size_t skip = 0;
-  if ((flags & kFirstString) != 0) ++skip;
-  if ((flags & kSecondString) != 0) ++skip;
-  if (skip >= strings.size()) return {std::string()};
-  strings.erase(strings.begin(), strings.begin() + static_cast<std::ptrdiff_t>(skip));
+  const std::ptrdiff_t skip = ((flags & kFirstString) != 0) + ((flags & kSecondString) != 0);
+  if (skip >= static_cast<std::ptrdiff_t>(strings.size())) return {std::string()};
+  strings.erase(strings.begin(), strings.begin() + skip);
   return strings;
-}
-
-std::string Name(std::uint32_t request) {
-  char text[16];
-  std::snprintf(text, sizeof(text), "0x%x", request);
-  return text;
 }
 
 }  // namespace
@@ -77,7 +64,8 @@ void ProgramRunner::Launch(std::uint32_t request, std::vector<std::string> argum
   const std::string name = arguments.front();
   timeline_.Record(tool::Launch{request, arguments});
   if (programs_.count(request) != 0) {
-    timeline_.Record(Fault{"a launch takes the identifier of a running program, " + Name(request)});
+    timeline_.Record(
+        Fault{"a launch takes the identifier of a running program, " + Format("0x%x", request)});
     progress_.ProgramGone();
     return Report(request, kFailed, EBUSY);
   }
