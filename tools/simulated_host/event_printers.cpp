@@ -262,8 +262,6 @@ void JsonPrinter::Print(double seconds, const HostEvent& event) {
   std::fflush(out_);
 }
 
-// A template because its parameter's type is none for a header that many include.
-template <typename Json>
 void JsonPrinter::AddBytes(Json& json, const HostEvent& event) {
   if (threads_.empty()) {
     // The plug-in reads this file by itself, and may tell of it before it publishes it.

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <map>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -45,8 +46,7 @@ class JsonPrinter : public TimelinePrinter {
   void Print(double seconds, const HostEvent& event) override;
 
  private:
-  template <typename Json>
-  void AddBytes(Json& json, const HostEvent& event);
+  void AddBytes(nlohmann::ordered_json& json, const HostEvent& event);
   std::string PayloadOf(const HostEvent& event);
   std::string WholeLines(const ChunkHeader& chunk, std::string_view output);
 

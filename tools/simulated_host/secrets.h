@@ -1,21 +1,19 @@
-// What must not leave the machine with a bug report: passwords, and what stands for one.
+// What must not leave the machine with a bug report: passwords and tokens.
 //
-// Two nets. Values are hidden where a name says what they are: password, passwd, secret, token,
-// cookie or authorization at the end of a name in front of "=" or ":", and the password of a URL.
-// And each such value that was found in a document of the configuration is hidden wherever else it
-// turns up, as it is and as XML, curl and URLs write it. Only in documents are values taken for
-// secrets for good: in a log line "token: none" would else hide every "none".
+// They are found in two ways. Values are hidden where a name says what they are: password, passwd,
+// secret, token, cookie or authorization at the end of a name in front of "=" or ":", and the
+// password of a URL. And each such value that was found in a document of the configuration is hidden
+// wherever else it turns up, as it is and as XML, curl and URLs write it. Only in documents are
+// values taken for secrets for good: in a log line "token: none" would otherwise hide every "none".
 //
 // Limits:  a password of less than kShortest bytes is hidden by its name only: it would turn up
 //          everywhere.
-// Threads: a plain value, its owner's.
 #pragma once
 
 #include <cstddef>
 #include <set>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace tvx::tool {
 
@@ -40,7 +38,6 @@ class Secrets {
       return a.size() != b.size() ? a.size() > b.size() : a < b;
     }
   };
-  void Remember(const std::string& value);
 
   std::set<std::string, LongestFirst> known_;
 };
