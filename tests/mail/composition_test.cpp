@@ -65,6 +65,8 @@ TEST_F(CompositionTest, APlainMessageIsHeadersAndBodyOnly) {
   content_.profileId = -2147483647;
   content_.eventSeconds = -1;
   content_.eventMilliseconds = 65535;
+  EXPECT_EQ(MessagePath(content_, 1, 2, 0),
+            "./data/notify-mail--2147483647--1-65535-0-Part-1-of-2");
   EXPECT_EQ(MessagePath(content_, 0, 1, 0xFFFFFFFF),
             "./data/notify-mail--2147483647--1-65535-4294967295");
 }

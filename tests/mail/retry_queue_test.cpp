@@ -68,12 +68,13 @@ class RetryQueueTest : public test::MailTest {
   }
 };
 
-// "+a" queues a message, a number lets so many milliseconds pass and what is due be tried; one with
+// "+a" queues a message, with "@2" as the second at most; a number lets so many milliseconds pass and what is due be tried; one with
 // "!" lets them only pass. Programs exit with the second column, and then 7; behind that are the
 // seconds of the limit, what was tried, and what is left.
 TEST_F(RetryQueueTest, TheScheduleOfRounds) {
   for (const auto& row : test::Rows(R"(
-      +a +b 59999 1 119999 1 239999 1 479999 1 |       | 172800 | - ab - ab - ab - ab | a b | each once a round; it doubles
+      +a +b 59999 1 90000 29999 1 239999 1 480000 |    | 172800 | - ab - - ab - ab ab | a b | each once a round; it doubles
+      +a +b 60000 120000! +cc@2 0              | 7 7     | 172800 | ab b                | b cc | the next is pushed out of a round
       +a +b 60000 120000 119999 1             | 7 7 0  | 172800 | ab ab - b           | b   | a sent one sets it back
       +a +b 60000 120000 119999 1             | 7 7 67 | 172800 | ab ab - b           | b   | so does one that is given up
       +a 60000 60000 +b 59999 1 119999 1      |        | 172800 | a - - ab - ab       | a b | and a new one, in the next round
@@ -94,7 +95,8 @@ TEST_F(RetryQueueTest, TheScheduleOfRounds) {
     std::istringstream steps(row[0]);
     for (std::string step; steps >> step;) {
       if (step[0] == '+') {
-        Enqueue(step.substr(1));
+        const bool isLast = step.find('@') != std::string::npos;
+        Enqueue(step.substr(1, step.find('@') - 1), isLast ? step.back() - '0' : 100);
         continue;
       }
       now_ += static_cast<std::uint32_t>(std::stoul(step));

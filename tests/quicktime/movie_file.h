@@ -21,16 +21,13 @@ void WriteMovie(const std::string& path, FourCharacterCode code, unsigned width,
                 double seconds, const CodedFrames& frames);
 
 struct MovieFile {
-  std::vector<std::string> topLevel;         // types of the outermost atoms, in order
   std::map<std::string, std::string> atoms;  // contents by path, such as "moov/trak/tkhd"
   std::uint32_t width = 0, height = 0;       // of the track, in pixels
-  std::uint32_t movieDuration = 0, mediaScale = 0, mediaDuration = 0;
-  std::string format;                      // four-character code of the sample entry
-  std::string description;                 // content of its avcC or esds
-  std::vector<std::uint32_t> syncSamples;  // empty when all are
-  std::vector<std::string> samples;        // their bytes
-
-  std::vector<std::string> brokenRules;  // what a strict player would refuse, one line each
+  std::uint32_t movieDuration = 0;           // milliseconds
+  std::string format, description;           // of the sample entry: its type, and its avcC or esds
+  std::vector<std::uint32_t> syncSamples;    // empty when all are
+  std::vector<std::string> samples;          // their bytes
+  std::vector<std::string> brokenRules;      // what a strict player would refuse, one line each
 };
 
 // Parses the file and applies the rules that hold for every movie.

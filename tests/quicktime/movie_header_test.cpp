@@ -75,31 +75,29 @@ TEST(MovieHeader, HasTheseBytes) {
   EXPECT_EQ(room, std::string(room.size(), '\0'));
 }
 
+// The clocks are exact but where 31 bits do not hold the sum: 600.001006, 86399.871 and 1999.9994
+// seconds. What is no duration is that of usual frames.
 TEST(UniformTiming, GivesTheWholeTheDurationAndEverySampleSome) {
   constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
   constexpr double kInfinity = std::numeric_limits<double>::infinity();
   const struct {
     double seconds;
     std::uint32_t samples, movieDuration, scale, sampleDuration;
-  } rows[] = {
-      {2.0, 50, 2000, 25, 1},
-      {5.123, 149, 5123, 149000, 5123},
-      {0.001, 5000, 1, 5000000, 1},
-      {1.2346, 1, 1235, 200, 247},
-      {1.2344, 1, 1234, 500, 617},
-      {0.0002, 3, 1, 3000, 1},
-      // What 31 bits do not hold: 600.001006, 86399.871 and 1999.9994 seconds.
-      {600.001, 18000, 600001, 3579114, 119304},
-      {86399.9, 2'000'000, 86399900, 24838, 1073},
-      {1999.999, 1074, 1999999, 1073742, 1999519},
-      {kInfinity, 1, 2147483647, 1000, 2147483647},
-      {kInfinity, 3, 2147483647, 1000, 715827882},
-      // No duration: that of usual frames.
-      {0.0, 1, 40, 25, 1},
-      {-3.0, 25, 1000, 25, 1},
-      {kNan, 25, 1000, 25, 1},
-      {0.0, 2'000'000, 80'000'000, 25, 1},
-  };
+  } rows[] = {{2.0, 50, 2000, 25, 1},
+              {5.123, 149, 5123, 149000, 5123},
+              {0.001, 5000, 1, 5000000, 1},
+              {1.2346, 1, 1235, 200, 247},
+              {1.2344, 1, 1234, 500, 617},
+              {0.0002, 3, 1, 3000, 1},
+              {600.001, 18000, 600001, 3579114, 119304},
+              {86399.9, 2'000'000, 86399900, 24838, 1073},
+              {1999.999, 1074, 1999999, 1073742, 1999519},
+              {kInfinity, 1, 2147483647, 1000, 2147483647},
+              {kInfinity, 3, 2147483647, 1000, 715827882},
+              {0.0, 1, 40, 25, 1},
+              {-3.0, 25, 1000, 25, 1},
+              {kNan, 25, 1000, 25, 1},
+              {0.0, 2'000'000, 80'000'000, 25, 1}};
   for (const auto& row : rows) {
     const TrackTiming timing = UniformTiming(row.seconds, row.samples);
     EXPECT_THAT((std::vector<std::uint32_t>{timing.movieDuration, timing.mediaTimeScale,

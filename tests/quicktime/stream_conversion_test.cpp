@@ -21,55 +21,50 @@ using namespace std::string_literals;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-// Sequence sets of the Main profile (and one of High), 1920 x 1080 cropped from macroblocks.
-std::string Sps(unsigned id, const std::string& profile = "77:8 0:8 31:8") {
-  const std::string chroma = profile.substr(0, 4) == "100:" ? "e2 e1 e0 0:1 0:1 " : "";
-  return CodedUnit('\x67', profile + " e" + std::to_string(id) + " " + chroma +
-                               "e0 e2 e1 0:1 e119 e67 1:1 1:1 1:1 e0 e0 e0 e4 0:1");
-}
-std::string Pps(unsigned id, unsigned sequenceId = 0, unsigned references = 0) {
-  return CodedUnit('\x68', "e" + std::to_string(id) + " e" + std::to_string(sequenceId) +
-                               " 0:2 e0 e" + std::to_string(references));
-}
-
-const std::string kIdr = "\x65\x88key\0\0\3\1end"s;
-
-// The units that the rows speak of.
-const std::map<std::string, std::string>& UnitsByName() {
-  static const std::map<std::string, std::string> units = {
-      {"I", kIdr},
-      {"s", "\x41\x9Aslice"},
-      {"a", "\x02partition"},
-      {"E", "\x06\x05sei"},
-      {"x", "\x0Eprefix"},  // neither picture nor set
-      {"y",
-       "\x75"
-       "depth"},
-      {"D", "\x09\x10"},
-      {"Q", "\x0A"},
-      {"T", "\x0B"},
-      {"F", "\x0C\xFF\xFF\x80"},
-      {"S0", Sps(0)},
-      {"S1", Sps(1)},
-      {"S32", Sps(32)},
-      {"H0", Sps(0, "100:8 64:8 40:8")},
-      {"Z0", Sps(0, "77:8 0:8 0:8")},
-      {"P0", Pps(0)},
-      {"P1", Pps(1)},
-      {"P3", Pps(3)},
-      {"P7of1", Pps(7, 1)},
-      {"P1of5", Pps(1, 5)},
-      {"P255", Pps(255)},
-      {"P256", Pps(256)},
-      {"P0new", Pps(0, 0, 3)},
-      {"full", Pps(1) + std::string(510 - Pps(1).size(), 'U')},
-      {"over", Pps(2) + std::string(511 - Pps(2).size(), 'U')},
-      {"cutS", Sps(0).substr(0, 4)},
-      {"bareS", "\x67"},
-      {"bareP", "\x68"},
-      {"endless", "\x68\0\0\0\0\x40"s},
-  };
+// The units that the rows speak of: sets of the Main profile, and one of High, 1920 x 1080 cropped
+// from macroblocks.
+std::map<std::string, std::string> MakeUnits() {
+  const std::string size = " e0 e2 e1 0:1 e119 e67 1:1 1:1 1:1 e0 e0 e0 e4 0:1";
+  std::map<std::string, std::string> units;
+  for (const auto& row : tvx::test::Rows(R"(
+      I      | 65 | 7:8 0:16 1:8 7:8
+      s      | 41 | 154:8
+      a      | 02 | 154:8 | a partition
+      E      | 06 | 5:8
+      x      | 0E | 154:8 | neither picture nor set
+      y      | 75 | 154:8 | nor this
+      D      | 09 | 16:8
+      Q      | 0A | 128:8
+      T      | 0B | 128:8
+      F      | 0C | 255:8
+      S0     | 67 | 77:8 0:8 31:8 e0 size
+      S1     | 67 | 77:8 0:8 31:8 e1 size
+      S32    | 67 | 77:8 0:8 31:8 e32 size
+      H0     | 67 | 100:8 64:8 40:8 e0 e2 e1 e0 0:2 size
+      Z0     | 67 | 77:8 0:8 0:8 e0 size
+      cutS   | 67 | 77:8 0:8
+      P0     | 68 | e0 e0 0:2
+      P0new  | 68 | e0 e0 3:2
+      P1     | 68 | e1 e0 0:2
+      P3     | 68 | e3 e0 0:2
+      P255   | 68 | e255 e0 0:2
+      P256   | 68 | e256 e0 0:2
+      P7of1  | 68 | e7 e1 0:2
+      P1of5  | 68 | e1 e5 0:2
+      P1of32 | 68 | e1 e32 0:2
+      cutP   | 68 | 0:32
+      full   | 68 | e1 e0 0:2 85:8*508
+      over   | 68 | e2 e0 0:2 85:8*509)")) {
+    std::string fields = row[2];
+    if (fields.find(" size") != std::string::npos) fields.replace(fields.find(" size"), 5, size);
+    units[row[0]] = CodedUnit(static_cast<char>(std::stoi(row[1], nullptr, 16)), fields);
+  }
   return units;
+}
+
+const std::string& Unit(const std::string& name) {
+  static const auto units = MakeUnits();
+  return units.at(name);
 }
 
 // Units apart by blanks, frames by "/"; "*" begins a key frame. A "." is a start code of three
@@ -89,7 +84,7 @@ CodedFrames Frames(const std::string& notation) {
       const bool isPadded = token.back() == '+';
       token = token.substr(isShort ? 1 : 0, token.size() - (isShort ? 1 : 0) - (isPadded ? 1 : 0));
       frames.back().payload += isShort ? "\0\0\1"s : "\0\0\0\1"s;
-      if (!token.empty()) frames.back().payload += UnitsByName().at(token);
+      if (!token.empty()) frames.back().payload += Unit(token);
       if (isPadded) frames.back().payload += "\0\0\0"s;
     }
   }
@@ -103,7 +98,7 @@ std::string Record(const std::string& held) {
   int counts[2] = {};
   std::istringstream names(held);
   for (std::string name; names >> name;) {
-    const std::string& set = UnitsByName().at(name);
+    const std::string& set = Unit(name);
     const bool isPicture = set[0] == '\x68';
     ++counts[isPicture];
     sets[isPicture] += static_cast<char>(set.size() >> 8);
@@ -120,7 +115,7 @@ std::string Names(const std::vector<std::string>& units) {
   std::string names;
   for (const std::string& unit : units) {
     std::string name = "?";
-    for (const auto& [known, bytes] : UnitsByName()) {
+    for (const auto& [known, bytes] : MakeUnits()) {
       if (bytes == unit) name = known;
     }
     names += (names.empty() ? "" : " ") + name;
@@ -165,7 +160,7 @@ TEST_F(StreamConversion, H264UnitsGoWhereTheyBelong) {
       * S0 P0 I / * H0 P0 I                            | * I / * H0 P0 I        | S0 P0
       * S0 P0 I / * over full P3 I / full P3 s         | * I / * over P3 I / P3 s | S0 P0 full
       * S0 P0 full over I                              | * I                    | S0 P0 full over
-      * S0 P0 bareS cutS S32 P256 P1of5 bareP endless I | * bareS cutS S32 P256 P1of5 bareP endless I | S0 P0
+      * S0 P0 cutS S32 P256 P1of5 P1of32 cutP I | * cutS S32 P256 P1of5 P1of32 cutP I | S0 P0
       * Z0 P0 I                                        | * I                    | Z0 P0
       / * H0 P0 I / s                                  | * I / s                | H0 P0
       * S0 P0 / E / I / D / ~ y / s /  / * E / I / E   | * E I / y s / * E I E  | S0 P0
@@ -176,21 +171,24 @@ TEST_F(StreamConversion, H264UnitsGoWhereTheyBelong) {
     EXPECT_EQ(Samples(), row[1]);
     EXPECT_EQ(movie_.description, Record(row[2]));
   }
-  EXPECT_EQ(movie_.mediaDuration, movie_.mediaScale * 3 / 2);  // the samples share it
 }
 
 // As many as the counts of the record can say, and as long; the others stay in the sample.
 TEST_F(StreamConversion, HoldsAsManySetsAsTheRecordCounts) {
   const std::string code = "\0\0\1"s;
   std::string payload;
-  for (unsigned id = 0; id < 32; ++id) payload += code + Sps(id);
-  for (unsigned id = 0; id < 256; ++id) payload += code + Pps(id);
-  Convert(kH264Video, {{payload + code + kIdr, true}});
-  EXPECT_THAT(SampleUnits(movie_.samples[0], movie_.brokenRules),
-              ElementsAre(Sps(31), Pps(255), kIdr));
+  for (int id = 0; id < 32; ++id) {
+    payload += code + CodedUnit('\x67', "77:8 0:8 31:8 e" + std::to_string(id));
+  }
+  for (int id = 0; id < 256; ++id) {
+    payload += code + CodedUnit('\x68', "e" + std::to_string(id) + " e0");
+  }
+  Convert(kH264Video, {{payload + code + Unit("I"), true}});
+  EXPECT_EQ(SampleUnits(movie_.samples[0], movie_.brokenRules).size(), 3U);
+  EXPECT_EQ(movie_.description[5], '\xFF');
   for (const std::size_t size : {0xFFFFU, 0x10000U}) {
-    const std::string set = Pps(1) + std::string(size - Pps(1).size(), 'U');
-    Convert(kH264Video, {{Frames("S0 P0")[0].payload + code + set + code + kIdr, true}});
+    const std::string set = Unit("P1") + std::string(size - Unit("P1").size(), 'U');
+    Convert(kH264Video, {{Frames("S0 P0")[0].payload + code + set + code + Unit("I"), true}});
     EXPECT_EQ(SampleUnits(movie_.samples[0], movie_.brokenRules).size(), size - 0xFFFE);
   }
 }

@@ -97,18 +97,6 @@ TEST(H264Sequence, FieldsAreFoundBehindAllThatMayStandBeforeThem) {
   }
 }
 
-TEST(H264Picture, KnowsItsNumberAndItsSequence) {
-  for (const auto& row : tvx::test::Rows(R"(e255 e31 | 255 of 31
-                                 e256 e31 | none
-                                 e255 e32 | none
-                                 0:6      | none)")) {
-    const Bytes bytes(CodedUnit('\x68', row[0]));
-    const auto set = ParsePictureParameters(bytes.View());
-    EXPECT_EQ(set ? std::to_string(set->id) + " of " + std::to_string(set->sequenceId) : "none",
-              row[1]);
-  }
-}
-
 std::string Layer(const std::string& fields) {
   return "\0\0\1\x20"s + CodedBits(fields);
 }
