@@ -5,7 +5,7 @@
 #include <cstdlib>
 
 #include "base/clock.h"
-#include "fuzz/input.h"
+#include "fuzz/fuzz.h"
 #include "support/documents.h"
 
 namespace tvx::test {

@@ -1,0 +1,77 @@
+// Movies of foreign frames, read as a strict player reads them: a movie must come out whole, or not
+// at all with an exception.
+//
+// Input: width and height (two bytes each), duration (two bytes, in sixteenths of a second and
+// maybe negative), then the frames; "%%K" stands in front of a key frame, "%%P" of any other.
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "fuzz/fuzz.h"
+#include "quicktime/four_character_code.h"
+#include "quicktime/movie_file.h"
+#include "support/temporary_folder.h"
+
+namespace tvx::test {
+namespace {
+
+using namespace quicktime;
+using namespace quicktime::test;
+
+CodedFrames CutFrames(std::string_view bytes) {
+  CodedFrames frames;
+  bool isKey = true;
+  for (std::size_t at = 0; (at = bytes.find("%%", at)) != std::string_view::npos;) {
+    const char kind = at + 2 < bytes.size() ? bytes[at + 2] : '\0';
+    if (kind != 'K' && kind != 'P') {
+      ++at;
+      continue;
+    }
+    if (at != 0) frames.push_back({std::string(bytes.substr(0, at)), isKey});
+    isKey = kind == 'K';
+    bytes.remove_prefix(at + 3);
+    at = 0;
+  }
+  frames.push_back({std::string(bytes), isKey});
+  return frames;
+}
+
+void RunMovie(FourCharacterCode code, std::string_view input) {
+  ::setenv("TMPDIR", "/dev/shm", 1);
+  const tvx::test::TemporaryFolder folder;
+  const std::string path = "clip.mov";
+  const auto width = TakeNumber<std::uint16_t>(input);
+  const auto height = TakeNumber<std::uint16_t>(input);
+  const double seconds = TakeNumber<std::int16_t>(input) / 16.0;
+  const CodedFrames frames = CutFrames(input);
+  try {
+    WriteMovie(path, code, width, height, seconds, frames);
+  } catch (const std::runtime_error&) {
+    return Require(!tvx::test::FileExists(path), "a movie that failed leaves no file");
+  }
+  MovieFile movie = ReadMovie(path);
+  if (movie.format == "avc1") {
+    for (const std::string& sample : movie.samples) SampleUnits(sample, movie.brokenRules);
+  }
+  for (const std::string& rule : movie.brokenRules) Require(false, rule.c_str());
+  Require(movie.samples.size() <= frames.size(), "no more samples than frames");
+  Require(width == 0 || height == 0 || (movie.width == width && movie.height == height),
+          "the size is as announced");
+  Require(seconds <= 0 || std::abs(movie.movieDuration - seconds * 1000) <= 0.5,
+          "the duration is as announced, to a millisecond");
+}
+
+}  // namespace
+
+void FuzzH264Movie(std::string_view input) {
+  RunMovie(kH264Video, input);
+}
+
+void FuzzMpeg4Movie(std::string_view input) {
+  RunMovie(kMpeg4Video, input);
+}
+
+}  // namespace tvx::test
