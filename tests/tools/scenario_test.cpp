@@ -19,7 +19,7 @@ TEST(Scenario, FaultsAreToldWithFileAndLine) {
   } cases[] = {
       {"\n# a comment\n  frobnicate", "3: unknown step \"frobnicate\""},
       {"event nowhere.xml", "1: cannot read nowhere.xml: No such file or directory"},
-      {"tick\nevent /", "2: cannot read /: Is a directory"},
+      {"tick\nevent /", "2: cannot read /: it is no regular file"},
       {"system", "1: \"system\" is followed by a file name"},
       {"tick tock", "1: nothing can follow \"tick\""},
       {"wait", "1: \"wait\" is followed by seconds, \"idle\" or \"delivered N\", not \"\""},

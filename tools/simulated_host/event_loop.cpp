@@ -19,7 +19,13 @@ void Mask(int how, std::initializer_list<int> signals) {
 
 EventLoop::EventLoop()
     : work_(boost::asio::make_work_guard(context_)), signals_(context_, SIGINT, SIGTERM) {
-  Mask(SIG_BLOCK, {SIGINT, SIGTERM, SIGCHLD, SIGPIPE});
+  Mask(SIG_BLOCK, {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD, SIGPIPE});
+  // nohup means what it says.
+  for (const int signal : {SIGHUP, SIGQUIT}) {
+    struct sigaction now {};
+    sigaction(signal, nullptr, &now);
+    if (now.sa_handler != SIG_IGN) signals_.add(signal);
+  }
 }
 
 EventLoop::~EventLoop() {
@@ -30,7 +36,7 @@ void EventLoop::Start(std::function<void()> onStop) {
   onStop_ = std::move(onStop);
   AwaitSignal();
   thread_ = std::thread([this] {
-    Mask(SIG_UNBLOCK, {SIGINT, SIGTERM, SIGCHLD});
+    Mask(SIG_UNBLOCK, {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD});
     context_.run();
   });
 }

@@ -1,8 +1,9 @@
 // One thread that waits for everything the host waits for: signals, programs, deadlines.
 //
-// Signals: this thread alone takes SIGINT, SIGTERM and SIGCHLD, and none SIGPIPE: writing to a
-//          program that has closed its input is an error here, not the end of the host. They are
-//          blocked in the thread that makes the loop, for good, and so in all that it starts later.
+// Signals: this thread alone takes SIGINT, SIGTERM, SIGHUP, SIGQUIT and SIGCHLD, and none SIGPIPE:
+//          writing to a program that has closed its input is an error here, not the end of the host.
+//          They are blocked in the thread that makes the loop, for good, and so in all that it
+//          starts later.
 // Threads: create it before any other thread. Callbacks run on the loop's thread.
 #pragma once
 
@@ -24,7 +25,7 @@ class EventLoop {
 
   boost::asio::io_context& Context() { return context_; }
 
-  // Begins to run; onStop is called for each SIGINT and SIGTERM.
+  // Begins to run; onStop is called for each signal but SIGCHLD.
   void Start(std::function<void()> onStop);
   void Stop();
 

@@ -18,6 +18,13 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string ReadFile(const std::string& path) {
+  std::error_code error;
+  const fs::file_status status = fs::status(path, error);
+  // Whatever else it is, a pipe perhaps, may never come to an end.
+  if (error || !fs::is_regular_file(status)) {
+    throw ScenarioError("cannot read " + path + ": " +
+                        (error ? error.message() : "it is no regular file"));
+  }
   std::ostringstream text;
   errno = 0;
   std::ifstream file(path, std::ios::binary);

@@ -3,9 +3,8 @@
 // Threads: Run uses the calling thread for Load, Open, the steps, Close and Unload; one thread each
 //          for the worker, the watchdog, the ticks, and the event loop (signals, programs, time
 //          limit), from which programs' reports reach the plug-in.
-// Signals: SIGINT, SIGTERM and SIGCHLD are blocked in the process for good and taken by the event
-//          loop (event_loop.h). The first SIGINT or SIGTERM stops the plug-in cleanly, the second
-//          ends the process.
+// Signals: the event loop takes them, see event_loop.h. The first SIGINT, SIGTERM, SIGHUP or SIGQUIT
+//          stops the plug-in cleanly, the second ends the process.
 // Errors:  PluginError when the library cannot be loaded. Everything else is a fault in the
 //          timeline. A plug-in that does not give its threads back ends the process with status 1.
 #pragma once
