@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
-#include <map>
 #include <string>
 
 #include "base/mutex.h"
@@ -47,38 +46,29 @@ Record& As(void* record) {
   return *static_cast<Record*>(record);
 }
 
-// The record that the fault is about, if it is about one.
+// Sends a log line with the fault, if it is one of a record.
 void SendFaultyRecord() {
   static const char text[] = "text";
-  using Kind = PayloadKind;
-  const std::map<std::string, void (*)(HostRequest&)> logFaults = {
-      {"size", [](HostRequest& it) { it.size = 180; }},
-      {"version", [](HostRequest& it) { it.version = 0; }},
-      {"module", [](HostRequest& it) { it.module = 0; }},
-      {"reserved word", [](HostRequest& it) { it.reserved36 = 1; }},
-      {"last word", [](HostRequest& it) { it.reserved44[34] = 7; }},
-      {"log length", [](HostRequest& it) { --it.length; }},
-      {"log level", [](HostRequest& it) { it.level = 26; }},
-      {"payload kind", [](HostRequest& it) { it.payloadKind = Kind::Document; }},
-      {"command", [](HostRequest& it) { it.command = static_cast<HostCommand>(5); }},
-      {"status document",
-       [](HostRequest& it) {
-         it = MakeHostRequest(HostCommand::StatusDocument, Kind::Document);
-         it.payload = text;
-         it.length = sizeof(text) - 1;
-       }},
-  };
-  for (const auto& [fault, change] : logFaults) {
-    if (!Faulty(fault.c_str())) continue;
-    HostRequest request = MakeHostRequest(HostCommand::Log, Kind::LogLine);
-    request.level = 25;
-    request.payload = text;
-    request.length = sizeof(text);
-    change(request);
-    HostReply reply = MakeHostReply();
-    ThePlugin().entry(&request, &reply);
-  }
+  HostRequest it = MakeHostRequest(HostCommand::Log, PayloadKind::LogLine);
+  it.level = 25;
+  it.payload = text;
+  it.length = sizeof(text);
+  const HostRequest good = it;
+  if (Faulty("size")) it.size = 180;
+  if (Faulty("version")) it.version = 0;
+  if (Faulty("module")) it.module = 0;
+  if (Faulty("reserved word")) it.reserved36 = 1;
+  if (Faulty("last word")) it.reserved44[34] = 7;
+  if (Faulty("log length")) --it.length;
+  if (Faulty("log level")) it.level = 26;
+  if (Faulty("payload kind")) it.payloadKind = PayloadKind::Document;
+  if (Faulty("command")) it.command = static_cast<HostCommand>(5);
+  HostReply reply = MakeHostReply();
+  if (std::memcmp(&it, &good, sizeof(it)) != 0) ThePlugin().entry(&it, &reply);
   if (Faulty("frame")) ReleaseHostFrame(ThePlugin().entry, text);
+  if (Faulty("status document")) {
+    SendHostDocument(ThePlugin().entry, HostCommand::StatusDocument, text);
+  }
 }
 
 void RunProgram() {
