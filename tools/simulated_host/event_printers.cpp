@@ -292,17 +292,16 @@ std::string JsonPrinter::PayloadOf(const HostEvent& event) {
   if (request.command != HostCommand::ChannelMessage) return std::string(payload);
   ChunkHeader header{};
   std::memcpy(&header, payload.data(), sizeof(header));
-  constexpr std::uint32_t kInput = 0;
   const std::string_view content = payload.substr(sizeof(header));
-  return header.kind == kInput ? Secrets::HideInput(content) : std::string(content);
+  return header.kind == chunk_kind::kInput ? Secrets::HideInput(content) : std::string(content);
 }
 
 // Output is shown in whole lines, in which secrets are whole, too: those that are complete with this
 // chunk, or all that is left at the end of the program.
 std::string JsonPrinter::WholeLines(const ChunkHeader& chunk, std::string_view output) {
   constexpr std::size_t kLongestLine = 32 << 10;
-  constexpr std::uint32_t kOutput = 1;
-  constexpr std::uint32_t kErrors = 2;
+  using chunk_kind::kErrors;
+  using chunk_kind::kOutput;
   if (chunk.kind != kOutput && chunk.kind != kErrors) {
     std::string rest;
     for (const std::uint32_t kind : {kOutput, kErrors}) {
