@@ -65,7 +65,10 @@ void Keep(Lines& lines, std::size_t most, typename Lines::value_type line) {
 }  // namespace
 
 WatchPrinter::WatchPrinter(std::FILE* out, double speed)
-    : out_(out), speed_(speed), onTerminal_(IsTerminal(out)), palette_(Palette::For(out)) {}
+    : out_(out), speed_(speed), onTerminal_(IsTerminal(out)), palette_(Palette::For(out)) {
+  // A picture is written at once, so that it is never seen by halves.
+  if (onTerminal_) std::setvbuf(out_, nullptr, _IOFBF, 1u << 16);
+}
 
 void WatchPrinter::Print(double seconds, const HostEvent& event) {
   std::visit([this](const auto& it) { Follow(it); }, event);
