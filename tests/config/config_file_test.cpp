@@ -17,28 +17,6 @@ LoadOutcome Load(NotifyConfig& config) {
   return TakeConfigDocument(ReadConfigFile(kConfigFile), config);
 }
 
-TEST(ConfigFile, ComesBackAsItWasSaved) {
-  const test::TemporaryFolder folder;
-  NotifyConfig saved;
-  NotifyProfile profile;
-  profile.ID = 3;
-  profile.description = "&#x41; \"gate\" \xE9<";
-  profile.from = "f@x";
-  profile.to = {"a@x", "b@x"};
-  profile.body = "\r\n  two lines\r\n";
-  saved.profiles[3] = profile;
-  SmtpServer server{"d", "a", 587, 2, "user", "pass&#x41;\"'<>"};
-  saved.servers = {server};
-  ASSERT_TRUE(SaveConfigFile(kConfigFile, *BuildNotifyDocument(saved)));
-
-  NotifyConfig loaded;
-  ASSERT_EQ(Load(loaded), LoadOutcome::Loaded);
-  EXPECT_EQ(loaded.servers, saved.servers);
-  EXPECT_EQ(loaded.profiles.at(3).description, profile.description);
-  EXPECT_EQ(loaded.profiles.at(3).body, profile.body);
-  EXPECT_EQ(loaded.profiles.at(3).to, profile.to);
-}
-
 TEST(ConfigFile, RejectedFilesLeaveTheDefaultsAndAreKeptBeside) {
   const test::TemporaryFolder folder;
   NotifyConfig config;

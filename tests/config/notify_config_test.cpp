@@ -8,7 +8,7 @@
 #include "config/module_documents.h"
 #include "config/notify_reader.h"
 #include "config/notify_writer.h"
-#include "config/parse.h"
+#include "config/rows.h"
 
 namespace tvx {
 namespace {
@@ -70,136 +70,105 @@ Line 2</body></smtp></Profiles></Notify>)"));
 TEST(NotifyWriter, AnEmptyConfigurationInSecondReviewerModeHasItsFrame) {
   NotifyConfig config;
   config.secondReviewerMode = true;
-  const std::string printed = Print(config);
-  EXPECT_EQ(printed.find(" SSL="), std::string::npos);
-  for (const char* part :
-       {"SupportsAttach=\"0\" SupportsVideoAttach=\"0\"", "<Web address=\"\" />", "<Servers />",
-        "<Profiles autoincrement=\"1\" />",
-        "MaxRetrySeconds=\"172800\" MaxRetryQueue=\"100\" EmailSizeLimitMB=\"10\""}) {
-    EXPECT_NE(printed.find(part), std::string::npos) << part << " in " << printed;
-  }
+  EXPECT_EQ(Print(config), R"(<?xml ?>
+<tDVR Delta="0">
+    <Notify ID="786432" SupportsThrottleSeconds="1" SupportsAttach="0" SupportsVideoAttach="0" SupportsStatus="1" SupportsEventEdge="1" TemplateSupportLevel="3" IsSupported="1" MaxRetrySeconds="172800" MaxRetryQueue="100" EmailSizeLimitMB="10">
+        <Web address="" />
+        <Servers />
+        <Profiles autoincrement="1" />
+    </Notify>
+</tDVR>
+)");
 }
 
+// The delivery settings are taken before the block is found wanting; all else stays as it was.
 TEST(NotifyReader, RejectsABlockWithoutItsEssentials) {
-  const struct {
-    const char* notify;
-    std::int32_t maxRetryQueue;
-  } kCases[] = {
-      {"", 100},
-      {"<Notify ID='786433' MaxRetryQueue='7'><Servers/><Profiles/></Notify>", 100},
-      {"<Notify MaxRetryQueue='7'><Servers/><Profiles/></Notify>", 100},
-      // Taken before the block is found wanting.
-      {"<Notify ID='786432' MaxRetryQueue='7'><Servers/></Notify>", 7},
-      {"<Notify ID='786432' MaxRetryQueue='x'><Profiles/></Notify>", 100},
-  };
-  for (const auto& each : kCases) {
+  const auto row = [](const std::string& notify) {
     NotifyConfig config;
     config.servers.resize(1);
     config.profiles[1];
-    EXPECT_FALSE(Read(config, each.notify)) << each.notify;
-    EXPECT_EQ(config.MaxRetryQueue, each.maxRetryQueue) << each.notify;
-    EXPECT_FALSE(config.loaded);
-    EXPECT_TRUE(config.servers.size() == 1 && config.profiles.size() == 1) << "stay as they were";
-  }
+    EXPECT_FALSE(Read(config, notify) || config.loaded);
+    EXPECT_TRUE(config.servers.size() == 1 && config.profiles.size() == 1);
+    return std::to_string(config.MaxRetryQueue);
+  };
+  test::ExpectRows(row, R"(
+100 <= <Other/>
+100 <= <Notify ID='786433' MaxRetryQueue='7'><Servers/><Profiles/></Notify>
+100 <= <Notify MaxRetryQueue='7'><Servers/><Profiles/></Notify>
+7 <= <Notify ID='786432' MaxRetryQueue='7'><Servers/></Notify>
+100 <= <Notify ID='786432' MaxRetryQueue='x'><Profiles/></Notify>
+)");
 }
 
-TEST(NotifyReader, ServersFallBackAndHalfCredentialsDropThem) {
-  const struct {
-    const char* xml;
-    const char* servers;  // port/UseSSL of each
-  } kCases[] = {
-      {"<smtp description='d' address='a'/>", "25/0 "},
-      {"<smtp description='d' address='a' port='465'/>", "465/1 "},
-      {"<smtp description='d' address='a' port='465' UseSSL='x'/>", "465/1 "},
-      {"<smtp description='d' address='a' port='465' UseSSL='0'/>", "465/0 "},
-      {"<smtp description='d' address='a' port='x' UseSSL='9'/>", "25/9 "},
-      {"<smtp description='d'/><smtp address='a'/>", ""},
-      {"<smtp description='d' address='a'><Authentication username='u'/></smtp>", ""},
-      {"<smtp description='d' address='a'><Authentication password='p'/></smtp>", ""},
-      {"<smtp description='' address=''><Authentication username='' password=''/></smtp>", "25/0 "},
-      {"<smtp description='d' address='a'/></Servers><Servers><smtp description='e' address='b' "
-       "port='9'/>",
-       "25/0 9/0 "},
-  };
+// Port and UseSSL of the servers. Half credentials drop a server.
+TEST(NotifyReader, ServersFallBackOrAreSkipped) {
   NotifyConfig config;
-  for (const auto& each : kCases) {
-    ASSERT_TRUE(Read(config, test::Notify("", "", each.xml)));
+  const auto row = [&](const std::string& xml) {
+    EXPECT_TRUE(Read(config, test::Notify("", "", xml)));
     std::string servers;
     for (const SmtpServer& server : config.servers) {
       servers += std::to_string(server.port) + '/' + std::to_string(server.UseSSL) + ' ';
     }
-    EXPECT_EQ(servers, each.servers) << each.xml;
-  }
-}
-
-TEST(NotifyReader, MalformedProfilesAreSkippedOneByOne) {
-  NotifyConfig config;
-  using test::Profile;
-  ASSERT_TRUE(Read(
-      config,
-      test::Notify("<smtp ID='x' description='d' from='f' subject='s'><to>t</to></smtp>"
-                   "<smtp description='d' from='f' subject='s'><to>t</to></smtp>"
-                   "<smtp ID='1' from='f' subject='s'><to>t</to></smtp>"
-                   "<smtp ID='1' description='d' subject='s'><to>t</to></smtp>"
-                   "<smtp ID='1' description='d' from='f'><to>t</to></smtp>" +
-                   Profile(1, "", "<to></to>") + Profile(1, "", "<cc>t</cc>") +
-                   Profile(1, "", "<to>t</to><body>a</body><body>b</body>") +
-                   Profile(4, "", "<to/><to>t</to><cc/><cc>c</cc><cc>d</cc><bcc/><bcc>b</bcc>") +
-                   Profile(5, "ThrottleSeconds='1' subject='{serial}'") +
-                   Profile(5, "ThrottleSeconds='2' subject=''"))));
-  ASSERT_EQ(config.profiles.size(), 2u);
-  const NotifyProfile& profile = config.profiles.at(4);
-  using Texts = std::vector<std::string>;
-  EXPECT_EQ(profile.to, Texts{"t"});
-  EXPECT_EQ(profile.cc, (Texts{"c", "d"}));
-  EXPECT_EQ(profile.bcc, Texts{"b"});
-  EXPECT_EQ(profile.body, "");
-  EXPECT_EQ(config.profiles.at(5).ThrottleSeconds, 2);  // the later element wins
-  EXPECT_FALSE(config.profiles.at(5).usesPlaceholders);
-}
-
-TEST(NotifyReader, GivesIdentifiersFromTheCounter) {
-  NotifyConfig config;
-  config.nextProfileId = 3;
-  const std::string given =
-      test::Profile(0, "", "") + test::Profile(0);  // a malformed one uses one up
-  ASSERT_TRUE(Read(config, "<Notify ID='786432'><Servers/><Profiles autoincrement='7'>" + given +
-                               "</Profiles><Profiles autoincrement='2'>" + given +
-                               "</Profiles></Notify>"));
-  EXPECT_EQ(config.profiles.begin()->first, 10);  // of the last list
-  EXPECT_EQ(config.nextProfileId, 11);
-  ASSERT_TRUE(Read(config, test::Notify("")));  // a smaller counter does not turn it back
-  EXPECT_EQ(config.nextProfileId, 11);
-  EXPECT_TRUE(config.profiles.empty());
-}
-
-TEST(NotifyReader, AProfileInheritsWhatItsSuccessorDoesNotSay) {
-  const struct {
-    const char* attributes;
-    const char* result;  // attach, MaxVideoSeconds, EventEdge, ThrottleSeconds
-  } kCases[] = {
-      {"", "0 0 0 0"},
-      {"attach='1' MaxVideoSeconds='20' EventEdge='2' ThrottleSeconds='9'", "1 20 2 9"},
-      {"", "1 20 2 0"},  // the throttle alone is not kept
-      {"MaxVideoSeconds='x' EventEdge='1'", "1 20 1 0"},
-      {"attach='2'", "0 20 1 0"},  // true for exactly 1
-      {"attach='1'", "1 20 1 0"},
-      {"attach=''", "0 20 1 0"},
+    return servers;
   };
+  test::ExpectRows(row, R"(
+25/0  <= <smtp description='d' address='a'/>
+465/1  <= <smtp description='d' address='a' port='465'/>
+465/1  <= <smtp description='d' address='a' port='465' UseSSL='x'/>
+465/0  <= <smtp description='d' address='a' port='465' UseSSL='0'/>
+25/9  <= <smtp description='d' address='a' port='x' UseSSL='9'/>
+ <= <smtp description='d'/><smtp address='a'/>
+ <= <smtp description='d' address='a'><Authentication username='u'/></smtp>
+ <= <smtp description='d' address='a'><Authentication password='p'/></smtp>
+25/0  <= <smtp description='' address=''><Authentication username='' password=''/></smtp>
+25/0 9/0  <= <smtp description='' address=''/></Servers><Servers><smtp description='' address='' port='9'/>
+)");
+}
+
+// Each row replaces the profiles of the one before. The numbers are ID, attach, MaxVideoSeconds,
+// EventEdge and ThrottleSeconds; the last is the counter of identifiers.
+TEST(NotifyReader, ProfilesInheritAreNumberedOrSkipped) {
   NotifyConfig config;
-  const auto reread = [&](const std::string& attributes) {
-    EXPECT_TRUE(Read(config, test::Notify(test::Profile(1, attributes))));
-    const NotifyProfile& read = config.profiles.at(1);
-    return std::to_string(read.attach) + ' ' + std::to_string(read.MaxVideoSeconds) + ' ' +
-           std::to_string(read.EventEdge) + ' ' + std::to_string(read.ThrottleSeconds);
+  const auto row = [&](const std::string& smtp) {
+    EXPECT_TRUE(Read(config, test::Notify("<smtp description='' " + smtp + "</smtp>")));
+    std::ostringstream text;
+    for (const auto& [id, profile] : config.profiles) {
+      text << id << ':' << profile.attach << ',' << profile.MaxVideoSeconds << ','
+           << profile.EventEdge << ',' << profile.ThrottleSeconds << ' ';
+      for (const auto* list : {&profile.to, &profile.cc, &profile.bcc}) {
+        for (const std::string& address : *list) text << address;
+      }
+      text << profile.body << (profile.usesPlaceholders ? " ~ " : " ");
+    }
+    text << config.nextProfileId;
+    return text.str();
   };
-  for (const auto& each : kCases)
-    EXPECT_EQ(reread(each.attributes), each.result) << each.attributes;
+  test::ExpectRows(row, R"(
+1:1,20,2,9 t ~ 1 <= ID='1' from='' subject='{time}' attach='1' MaxVideoSeconds='20' EventEdge='2' ThrottleSeconds='9'><to>t</to>
+1:1,20,2,0 t 1 <= ID='1' from='' subject=''><to>t</to>
+1:1,20,1,0 t 1 <= ID='1' from='' subject='' MaxVideoSeconds='x' EventEdge='1'><to>t</to>
+1:0,20,1,0 t 1 <= ID='1' from='' subject='' attach='2'><to>t</to>
+1:1,20,1,0 t 1 <= ID='1' from='' subject='' attach='1'><to>t</to>
+1:0,20,1,0 t 1 <= ID='1' from='' subject='' attach=''><to>t</to>
+1 <= ID='x' from='' subject=''><to>t</to>
+1 <= from='' subject=''><to>t</to>
+1 <= ID='1' subject=''><to>t</to>
+1 <= ID='1' from=''><to>t</to>
+1 <= ID='1' from='' subject=''><to></to><cc>t</cc>
+1 <= ID='1' from='' subject=''><to>t</to><body>a</body><body>b</body>
+4:0,0,0,0 tucb{serial} ~ 1 <= ID='4' from='' subject=''><to/><to>t</to><bcc>b</bcc><cc/><cc>c</cc><to>u</to><body>{serial}</body>
+5:0,0,0,2 u 1 <= ID='5' from='' subject=''><to>t</to></smtp><smtp description='' ID='5' from='' subject='' ThrottleSeconds='2'><to>u</to>
+1:0,0,0,0 t 2 <= ID='0' from='' subject=''><to>t</to>
+4 <= ID='0'></smtp></Profiles><Profiles autoincrement='3'><smtp ID='0'>
+4:0,0,0,0 t 5 <= ID='0' from='' subject=''><to>t</to>
+8:0,0,0,0 t 9 <= ID='7'></smtp></Profiles><Profiles autoincrement='8'><smtp description='' ID='0' from='' subject=''><to>t</to>
+9 <= ID='7'></smtp></Profiles><Profiles autoincrement='3'><smtp>
+)");
   config.secondReviewerMode = true;
-  EXPECT_EQ(reread("attach='1'"), "0 20 1 0");
+  EXPECT_TRUE(Read(config, test::Notify(test::Profile(1, "attach='1'"))));
+  EXPECT_FALSE(config.profiles.at(1).attach);
   config.profiles[-1].attach = true;
   EXPECT_TRUE(ClearAttachFlags(config));
-  EXPECT_FALSE(config.profiles.at(-1).attach);
   EXPECT_FALSE(ClearAttachFlags(config));
 }
 

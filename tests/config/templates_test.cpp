@@ -6,6 +6,7 @@
 #include <string>
 
 #include "config/event_types.h"
+#include "config/rows.h"
 
 namespace tvx {
 namespace {
@@ -53,49 +54,42 @@ TEST_F(TemplatesTest, ReplacesEachSimplePlaceholderOnceInBodyAndSubject) {
 }
 
 TEST_F(TemplatesTest, NamesTheKindOfEvent) {
-  const struct {
-    std::int32_t type;
-    const char* text;
-  } kCases[] = {{-1, "[Test Event Type]/Gate camera"},
-                {0, "{event type}/Gate camera"},
-                {-2, "{event type}/Gate camera"},
-                {8, "Health/Storage"},
-                {7, "Health/Gate camera"},
-                {35, "Unknown/Gate camera"},
-                {12, "Source Group/Gate camera"}};
-  for (const auto& each : kCases) {
-    facts_.eventType = each.type;
-    EXPECT_EQ(Body("{event type}/{source}", "{event type}/{source}"), each.text);
-    EXPECT_EQ(subject_, each.text);
-  }
+  const auto row = [&](const std::string& type) {
+    facts_.eventType = std::stoi(type);
+    EXPECT_EQ(Body("{event type}/{source}", "{event type}/{source}"), subject_);
+    return subject_;
+  };
+  test::ExpectRows(row, R"(
+[Test Event Type]/Gate camera <= -1
+{event type}/Gate camera <= 0
+{event type}/Gate camera <= -2
+Health/Storage <= 8
+Health/Gate camera <= 7
+Unknown/Gate camera <= 35
+Source Group/Gate camera <= 12
+)");
 }
 
+// Texts of 79 characters fit; "{time format" sets off no pass by itself.
 TEST_F(TemplatesTest, TheDatePassRewritesTokensAndDropsTheOthers) {
-  struct Case {
-    const char* text;
-    const char* expanded;
-  };
-  for (const Case& c : {
-           Case{"Motion at {time} on {date format=\"%Y\"} {foo}", "Motion at 03:40:00 on 2017 "},
-           Case{"Motion {foo}", "Motion {foo}"},
-           Case{"{date}{date}", "07/14/1707/14/17"},
-           Case{"{date}{date format=\"%Q\"}{date format=\"50%\"}",
-                "07/14/17[invalid format specified][invalid format specified]"},
-           Case{"{date format=\"100%%\"}", "100%"},
-           Case{"{date}{ time}{  time format='%H'}", "07/14/1703:40:0003"},
-           Case{"{time}{Date}{}{ }{a{b}", "03:40:00"},
-           Case{"{time} { no end", "03:40:00 { no end"},
-           Case{"{time}}", "03:40:00}"},
-           Case{"{time format=\"%H\"}", "{time format=\"%H\"}"},  // sets off no pass by itself
-           Case{"{date format=\"%d.%m.%Y &lt;%H&gt;\"}", "14.07.2017 <03>"},
-           Case{"{date format='%c%c%c%Y-%m'}",  // 79 characters
-                "Fri Jul 14 03:40:00 2017Fri Jul 14 03:40:00 2017Fri Jul 14 03:40:00 20172017-07"},
-           Case{"{date format='%c%c%c%Y-%m!'}", ""},  // one more
-           Case{"{date}{time><time>}{date format=%Y}", "07/14/172017"},
-           Case{"{serial}{serial}{time}", "S-103:40:00"},
-       }) {
-    EXPECT_EQ(Body(c.text), c.expanded) << c.text;
-  }
+  const auto row = [&](const std::string& text) { return Body(text); };
+  test::ExpectRows(row, R"(
+Motion at 03:40:00 on 2017  <= Motion at {time} on {date format="%Y"} {foo}
+Motion {foo} <= Motion {foo}
+07/14/1707/14/17 <= {date}{date}
+07/14/17[invalid format specified][invalid format specified] <= {date}{date format="%Q"}{date format="50%"}
+100% <= {date format="100%%"}
+07/14/1703:40:0003 <= {date}{ time}{  time format='%H'}
+03:40:00 <= {time}{Date}{}{ }{a{b}
+03:40:00 { no end <= {time} { no end
+03:40:00} <= {time}}
+{time format="%H"} <= {time format="%H"}
+14.07.2017 <03> <= {date format="%d.%m.%Y &lt;%H&gt;"}
+Fri Jul 14 03:40:00 2017Fri Jul 14 03:40:00 2017Fri Jul 14 03:40:00 20172017-07 <= {date format='%c%c%c%Y-%m'}
+ <= {date format='%c%c%c%Y-%m!'}
+07/14/172017 <= {date}{time><time>}{date format=%Y}
+S-103:40:00 <= {serial}{serial}{time}
+)");
 }
 
 TEST_F(TemplatesTest, FindsEveryPlaceholder) {
