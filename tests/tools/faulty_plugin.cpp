@@ -26,7 +26,6 @@ struct Plugin {
   ConditionVariable changed;
   int events GUARDED_BY(mutex) = 0;
   bool stopped GUARDED_BY(mutex) = false;
-  int framesSeen GUARDED_BY(mutex) = 0;
   const void* firstFrame GUARDED_BY(mutex) = nullptr;
   std::deque<const void*> frames GUARDED_BY(mutex);  // held, oldest first
 };
@@ -85,30 +84,26 @@ void RunProgram() {
           program->value, static_cast<unsigned>(length), errors.c_str());
 }
 
-// What is the answer. The first frame, or the second, is handled as the fault wants it.
+// What is the answer. The first frame is handled as the fault wants it.
 std::uint32_t TakeFrame(const void* frame) {
   Plugin& plugin = ThePlugin();
   MutexLock lock(plugin.mutex);
-  const int number = ++plugin.framesSeen;
-  if (number == 1) plugin.firstFrame = frame;
+  const auto giveBack = [&plugin](const void* it) { ReleaseHostFrame(plugin.entry, it); };
+  const bool isFirst = plugin.firstFrame == nullptr;
   if (Faulty("frame answer")) return 2;
-  if (Faulty("frame refused")) {
-    if (number == 1) return 0;
-    if (number == 2) ReleaseHostFrame(plugin.entry, plugin.firstFrame);
-  }
-  const bool refused = Faulty("frame at once, refused");
-  if (number == 1 && (refused || Faulty("frame at once"))) {
-    ReleaseHostFrame(plugin.entry, frame);
-    return refused ? 0 : 1;
+  if (!isFirst && Faulty("frame refused")) giveBack(plugin.firstFrame);
+  if (isFirst) {
+    plugin.firstFrame = frame;
+    const bool refused = Faulty("frame at once, refused");
+    if (refused || Faulty("frame at once")) giveBack(frame);
+    if (refused || Faulty("frame refused")) return 0;
+    if (Faulty("frame at once")) return 1;
   }
   plugin.frames.push_back(frame);
   if (plugin.frames.size() > kHeldFrames) {
-    const void* oldest = plugin.frames.front();
+    giveBack(plugin.frames.front());
+    if (Faulty("frame twice")) giveBack(plugin.frames.front());
     plugin.frames.pop_front();
-    ReleaseHostFrame(plugin.entry, oldest);
-    if (Faulty("frame twice") && oldest == plugin.firstFrame) {
-      ReleaseHostFrame(plugin.entry, oldest);
-    }
   }
   return 1;
 }

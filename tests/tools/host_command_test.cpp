@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/temporary_folder.h"
@@ -73,10 +74,7 @@ class HostCommand : public testing::Test {
 };
 
 TEST_F(HostCommand, RunsPrograms) {
-  const struct {
-    const char* program;
-    const char* reported;
-  } cases[] = {
+  const std::pair<std::string, const char*> cases[] = {
       // Everything comes back before and behind it, so that each side must wait for the other. A
       // wait status has 3 in its upper byte.
       {"head -c 200000 /dev/zero; cat; echo \"$1|$2|$#\" >&2; exit 3",
@@ -85,15 +83,14 @@ TEST_F(HostCommand, RunsPrograms) {
       // One that it leaves behind keeps the pipes open; the end is reported all the same.
       {"sleep 20 & echo done", "state 2, value 0, output 4, errors "},
       {"exec <&-; sleep 0.2; echo done", "state 2, value 0, output 4, errors "},
-      {nullptr, "state -1, value 2, output 0, errors "},
+      {"", "state -1, value 2, output 0, errors "},
   };
-  for (const auto& one : cases) {
-    SCOPED_TRACE(one.reported);
+  for (const auto& [program, reported] : cases) {
     std::remove("program");
-    if (one.program != nullptr) WriteProgram(one.program);
+    if (!program.empty()) WriteProgram(program);
     const Outcome run = RunHost("--event event.xml");
     EXPECT_EQ(run.exitCode, 0) << run.output;
-    EXPECT_THAT(run.Texts("log"), ElementsAre(one.reported));
+    EXPECT_THAT(run.Texts("log"), ElementsAre(reported));
   }
 }
 
@@ -192,10 +189,7 @@ TEST_F(HostCommand, FeedsEachPacketOfAFile) {
 }
 
 TEST_F(HostCommand, UsageErrors) {
-  const struct {
-    const char* arguments;
-    const char* told;
-  } cases[] = {
+  const std::pair<std::string, const char*> cases[] = {
       {"--camera '66049/16 h264'", "\"66049/16\" is no stream"},
       {"--camera '66049 h264 event.xml'", "ffprobe finds no video in "},
       {"--script event.xml --event event.xml", "--script excludes --event"},
@@ -203,11 +197,10 @@ TEST_F(HostCommand, UsageErrors) {
       {"--plugin event.xml --event event.xml", "cannot load the plug-in"},
       {"--timeout -1", "--timeout: \"-1\" is no number from 0 up"},
   };
-  for (const auto& one : cases) {
-    SCOPED_TRACE(one.arguments);
-    const Outcome run = RunShell(NOTIFYPI_COMMAND " host " + std::string(one.arguments));
+  for (const auto& [arguments, told] : cases) {
+    const Outcome run = RunShell(NOTIFYPI_COMMAND " host " + arguments);
     EXPECT_EQ(run.exitCode, 2);
-    EXPECT_THAT(run.output, HasSubstr(one.told));
+    EXPECT_THAT(run.output, HasSubstr(told));
   }
 }
 
