@@ -305,7 +305,7 @@ std::string JsonPrinter::WholeLines(const ChunkHeader& chunk, std::string_view o
   if (chunk.kind != kOutput && chunk.kind != kErrors) {
     std::string rest;
     for (const std::uint32_t kind : {kOutput, kErrors}) {
-      rest += std::move(output_[{chunk.request, kind}]);
+      rest += output_[{chunk.request, kind}];
       output_.erase({chunk.request, kind});
     }
     return rest;
