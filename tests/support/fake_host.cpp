@@ -20,24 +20,6 @@ T Copy(std::mutex& mutex, const T& value) {
   return value;
 }
 
-// The payload kinds as the host knows them, in numbers of its own.
-std::uint32_t PayloadKindOf(HostCommand command) {
-  switch (static_cast<std::uint32_t>(command)) {
-    case 4:
-    case 256:
-      return 0x1000010;
-    case 32:
-      return 0x1000000;
-    case 64:
-      return 0x1000002;
-    case 512:
-    case 8192:
-      return 0;
-    default:
-      return 0xFFFFFFFF;  // no command of the host's
-  }
-}
-
 }  // namespace
 
 bool (*Crossing::note)(bool) = [](bool) { return false; };
@@ -143,19 +125,20 @@ std::size_t FakeHost::FramesOut() const {
 
 void FakeHost::CheckForm(const HostRequest& request, const HostReply& reply) {
   // The host's own numbers, not the plug-in's names for them.
-  const bool isDocument = request.command == HostCommand::StatusDocument ||
-                          request.command == HostCommand::ConfigDocument;
-  const bool hasLength =
-      request.command != HostCommand::ReleaseFrame && request.command != HostCommand::Watchdog;
+  static const std::map<std::uint32_t, std::uint32_t> kPayloadKinds = {
+      {4, 0x1000010}, {32, 0x1000000}, {64, 0x1000002}, {256, 0x1000010}, {512, 0}, {8192, 0}};
+  const auto command = static_cast<std::uint32_t>(request.command);
+  const auto kind = kPayloadKinds.find(command);
+  const bool isDocument = command == 4 || command == 256;
   HostRequest expected{};
   expected.size = 184;
   expected.version = 1;
   expected.module = 0xC0000;
-  expected.length = hasLength ? request.length : 0;
+  expected.length = command == 512 || command == 32 ? 0 : request.length;
   expected.payload = request.payload;
   expected.command = request.command;
-  expected.payloadKind = static_cast<PayloadKind>(PayloadKindOf(request.command));
-  if (request.command == HostCommand::Log) expected.level = request.level;
+  expected.payloadKind = static_cast<PayloadKind>(kind == kPayloadKinds.end() ? ~0u : kind->second);
+  if (command == 64) expected.level = request.level;
   if (std::memcmp(&expected, &request, sizeof(request)) != 0 || reply.size != 12 ||
       reply.version != 1 ||
       (isDocument && static_cast<const char*>(request.payload)[request.length] != '\0')) {
@@ -168,15 +151,10 @@ std::vector<LogLine> FakeHost::Log() const {
   return Copy(mutex_, log_);
 }
 
-std::vector<std::string> FakeHost::LogTexts() const {
-  std::vector<std::string> texts;
-  for (const LogLine& line : Log()) texts.push_back(line.text);
-  return texts;
-}
-
 int FakeHost::Logged(const std::string& text) const {
-  const std::vector<std::string> texts = LogTexts();
-  return static_cast<int>(std::count(texts.begin(), texts.end(), text));
+  const auto log = Log();
+  return static_cast<int>(std::count_if(log.begin(), log.end(),
+                                        [&](const LogLine& line) { return line.text == text; }));
 }
 
 void FakeHost::ClearLog() {
@@ -231,7 +209,7 @@ void FakeHost::Answer(HostCommand command, int returned, std::uint32_t status) {
 }
 
 bool FakeHost::WaitFor(const std::function<bool()>& condition) const {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
   while (!condition()) {
     if (std::chrono::steady_clock::now() >= deadline) return false;
     // The condition may also look at things this object is not told of, hence the short slices.

@@ -71,7 +71,6 @@ class FakeHost {
   static int Entry(HostRequest* request, HostReply* reply);
 
   std::vector<LogLine> Log() const;
-  std::vector<std::string> LogTexts() const;
   // How many log lines have exactly this text.
   int Logged(const std::string& text) const;
   void ClearLog();
@@ -105,7 +104,7 @@ class FakeHost {
   // What the entry answers for one command: its return value and the reply's status.
   void Answer(HostCommand command, int returned, std::uint32_t status);
 
-  // Waits until the condition holds, at most ten seconds; false when it did not come true.
+  // Waits until the condition holds, at most a minute; false when it did not come true.
   bool WaitFor(const std::function<bool()>& condition) const;
 
  private:
