@@ -4,9 +4,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <fstream>
 
 #include "simulated_host/event_printers.h"
+#include "support/temporary_folder.h"
 
 namespace tvx::tool {
 namespace {
@@ -39,8 +40,11 @@ TEST(Secrets, AreHiddenByTheirNamesAndOnceKnownWhereverTheyTurnUp) {
 }
 
 TEST(JsonPrinter, PrintsBytesWithoutSecrets) {
+  const test::TemporaryFolder folder;
+  std::ofstream("notify.xml") << "<A password='f1led'/>";
   testing::internal::CaptureStdout();
   JsonPrinter printer(stdout, true);
+  printer.Print(0, HostAction{"load f1led"});
   printer.Print(0, CallBegin{1, "IOCTL 2", "", "", "<A password='s3cret'/>", nullptr});
   const ChunkHeader output{0, 1, 1, 0};
   printer.Print(0, CallBegin{2, "IOCTL 4", "", "\x01\xff", "said s3c", &output});
@@ -52,8 +56,14 @@ TEST(JsonPrinter, PrintsBytesWithoutSecrets) {
   request.payload = input;
   request.length = sizeof(input) - 1;
   printer.Print(0, RequestTaken{request, true});
+  constexpr std::string_view kDocument = "<A password='publ1shed'/>";
+  request.command = HostCommand::ConfigDocument;
+  request.payload = kDocument.data();
+  request.length = kDocument.size();
+  printer.Print(0, RequestTaken{request, true});
+  printer.Print(0, Fault{"publ1shed"});
   const std::string text = testing::internal::GetCapturedStdout();
-  EXPECT_THAT(text, testing::Not(testing::HasSubstr("s3c")));
+  EXPECT_THAT(text, testing::Not(testing::ContainsRegex("s3c|f1led|publ1")));
   for (const char* part : {"<A password='[hidden]'/>", "01ff", "\"said [hidden]\\n\"",
                            "\"cut within [hidden]\"", "\"user = [hidden]\""}) {
     EXPECT_THAT(text, testing::HasSubstr(part));
