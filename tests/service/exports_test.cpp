@@ -66,7 +66,6 @@ TEST_F(ExportsTest, RunsFromLoadToUnloadWithThreadsOfTheHost) {
     return host_.Logged("Profile Description: Gate. Notification attempt return code= 0") == 1;
   }));
   EXPECT_EQ(programs.Launches().size(), 2u);  // what curl can do, and the transfer
-  EXPECT_GE(host_.WatchdogEvents(), 1);
   plugin.Close();
 }
 
