@@ -30,7 +30,8 @@ void Cut(benchmark::State& state, std::uint32_t groups) {
     std::unique_ptr<CVideoEmailStream> clip;
     TimeOnce(state, [&] {
       clip = std::make_unique<CVideoEmailStream>(history, tick, seconds, 2 * seconds,
-                                                 std::weak_ptr<INotifyReady>());
+                                                 std::weak_ptr<INotifyReady>(),
+                                                 std::make_shared<ClipTally>());
     });
     if (clip->Complete()) state.SkipWithError("the clip was complete at once");
     clip->Finish(bin);

@@ -3,11 +3,12 @@
 // host: memory (a 32-bit process has little, and most of it is the host's), stack and time.
 //
 // Not here: what the configuration sets (notify_config.h), what the host's interface fixes
-// (host_records.h, host_log.h), and the frame histories (video_buffer_set.h, video_buffer.h).
+// (host_records.h, host_log.h), and the bytes of a frame history (video_buffer_set.h).
 #pragma once
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 
 namespace tvx {
 
@@ -36,6 +37,20 @@ constexpr std::chrono::milliseconds kHttpDeadline{10000};
 // Bytes kept of each output stream of a program and not read yet. What a program writes beyond
 // that, faster than it is read, is dropped.
 constexpr std::size_t kMaxUnreadOutput = 4u << 20;
+
+// A fact of the host's documents (a name, a serial number) in a message or a log line.
+constexpr std::size_t kMaxFactBytes = 4096;
+
+// Frames of one history, and of one clip. Frames may be tiny, and each costs the host a buffer and
+// every clip a reference.
+constexpr std::size_t kMaxHistoryFrames = 50'000;
+
+// Video held by notifications that wait for their clips or for the worker: the frames, each once,
+// and the references to them. Beyond it the oldest clips are let go.
+constexpr std::uint64_t kMaxWaitingVideoBytes = std::uint64_t{256} << 20;
+
+// Notifications that wait for their clips or for the worker. Beyond it the oldest ones end unsent.
+constexpr std::size_t kMaxWaitingNotifications = 20'000;
 
 // Lines kept of a transfer's output until its end, each cut to a log line. More than one ever says.
 constexpr std::size_t kMaxOutputLines = 1000;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <memory>
+#include <set>
+#include <tuple>
 
 #include "config/notify_reader.h"
 #include "config/system_settings.h"
@@ -14,24 +16,30 @@ bool HasSameMailSettings(const NotifyProfile& a, const NotifyProfile& b) {
          a.subject == b.subject && a.body == b.body;
 }
 
-// Whether mail may now go another way for every profile: a server has gone, or there was none.
-bool ConcernsAll(const std::vector<SmtpServer>& before, const std::vector<SmtpServer>& after) {
-  if (before.empty() || after.size() < before.size()) return true;
-  return std::any_of(before.begin(), before.end(), [&](const SmtpServer& server) {
-    return std::find(after.begin(), after.end(), server) == after.end();
-  });
+auto Fields(const SmtpServer& server) {
+  return std::tie(server.description, server.address, server.port, server.UseSSL, server.username,
+                  server.password);
 }
 
-std::vector<std::int32_t> ConcernedProfiles(const NotifyConfig& before, const NotifyConfig& after) {
-  const bool all = ConcernsAll(before.servers, after.servers);
-  std::vector<std::int32_t> concerned;
+// Whether mail may now go another way for every profile: a server has gone, or there was none.
+bool AffectsAll(const std::vector<SmtpServer>& before, const std::vector<SmtpServer>& after) {
+  if (before.empty() || after.size() < before.size()) return true;
+  std::set<decltype(Fields(before.front()))> present;
+  for (const SmtpServer& server : after) present.insert(Fields(server));
+  return std::any_of(before.begin(), before.end(),
+                     [&](const SmtpServer& server) { return present.count(Fields(server)) == 0; });
+}
+
+std::vector<std::int32_t> AffectedProfiles(const NotifyConfig& before, const NotifyConfig& after) {
+  const bool all = AffectsAll(before.servers, after.servers);
+  std::vector<std::int32_t> affected;
   for (const auto& [id, profile] : after.profiles) {
     const auto previous = before.profiles.find(id);
     const bool same =
         previous != before.profiles.end() && HasSameMailSettings(previous->second, profile);
-    if (all || !same) concerned.push_back(id);
+    if (all || !same) affected.push_back(id);
   }
-  return concerned;
+  return affected;
 }
 
 }  // namespace
@@ -61,17 +69,20 @@ bool ApplySystemDocument(SystemDocument document, ServiceState& state, IntakeOut
   return changesMode;
 }
 
-std::optional<std::vector<std::int32_t>> ApplyNotifyChange(const TiXmlElement& root,
-                                                           ServiceState& state) {
-  NotifyConfig config = *state.config;
-  std::optional<std::vector<std::int32_t>> concerned;
-  if (ReadNotify(root, config)) {
-    concerned = ConcernedProfiles(*state.config, config);
-  }
+NotifyChange ReadNotifyChange(const TiXmlElement& root,
+                              const std::shared_ptr<const NotifyConfig>& before) {
+  NotifyChange change{before, *before, false, {}};
+  change.isAccepted = ReadNotify(root, change.config);
+  if (change.isAccepted) change.affected = AffectedProfiles(*before, change.config);
+  return change;
+}
+
+bool TakeNotifyChange(NotifyChange change, ServiceState& state) {
+  if (state.config != change.before) return false;
   // A rejected block may have brought delivery settings all the same.
-  ReplaceConfig(std::move(config), state);
-  if (concerned) state.configurationChanged = true;
-  return concerned;
+  ReplaceConfig(std::move(change.config), state);
+  if (change.isAccepted) state.configurationChanged = true;
+  return true;
 }
 
 void ReplaceConfig(NotifyConfig config, ServiceState& state) {

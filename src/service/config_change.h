@@ -1,7 +1,8 @@
 // Changes of the configuration that come from the host's documents.
 //
-// Threads: the host's. Locks: every call is made under the intake mutex; what the change makes
-//          necessary outside (saving, publishing, reporting) is returned or left in the outcome.
+// Threads: the host's. Locks: reading takes none; taking over is done under the intake mutex, and
+//          what it makes necessary outside (saving, publishing, reporting) is returned or left in
+//          the outcome.
 // Errors:  what is malformed is ignored without a word, and the previous configuration stays.
 #pragma once
 
@@ -33,10 +34,18 @@ SystemDocument ReadSystemDocument(const TiXmlElement& root);
 // configuration has to be saved.
 bool ApplySystemDocument(SystemDocument document, ServiceState& state, IntakeOutcome& outcome);
 
-// Takes the "Notify" block of a document over. The profiles whose delivery it may affect, or
-// nothing when the block was rejected.
-std::optional<std::vector<std::int32_t>> ApplyNotifyChange(const TiXmlElement& root,
-                                                           ServiceState& state);
+// What the "Notify" block of a document makes of a configuration, read before any lock is taken.
+struct NotifyChange {
+  std::shared_ptr<const NotifyConfig> before;
+  NotifyConfig config;
+  bool isAccepted = false;  // else the block was rejected, and brought delivery settings at most
+  std::vector<std::int32_t> affected;  // profiles that may be delivered otherwise than before
+};
+NotifyChange ReadNotifyChange(const TiXmlElement& root,
+                              const std::shared_ptr<const NotifyConfig>& before);
+
+// Takes the change over. False when the configuration is no longer the one that was changed.
+bool TakeNotifyChange(NotifyChange change, ServiceState& state);
 
 // Makes this the configuration, for the intake, the worker and the frame history.
 void ReplaceConfig(NotifyConfig config, ServiceState& state);

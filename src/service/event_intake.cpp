@@ -1,13 +1,16 @@
 #include "service/event_intake.h"
 
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include "base/clock.h"
+#include "base/input_limits.h"
+#include "base/utf8.h"
 #include "config/event_types.h"
 #include "service/notification_builder.h"
-#include "service/notify_callback.h"
+#include "service/waiting_limits.h"
 #include "video/video_source.h"
 
 namespace tvx {
@@ -16,30 +19,12 @@ namespace {
 // A clip may be late by this much before its notification goes out without waiting for it.
 constexpr std::int32_t kGraceSeconds = 2;
 
-bool IsSameEvent(const NotifyWorkItem& item, const ProfileEvent& event) {
-  return item.isStart == event.isStart && item.eventSeconds == event.time &&
-         item.eventMilliseconds == event.milliseconds;
-}
-
 // A later event of its source ends what a parked notification was waiting to show: the end of a
-// start, a new start after an end. Other profiles of the very same event do not.
-void ReleaseEarlier(const ProfileEvent& event, ServiceState& state) {
+// start, a new start after an end. Other entries of the document that parked it do not.
+void ReleaseEarlier(const ProfileEvent& event, std::uint64_t youngest, ServiceState& state) {
   const SourceId source = event.Source().source;
   if (source == SourceId{}) return;
-  state.parked.ReleaseIf([&](const SNOTIFY_CALLBACK& callback) {
-    const NotifyWorkItem& item = *callback.Item();
-    if (item.source != source || IsSameEvent(item, event)) return false;
-    switch (item.profile->EventEdge) {
-      case event_edge::kBoth:
-        return true;
-      case event_edge::kEnd:
-        return event.isStart;
-      case event_edge::kStart:
-        return !event.isStart;
-      default:
-        return false;
-    }
-  });
+  state.parked.ReleaseEarlier(source, event.isStart, youngest);
 }
 
 bool IsDue(const ProfileEvent& event, const NotifyProfile& profile) {
@@ -69,10 +54,16 @@ void StartCapture(SourceId input, const std::shared_ptr<SNOTIFY_CALLBACK>& callb
   NotifyWorkItem& item = *callback->Item();
   const ClipSource source = FindClipSource(input, state.Directory(), state.buffers.Selection());
   if (!source.mapped) LogUnmappedInput(outcome.log);
+  callback->Expect();
   auto clip = state.buffers.TakeClip(source.streamId, item.preTriggerSeconds,
                                      item.profile->MaxVideoSeconds, callback);
-  if (clip == nullptr) LogNoFrames(outcome.log, source.streamId);
-  item.videos.push_back({state.Directory().Name(NameKind::VideoInput, input), std::move(clip)});
+  if (clip == nullptr) {
+    callback->ExpectNoMore();
+    LogNoFrames(outcome.log, source.streamId);
+  }
+  std::string name = state.Directory().Name(NameKind::VideoInput, input);
+  name.resize(Utf8Prefix(name, kMaxFactBytes));
+  item.videos.push_back({std::move(name), std::move(clip)});
 }
 
 const std::vector<EventReference>& SourcesOf(const ProfileEvent& event,
@@ -94,7 +85,7 @@ void TakeUp(const ProfileEvent& event, const std::shared_ptr<NotifyWorkItem>& it
   outcome.log.AddText(LogLevel::Information, ProfileLine(*item, event, state.Directory()));
   if (callback == nullptr) {
     outcome.dispatched.push_back(item);
-  } else if (HasOpenClip(*item)) {
+  } else if (callback->HasOpenClip()) {
     state.parked.AddWaiting(callback);
   } else {
     state.parked.AddReady(callback);
@@ -102,7 +93,6 @@ void TakeUp(const ProfileEvent& event, const std::shared_ptr<NotifyWorkItem>& it
 }
 
 void ReceiveEvent(const ProfileEvent& event, ServiceState& state, IntakeOutcome& outcome) {
-  ReleaseEarlier(event, state);
   const auto found = state.config->profiles.find(event.profileId);
   if (found == state.config->profiles.end()) {
     outcome.log.Add(LogLevel::Information,
@@ -131,10 +121,18 @@ void ReceiveEvent(const ProfileEvent& event, ServiceState& state, IntakeOutcome&
 }  // namespace
 
 void ReceiveEvents(const EventDocument& document, ServiceState& state, IntakeOutcome& outcome) {
-  state.serial = document.serial.value_or(state.serial);
-  state.description = document.description.value_or(state.description);
-  state.macAddress = document.macAddress.value_or(state.macAddress);
-  for (const ProfileEvent& event : document.events) ReceiveEvent(event, state, outcome);
+  if (document.serial || document.description || document.macAddress) {
+    const SystemFacts& known = *state.system;
+    state.system = std::make_shared<const SystemFacts>(SystemFacts{
+        document.serial.value_or(known.serial), document.description.value_or(known.description),
+        document.macAddress.value_or(known.macAddress)});
+  }
+  const std::uint64_t youngest = state.parked.Newest();
+  for (const ProfileEvent& event : document.events) {
+    ReleaseEarlier(event, youngest, state);
+    ReceiveEvent(event, state, outcome);
+    LimitWaitingVideo(state, outcome);
+  }
   DispatchReady(state, outcome);
 }
 

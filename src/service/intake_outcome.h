@@ -12,6 +12,7 @@ namespace tvx {
 struct IntakeOutcome {
   DeferredLog log;
   WorkQueue::Items dispatched;  // for the worker, in this order
+  WorkQueue::Items ended;       // have failed, as too many waited
   FrameBin dropped;
 };
 

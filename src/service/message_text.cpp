@@ -2,10 +2,30 @@
 
 #include <cstdint>
 
+#include "base/input_limits.h"
+#include "base/utf8.h"
 #include "config/notify_profile.h"
 #include "service/event_document.h"
 
 namespace tvx {
+namespace {
+
+// Names come from the host's documents: in a message they are one line, whatever they hold, and a
+// short one. Else a name could end the header, the part or the mail itself.
+std::string Fact(const std::string& text) {
+  return OneLine(text.substr(0, Utf8Prefix(text, kMaxFactBytes)));
+}
+
+TemplateFacts FactsOf(const NotifyWorkItem& item) {
+  TemplateFacts facts = item.facts;
+  facts.sourceName = Fact(facts.sourceName);
+  facts.systemName = Fact(item.system->description);
+  facts.serial = Fact(item.system->serial);
+  facts.macAddress = Fact(item.system->macAddress);
+  return facts;
+}
+
+}  // namespace
 
 MessageContent ContentOf(const NotifyWorkItem& item) {
   const NotifyProfile& profile = *item.profile;
@@ -25,7 +45,7 @@ MessageContent ContentOf(const NotifyWorkItem& item) {
 void ExpandTexts(const NotifyWorkItem& item, const WebLinkSource& webLink, std::string& subject,
                  std::string& body, const TemplateObservers& observers) {
   if (item.profile->usesPlaceholders) {
-    ExpandTemplates(item.facts, webLink, subject, body, observers);
+    ExpandTemplates(FactsOf(item), webLink, subject, body, observers);
   }
 }
 

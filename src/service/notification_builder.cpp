@@ -1,7 +1,10 @@
 #include "service/notification_builder.h"
 
 #include <algorithm>
+#include <utility>
 
+#include "base/input_limits.h"
+#include "base/utf8.h"
 #include "config/event_types.h"
 #include "config/source_text.h"
 
@@ -34,7 +37,7 @@ std::shared_ptr<NotifyWorkItem> BuildNotification(const ProfileEvent& event,
   item->eventSeconds = event.time;
   item->eventMilliseconds = event.milliseconds;
   item->facts.eventTime = event.time;
-  item->facts.serial = state.serial;
+  item->system = state.system;
   if (item->isTest) {
     item->source = SourceId{NotifyWorkItem::kNoSource};
     item->facts.eventType = event_type::kTestMessage;
@@ -43,13 +46,11 @@ std::shared_ptr<NotifyWorkItem> BuildNotification(const ProfileEvent& event,
     const EventReference reference = event.Source();
     item->source = reference.source;
     item->facts.eventType = reference.type;
-    item->facts.sourceName = SourceText(state.Directory(), reference.source, reference.type);
+    std::string& name = item->facts.sourceName;
+    name = SourceText(state.Directory(), reference.source, reference.type);
+    name.resize(Utf8Prefix(name, kMaxFactBytes));
   }
-  if (profile.usesPlaceholders) {
-    item->facts.systemName = state.description;
-    item->facts.macAddress = state.macAddress;
-    item->facts.eventState = EventState(event);
-  }
+  item->facts.eventState = EventState(event);
   return item;
 }
 
@@ -63,14 +64,14 @@ std::string ProfileLine(const NotifyWorkItem& item, const ProfileEvent& event,
   line.append(", MaxSizeMB(").append(std::to_string(item.config->EmailSizeLimitMB)).append(")");
   line.append(event.fromGroup ? ",  event source group (" : ", event source (");
   line.append(item.facts.sourceName).append(")");
-  for (std::size_t i = 1; i < event.sources.size(); ++i) {
+  for (std::size_t i = 1; i < event.sources.size() && line.size() < kProfileLineSize; ++i) {
     const EventReference& source = event.sources[i];
     line.append(", event source (").append(SourceText(directory, source.source, source.type));
     line.append(")");
   }
   line.append(", event state (").append(EventState(event)).append(")");
   line.resize(std::min(line.size(), kProfileLineSize));
-  return line;
+  return OneLine(std::move(line));
 }
 
 }  // namespace tvx

@@ -85,14 +85,12 @@ bool SendGroup(const NotifyWorkItem& item, const MessageContent& content,
 
 }  // namespace
 
-void ProcessNotification(NotifyWorkItem& item, const NotifyConfig& snapshot, NotifyHelper& helper,
-                         INotifyFileStream& stream) {
-  const std::int32_t profileId = item.profile->ID;
+ProfileStatus ProcessNotification(NotifyWorkItem& item, const NotifyConfig& snapshot,
+                                  NotifyHelper& helper, INotifyFileStream& stream) {
   if (!stream.createDirectory(DataDirectory())) {
     HostLog(kModuleId, helper.Host(), LogLevel::Error, "Unable to create data directory: \"%s\"",
             DataDirectory().c_str());
-    helper.ReportStatus(profileId, ProfileStatus::Failed);
-    return;
+    return ProfileStatus::Failed;
   }
   OmitAttachmentsIfForbidden(item, snapshot, helper.Host());
 
@@ -113,7 +111,7 @@ void ProcessNotification(NotifyWorkItem& item, const NotifyConfig& snapshot, Not
     if (!SendGroup(item, content, group, part++, partCount, snapshot, helper, stream))
       delivered = false;
   }
-  helper.ReportStatus(profileId, delivered ? ProfileStatus::Delivered : ProfileStatus::Failed);
+  return delivered ? ProfileStatus::Delivered : ProfileStatus::Failed;
 }
 
 }  // namespace tvx

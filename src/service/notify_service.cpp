@@ -1,7 +1,6 @@
 #include "service/notify_service.h"
 
 #include <new>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,6 +16,7 @@
 #include "service/config_change.h"
 #include "service/event_document.h"
 #include "service/event_intake.h"
+#include "service/waiting_limits.h"
 
 namespace tvx {
 namespace {
@@ -85,18 +85,22 @@ void NotifyService::SaveAndPublish() {
     publishDue_ = true;
     if (std::exchange(publishing_, true)) return;
   }
+  Publication next;
   try {
-    while (const auto config = NextToPublish()) SaveAndPublish(*config);
+    for (next = NextToPublish(); next.config != nullptr; next = NextToPublish()) {
+      SaveAndPublish(next);
+    }
   } catch (...) {
     // The next change makes up for this one.
     MutexLock lock(intakeMutex_);
     publishing_ = false;
+    unreported_.splice(unreported_.begin(), next.changes);
     throw;
   }
 }
 
-void NotifyService::SaveAndPublish(const NotifyConfig& config) {
-  const auto document = BuildNotifyDocument(config);
+void NotifyService::SaveAndPublish(Publication& publication) {
+  const auto document = BuildNotifyDocument(*publication.config);
   bool spared = false;
   {
     MutexLock lock(intakeMutex_);
@@ -104,12 +108,21 @@ void NotifyService::SaveAndPublish(const NotifyConfig& config) {
   }
   if (!spared) SaveConfigFile(kConfigFile, *document);
   SendHostDocument(host_, HostCommand::ConfigDocument, PrintDocument(*document));
+  for (; !publication.changes.empty(); publication.changes.pop_front()) {
+    SendHostDocument(
+        host_, HostCommand::StatusDocument,
+        StatusDocument(publication.changes.front(), ProfileStatus::Changed, WallSeconds()));
+  }
 }
 
-std::shared_ptr<const NotifyConfig> NotifyService::NextToPublish() {
+NotifyService::Publication NotifyService::NextToPublish() {
+  Publication next;
   MutexLock lock(intakeMutex_);
   publishing_ = std::exchange(publishDue_, false);
-  return publishing_ ? state_.config : nullptr;
+  if (!publishing_) return next;
+  next.config = state_.config;
+  next.changes.swap(unreported_);
+  return next;
 }
 
 void NotifyService::Stop() noexcept {
@@ -122,11 +135,17 @@ void NotifyService::RunWorker() {
     ~StopWatchdog() { watchdog.MarkStopped(); }
     Watchdog& watchdog;
   } stopWatchdog{watchdog_};
-  RunWorkerLoop(queue_, *this, channel_, host_, [this] { return TakeWorkerConfig(); });
+  RunWorkerLoop(queue_, *this, channel_, host_,
+                [this](const NotifyWorkItem* item) { return BeginWorkerTurn(item); });
 }
 
-WorkerConfig NotifyService::TakeWorkerConfig() {
+WorkerConfig NotifyService::BeginWorkerTurn(const NotifyWorkItem* item) {
   MutexLock lock(intakeMutex_);
+  if (item != nullptr) {
+    for (const AttachmentSource& video : item->videos) {
+      if (video.clip != nullptr) state_.buffers.HandOver(*video.clip);
+    }
+  }
   return {state_.config, std::exchange(state_.configurationChanged, false)};
 }
 
@@ -151,6 +170,7 @@ void NotifyService::ReceiveEventDocument(const char* text, std::size_t length) {
   const EventDocument document = ReadEventDocument(*root);
   UnderIntakeMutex([&](ServiceState& state, IntakeOutcome& outcome) {
     ReceiveEvents(document, state, outcome);
+    LimitWaitingNotifications(queue_, state, outcome);
   });
 }
 
@@ -159,7 +179,9 @@ bool NotifyService::ReceiveFrame(const IncomingFrame& frame) {
   try {
     UnderIntakeMutex([&](ServiceState& state, IntakeOutcome& outcome) {
       taken = state.buffers.TakeFrame(frame, outcome.dropped);
-      if (taken) DispatchReady(state, outcome);
+      if (!taken) return;
+      LimitWaitingVideo(state, outcome);
+      DispatchReady(state, outcome);
     });
   } catch (const std::bad_alloc&) {
     // A frame that was taken is ours, and the host has to be told. What is ready goes to the worker
@@ -181,6 +203,9 @@ void NotifyService::Tick() {
 void NotifyService::Conclude(IntakeOutcome& outcome) {
   outcome.log.Write(host_);
   queue_.Enqueue(std::move(outcome.dispatched));
+  for (const WorkQueue::Item& item : outcome.ended) {
+    ReportStatus(item->profile->ID, ProfileStatus::Failed);
+  }
 }
 
 void NotifyService::ApplyUpdate(const char* text, std::size_t length) {
@@ -198,17 +223,25 @@ void NotifyService::ApplyUpdate(const char* text, std::size_t length) {
 }
 
 void NotifyService::ChangeNotification(const TiXmlElement& root) {
-  std::optional<std::vector<std::int32_t>> concerned;
-  {
+  bool isAccepted = false;
+  // Read and compared without the mutex, which frames wait for; anew when another change came first.
+  for (bool isTaken = false; !isTaken;) {
+    std::shared_ptr<const NotifyConfig> before;
+    {
+      MutexLock lock(intakeMutex_);
+      before = state_.config;
+    }
+    NotifyChange change = ReadNotifyChange(root, before);
+    isAccepted = change.isAccepted;
+    Changes changes;
+    if (isAccepted) changes.push_back(std::move(change.affected));
     MutexLock lock(intakeMutex_);
-    concerned = ApplyNotifyChange(root, state_);
+    isTaken = TakeNotifyChange(std::move(change), state_);
+    if (isTaken) unreported_.splice(unreported_.end(), changes);
   }
-  if (!concerned) return;
+  if (!isAccepted) return;
   HostLog(kModuleId, host_, LogLevel::Information, "Updated configuration successfully");
   SaveAndPublish();
-  if (concerned->empty()) return;
-  SendHostDocument(host_, HostCommand::StatusDocument,
-                   StatusDocument(*concerned, ProfileStatus::Changed, WallSeconds()));
 }
 
 void NotifyService::TakeSystemDocument(const TiXmlElement& root) {

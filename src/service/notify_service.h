@@ -11,7 +11,9 @@
 #pragma once
 
 #include <cstdint>
+#include <list>
 #include <memory>
+#include <vector>
 
 #include "base/mutex.h"
 #include "config/config_file.h"
@@ -62,15 +64,22 @@ class NotifyService : public IStatusReceiver {
  private:
   bool CurlSupportsSmtps();
   LoadOutcome LoadConfiguration(bool curlSupportsSmtps) EXCLUDES(intakeMutex_);
-  // Saves the newest configuration and publishes it to the host. While one thread is at it, another
-  // leaves it to that one, which then does it once more: no lock is held while the host is called,
-  // and what goes out last is the newest.
+  // A configuration to save and publish, and for each change since the one before the profiles
+  // that it affects.
+  using Changes = std::list<std::vector<std::int32_t>>;
+  struct Publication {
+    std::shared_ptr<const NotifyConfig> config;  // null: there is nothing to publish
+    Changes changes;
+  };
+  // Saves the newest configuration, publishes it to the host and reports its changes. If another
+  // thread is already at it, that one does it once more when done. No lock is held while the host
+  // is called, and the newest configuration goes out last.
   void SaveAndPublish() EXCLUDES(intakeMutex_);
-  void SaveAndPublish(const NotifyConfig& config) EXCLUDES(intakeMutex_);
-  std::shared_ptr<const NotifyConfig> NextToPublish() EXCLUDES(intakeMutex_);
+  void SaveAndPublish(Publication& publication) EXCLUDES(intakeMutex_);
+  Publication NextToPublish() EXCLUDES(intakeMutex_);
   void ChangeNotification(const TiXmlElement& root) EXCLUDES(intakeMutex_);
   void TakeSystemDocument(const TiXmlElement& root) EXCLUDES(intakeMutex_);
-  WorkerConfig TakeWorkerConfig() EXCLUDES(intakeMutex_);
+  WorkerConfig BeginWorkerTurn(const NotifyWorkItem* item) EXCLUDES(intakeMutex_);
   // Runs operation(state, outcome) under the intake mutex, and concludes its outcome without it.
   template <typename Operation>
   void UnderIntakeMutex(Operation operation) EXCLUDES(intakeMutex_);
@@ -88,6 +97,7 @@ class NotifyService : public IStatusReceiver {
   ServiceState state_ GUARDED_BY(intakeMutex_);
   bool publishing_ GUARDED_BY(intakeMutex_) = false;
   bool publishDue_ GUARDED_BY(intakeMutex_) = false;
+  Changes unreported_ GUARDED_BY(intakeMutex_);
   // Set when a rejected file could not be kept aside: it is not overwritten by the first save.
   bool spareFile_ GUARDED_BY(intakeMutex_) = false;
 };

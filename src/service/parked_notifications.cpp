@@ -1,41 +1,71 @@
 #include "service/parked_notifications.h"
 
-#include <algorithm>
-#include <iterator>
-#include <utility>
-
 namespace tvx {
 
+SNOTIFY_CALLBACK::SNOTIFY_CALLBACK(ParkedNotifications& parked,
+                                   std::shared_ptr<NotifyWorkItem> item, std::int64_t deadline)
+    : parked_(parked), item_(std::move(item)), deadline_(deadline) {}
+
+void SNOTIFY_CALLBACK::Ready() noexcept {
+  if (--openClips_ == 0) parked_.MoveToReady(*this);
+}
+
 void ParkedNotifications::AddWaiting(Callback callback) {
-  waiting_.push_back(std::move(callback));
+  SNOTIFY_CALLBACK& added = *callback;
+  Callbacks place;
+  place.push_back(std::move(callback));
+  bySource_.emplace(KeyOf(added, added_ + 1), &added);
+  added.number_ = ++added_;
+  added.place_ = place.begin();
+  waiting_.splice(waiting_.end(), place);
 }
 
-void ParkedNotifications::AddReady(Callback callback) {
-  ready_.push_back(std::move(callback));
+void ParkedNotifications::MoveToReady(SNOTIFY_CALLBACK& callback) noexcept {
+  if (callback.number_ == 0) return;
+  bySource_.erase(KeyOf(callback, callback.number_));
+  callback.number_ = 0;
+  ready_.splice(ready_.end(), waiting_, callback.place_);
 }
 
-void ParkedNotifications::MoveToReady(const SNOTIFY_CALLBACK& callback) {
-  const auto found = std::find_if(waiting_.begin(), waiting_.end(), [&](const Callback& candidate) {
-    return candidate.get() == &callback;
-  });
-  if (found == waiting_.end()) return;
-  ready_.push_back(*found);
-  waiting_.erase(found);
+void ParkedNotifications::ReleaseEarlier(SourceId source, bool isStart,
+                                         std::uint64_t youngest) noexcept {
+  for (;;) {
+    SNOTIFY_CALLBACK* const first = Oldest(source, event_edge::kBoth);
+    SNOTIFY_CALLBACK* const second =
+        Oldest(source, isStart ? event_edge::kEnd : event_edge::kStart);
+    const bool takesFirst =
+        second == nullptr || (first != nullptr && first->number_ < second->number_);
+    SNOTIFY_CALLBACK* const released = takesFirst ? first : second;
+    if (released == nullptr || released->number_ > youngest) return;
+    MoveToReady(*released);
+  }
 }
 
-void ParkedNotifications::ReleaseIf(
-    const std::function<bool(const SNOTIFY_CALLBACK&)>& isReleased) {
-  const auto released =
-      std::stable_partition(waiting_.begin(), waiting_.end(),
-                            [&](const Callback& callback) { return !isReleased(*callback); });
-  // Room first: an allocation failure must not lose what was already moved.
-  ready_.reserve(ready_.size() + static_cast<std::size_t>(waiting_.end() - released));
-  std::move(released, waiting_.end(), std::back_inserter(ready_));
-  waiting_.erase(released, waiting_.end());
+void ParkedNotifications::ReleaseDue(std::int64_t now) noexcept {
+  for (auto next = waiting_.begin(); next != waiting_.end();) {
+    SNOTIFY_CALLBACK& callback = **next++;
+    if (callback.Deadline() < now) MoveToReady(callback);
+  }
 }
 
-void ParkedNotifications::ReleaseDue(std::int64_t now) {
-  ReleaseIf([now](const SNOTIFY_CALLBACK& callback) { return callback.Deadline() < now; });
+void ParkedNotifications::TakeOldest(std::size_t count, WorkQueue::Items& to) {
+  for (; count > 0 && Size() > 0; --count) {
+    if (ready_.empty()) MoveToReady(*waiting_.front());
+    to.push_back(ready_.front()->Item());
+    ready_.pop_front();
+  }
+}
+
+ParkedNotifications::Key ParkedNotifications::KeyOf(const SNOTIFY_CALLBACK& callback,
+                                                    std::uint64_t number) {
+  return {callback.Item()->source.value, callback.Item()->profile->EventEdge, number};
+}
+
+SNOTIFY_CALLBACK* ParkedNotifications::Oldest(SourceId source, std::int32_t edge) const {
+  const auto found = bySource_.lower_bound({source.value, edge, 0});
+  if (found == bySource_.end()) return nullptr;
+  const auto& [foundSource, foundEdge, number] = found->first;
+  return foundSource == source.value && foundEdge == edge ? found->second : nullptr;
 }
 
 }  // namespace tvx

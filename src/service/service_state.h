@@ -4,7 +4,6 @@
 #pragma once
 
 #include <memory>
-#include <string>
 
 #include "config/event_action_table.h"
 #include "config/notify_config.h"
@@ -28,15 +27,16 @@ struct ServiceState {
   VideoBufferSet buffers;
 
   ParkedNotifications parked;
+  // The log has told of the outage in which waiting video, or waiting notifications, go.
+  bool toldOfVideo = false;
+  bool toldOfNotifications = false;
   Throttle throttle;
 
   // What the host's last full system document says of its devices.
   const SystemDirectory& Directory() const { return buffers.Directory(); }
 
-  // Of the host system, from event documents.
-  std::string serial;
-  std::string description;
-  std::string macAddress;
+  // Replaced when a document says something new, never changed itself: notifications share it.
+  std::shared_ptr<const SystemFacts> system = std::make_shared<const SystemFacts>();
 };
 
 }  // namespace tvx

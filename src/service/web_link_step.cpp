@@ -20,7 +20,7 @@ std::string WebLinkFor(const NotifyWorkItem& item, HostServiceEntry host, const 
   event.fromVideoSource = item.config->webAddress.empty() || MayHaveVideo(item);
   event.windowStart = item.facts.eventTime - item.preTriggerSeconds;
   event.windowEnd = item.facts.eventTime + item.profile->MaxVideoSeconds;
-  return BuildWebLink(event, item.config->webAddress, item.facts.serial, item.cameras,
+  return BuildWebLink(event, item.config->webAddress, item.system->serial, item.cameras,
                       {kModuleId, host}, fetch);
 }
 

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "config/event_reference.h"
@@ -15,6 +16,13 @@
 #include "video/attachment_source.h"
 
 namespace tvx {
+
+// What event documents say of the host system. May be long.
+struct SystemFacts {
+  std::string serial;
+  std::string description;
+  std::string macAddress;
+};
 
 struct NotifyWorkItem {
   enum class Kind : std::uint32_t { Stop = 0, Notification = 1 };
@@ -34,14 +42,12 @@ struct NotifyWorkItem {
   SourceId source;
   std::int32_t eventSeconds = 0;  // since 1970
   std::int32_t eventMilliseconds = 0;
-  TemplateFacts facts;
+  TemplateFacts facts;  // but for those of the system
+  std::shared_ptr<const SystemFacts> system;
   std::vector<SourceId> cameras;  // its video inputs, whether or not their video is attached
   std::vector<AttachmentSource> videos;
 
   static constexpr std::uint32_t kNoSource = 0xFFFFFFFF;  // source of a test message
 };
-
-// Whether any clip of the item still takes frames.
-bool HasOpenClip(const NotifyWorkItem& item);
 
 }  // namespace tvx

@@ -1,5 +1,8 @@
 #include "service/work_queue.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <iterator>
 #include <utility>
 
 namespace tvx {
@@ -25,6 +28,18 @@ void WorkQueue::EnqueueStop() noexcept {
     stopDue_ = true;
   }
   added_.NotifyOne();
+}
+
+void WorkQueue::TakeOldest(std::size_t count, Items& to) noexcept {
+  MutexLock lock(mutex_);
+  const auto end =
+      std::next(items_.begin(), static_cast<std::ptrdiff_t>(std::min(count, items_.size())));
+  to.splice(to.end(), items_, items_.begin(), end);
+}
+
+std::size_t WorkQueue::Size() {
+  MutexLock lock(mutex_);
+  return items_.size();
 }
 
 WorkQueue::Item WorkQueue::Take() {

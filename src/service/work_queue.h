@@ -28,6 +28,10 @@ class WorkQueue {
   // ended when there is no memory left.
   void EnqueueStop() noexcept EXCLUDES(mutex_);
 
+  // Moves the oldest items, at most so many, to the end of others. Not the stop item.
+  void TakeOldest(std::size_t count, Items& to) noexcept EXCLUDES(mutex_);
+  std::size_t Size() EXCLUDES(mutex_);
+
   // Waits for an item, however long that takes.
   Item Take() EXCLUDES(mutex_);
 

@@ -30,11 +30,12 @@ class Worker {
   void ClearRetries() { ClearRetryQueue(helper_, stream_); }
 
   void Process(NotifyWorkItem& item, const NotifyConfig& snapshot) {
-    const bool processed = Guarded(item.profile->description,
-                                   [&] { ProcessNotification(item, snapshot, helper_, stream_); });
-    if (processed) return;
-    Guarded(item.profile->description,
-            [&] { helper_.ReportStatus(item.profile->ID, ProfileStatus::Failed); });
+    const std::string& profile = item.profile->description;
+    ProfileStatus status = ProfileStatus::Failed;
+    Guarded(profile, [&] { status = ProcessNotification(item, snapshot, helper_, stream_); });
+    // A report that fails is tried once more, as what it tells of has happened.
+    const auto report = [&] { helper_.ReportStatus(item.profile->ID, status); };
+    if (!Guarded(profile, report)) Guarded(profile, report);
   }
 
   void Retry(const NotifyConfig& snapshot) {
@@ -68,12 +69,13 @@ class Worker {
 }  // namespace
 
 void RunWorkerLoop(WorkQueue& queue, IStatusReceiver& owner, ProcessChannel& channel,
-                   HostServiceEntry host, const std::function<WorkerConfig()>& takeConfig) {
+                   HostServiceEntry host,
+                   const std::function<WorkerConfig(const NotifyWorkItem*)>& beginTurn) {
   ClearSpool(host);
   Worker worker(owner, channel, host);
   for (;;) {
     const WorkQueue::Item item = worker.Next(queue);
-    const WorkerConfig config = takeConfig();
+    const WorkerConfig config = beginTurn(item.get());
     if (config.changed) worker.ClearRetries();
     if (item == nullptr) {
       worker.Retry(*config.snapshot);

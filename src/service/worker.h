@@ -23,8 +23,10 @@ struct WorkerConfig {
   bool changed = false;  // since it was last taken
 };
 
-// Runs until the stop item is taken. takeConfig is asked once a turn.
+// Runs until the stop item is taken. beginTurn is asked once a turn, with the item of the turn,
+// which may be null; from then on the item is the worker's alone.
 void RunWorkerLoop(WorkQueue& queue, IStatusReceiver& owner, ProcessChannel& channel,
-                   HostServiceEntry host, const std::function<WorkerConfig()>& takeConfig);
+                   HostServiceEntry host,
+                   const std::function<WorkerConfig(const NotifyWorkItem*)>& beginTurn);
 
 }  // namespace tvx

@@ -1,13 +1,17 @@
 #include "video/attachment_preparation.h"
 
+#include <limits.h>
+
 #include <algorithm>
 #include <boost/filesystem/path.hpp>
 #include <cstdio>
 #include <cstring>
+#include <locale>
 #include <sstream>
 #include <utility>
 
 #include "base/clock.h"
+#include "base/utf8.h"
 #include "log/host_log.h"
 #include "video/clip_file.h"
 
@@ -16,14 +20,16 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-// A display name as a file name that every receiving system can store.
+// A display name as a file name that every receiving system can store, and this one.
 std::string FileName(const std::string& displayName, const StreamFormat& format) {
+  const char* const extension = format.Standard != standard::kJpeg ? ".mov" : ".jpg";
   std::string name = displayName.empty() ? "default" : displayName;
+  name.resize(Utf8Prefix(name, NAME_MAX - std::strlen(extension)));
   for (char& c : name) {
     const bool isControl = static_cast<unsigned char>(c) < 0x20;
     if (isControl || std::strchr("/?<>\\:*|\"", c) != nullptr) c = '_';
   }
-  return name + (format.Standard != standard::kJpeg ? ".mov" : ".jpg");
+  return name + extension;
 }
 
 // The stem is written as the path library writes one, in quotes; with those around it the message
@@ -49,6 +55,7 @@ std::string AttachmentLine(const std::string& path, const CVideoEmailStream& cli
   // One is added to the frames: the last one is shown for a while, too.
   const std::uint32_t framesPerSecond = (contents.Frames() + 1) * 1000 / length;
   std::ostringstream line;
+  line.imbue(std::locale::classic());  // the host may have set one that parts thousands
   line << "Attachment " << path << ", preview "
        << Seconds(preview < 0 ? 0 : static_cast<std::uint32_t>(preview)) << ", length "
        << Seconds(length) << ", frames " << contents.Frames() << ", Gop size "

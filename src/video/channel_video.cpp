@@ -46,9 +46,10 @@ bool ChannelVideo::OfferToClips(const VideoFrame& frame, Clips& completed, Frame
 std::shared_ptr<CVideoEmailStream> ChannelVideo::TakeClip(std::uint32_t triggerTime,
                                                           std::int32_t preTriggerSeconds,
                                                           std::int32_t maxSeconds,
-                                                          std::weak_ptr<INotifyReady> ready) {
+                                                          std::weak_ptr<INotifyReady> ready,
+                                                          std::shared_ptr<ClipTally> tally) {
   auto clip = std::make_shared<CVideoEmailStream>(buffer_, triggerTime, preTriggerSeconds,
-                                                  maxSeconds, std::move(ready));
+                                                  maxSeconds, std::move(ready), std::move(tally));
   if (!clip->Complete()) clips_.push_back(clip);
   return clip;
 }

@@ -33,7 +33,8 @@ class ChannelVideo {
   std::shared_ptr<CVideoEmailStream> TakeClip(std::uint32_t triggerTime,
                                               std::int32_t preTriggerSeconds,
                                               std::int32_t maxSeconds,
-                                              std::weak_ptr<INotifyReady> ready);
+                                              std::weak_ptr<INotifyReady> ready,
+                                              std::shared_ptr<ClipTally> tally);
 
   // Lets go of clips that are complete.
   void DropCompleteClips(FrameBin& bin) noexcept;

@@ -1,12 +1,12 @@
 #include "video/clip_file.h"
 
-#include <cstdio>
 #include <exception>
 #include <optional>
+#include <system_error>
 
-#include "base/file.h"
 #include "log/host_log.h"
 #include "quicktime/movie_writer.h"
+#include "quicktime/output_file.h"
 
 namespace tvx {
 namespace {
@@ -67,20 +67,27 @@ bool WriteMovie(AttachmentFile& file, const VideoBuffer& contents, HostServiceEn
   }
 }
 
+// Beside, and then renamed: a picture that fails leaves an earlier one of the same name alone.
 bool WritePicture(const AttachmentFile& file, const VideoFrame& frame) {
-  File picture(std::fopen(file.path.c_str(), "w+b"));
-  if (!picture) return false;
-  const std::size_t written = std::fwrite(frame.Payload(), 1, frame.PayloadLength(), picture.get());
-  const bool closed = std::fclose(picture.release()) == 0;
-  if (written == frame.PayloadLength() && closed) return true;
-  std::remove(file.path.c_str());  // half a picture is none
-  return false;
+  quicktime::OutputFile picture;
+  if (picture.Open(file.path) != 0) return false;
+  try {
+    picture.Append({frame.Payload(), frame.PayloadLength()});
+    picture.Commit();
+    return true;
+  } catch (const std::system_error&) {
+    return false;
+  }
 }
 
 }  // namespace
 
 bool WriteClipFile(AttachmentFile& file, const CVideoEmailStream& clip, HostServiceEntry host) {
   const VideoBuffer& contents = clip.Contents();
+  if (clip.WasLetGo()) {
+    file.error = "too much video was waiting to be sent, and this was the oldest";
+    return false;
+  }
   if (contents.Empty() || contents.Groups().front().frames.empty() || file.path.empty()) {
     return false;
   }

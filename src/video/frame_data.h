@@ -8,6 +8,7 @@
 // Errors:  an exception out of the host's call ends the process.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "host/host_records.h"
@@ -27,6 +28,11 @@ class FrameData {
   // that the host will be told that its frame was taken, and before any other thread sees it.
   void TakeOver(HostServiceEntry host) { host_ = host; }
 
+  // For whoever counts what clips hold (clip_tally.h): true when this was the first clip to hold the
+  // frame, or the last one. Any thread.
+  bool HoldForClip() const { return clips_.fetch_add(1, std::memory_order_relaxed) == 0; }
+  bool DropFromClip() const { return clips_.fetch_sub(1, std::memory_order_relaxed) == 1; }
+
   const void* Handle() const { return handle_; }
   std::uint32_t Length() const { return length_; }  // bytes, the part before the payload included
 
@@ -34,6 +40,7 @@ class FrameData {
   const void* const handle_;
   const std::uint32_t length_;
   HostServiceEntry host_ = nullptr;
+  mutable std::atomic<std::uint32_t> clips_{0};
 };
 
 }  // namespace tvx

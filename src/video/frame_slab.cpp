@@ -6,9 +6,9 @@
 namespace tvx {
 namespace {
 
-// Room for a FrameData with its reference counts. The block as a whole fills a size class of the
-// 32-bit system allocator to the last byte.
-constexpr std::size_t kSlotSize = sizeof(void*) == 4 ? 28 : 48;
+// Room for a FrameData with its reference counts. The block as a whole nearly fills a size class of
+// the 32-bit system allocator.
+constexpr std::size_t kSlotSize = sizeof(void*) == 4 ? 32 : 56;
 constexpr std::uint32_t kSlots = 7;
 
 }  // namespace

@@ -50,14 +50,15 @@ StreamSelection::StreamSelection(const std::set<SourceId>& wanted,
     const VideoStream* chosen = FindSubstitute(stream->format, directory);
     if (chosen == nullptr) continue;
     substitute = *chosen;
-    substitutes_.insert(chosen->source.value);
+    substitutes_.insert(chosen->format.ID);
   }
 }
 
-bool StreamSelection::Takes(SourceId source) const {
-  const auto found = wanted_.find(source.value);
-  if (found != wanted_.end()) return !found->second.has_value();
-  return substitutes_.count(source.value) != 0;
+bool StreamSelection::Takes(const VideoStream& stream) const {
+  // A camera's pictures may come under the same source as its coded stream.
+  if (substitutes_.count(stream.format.ID) != 0) return true;
+  const auto found = wanted_.find(stream.source.value);
+  return found != wanted_.end() && !found->second.has_value();
 }
 
 const VideoStream* StreamSelection::SubstituteOf(SourceId source) const {

@@ -24,16 +24,17 @@ class StreamSelection {
 
   StreamSelection(const std::set<SourceId>& wanted, const SystemDirectory& directory);
 
-  // Whether frames of a source are kept: it is wanted and has no substitute, or it is one. Asked
-  // for every frame of the host, so it costs the same for one source and for ten thousand.
-  bool Takes(SourceId source) const;
+  // Whether frames of a stream are kept: its source is wanted and has no substitute, or the stream
+  // is one. Asked for every frame of the host, so it costs the same for one source and for ten
+  // thousand.
+  bool Takes(const VideoStream& stream) const;
 
   // The stream of still images that is kept instead of a source's own; null when there is none.
   const VideoStream* SubstituteOf(SourceId source) const;
 
  private:
   std::unordered_map<std::uint32_t, std::optional<VideoStream>> wanted_;
-  std::unordered_set<std::uint32_t> substitutes_;  // the sources that their frames come from
+  std::unordered_set<std::int32_t> substitutes_;  // the identifiers that their frames carry
 };
 
 }  // namespace tvx

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "base/input_limits.h"
+
 namespace tvx {
 namespace {
 
@@ -27,7 +29,7 @@ bool VideoBuffer::Add(const VideoFrame& frame, FrameBin& bin) {
   if (format_.Standard == standard::kJpeg) {
     while (groups_.size() > kPicturesBefore) DropOldest(bin);
   }
-  while (std::uint64_t{bytes_} + frame.data->Length() > byteLimit_) {
+  while (!HasRoomFor(frame.data->Length(), 1)) {
     if (groups_.empty()) return false;
     if (groups_.size() == 1 && !frame.IsKey()) {
       waitForKeyFrame_ = true;
@@ -51,6 +53,10 @@ bool VideoBuffer::Add(const VideoFrame& frame, FrameBin& bin) {
   }
   Append(newest, frame);
   return true;
+}
+
+bool VideoBuffer::HasRoomFor(std::uint32_t bytes, std::size_t frames) const {
+  return std::uint64_t{bytes_} + bytes <= byteLimit_ && frames_ + frames <= kMaxHistoryFrames;
 }
 
 void VideoBuffer::Append(FrameGroup& group, const VideoFrame& frame) {

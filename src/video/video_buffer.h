@@ -3,10 +3,10 @@
 // Owns:    one shared reference for each frame held. Bytes and frames are running totals.
 // Threads: no lock of its own. Changed under the service's intake mutex only; a buffer that no
 //          longer changes may be read from any thread.
-// Limits:  bytes, and 20 pictures for a stream of still images; the oldest whole group leaves
-// first. Errors:  a frame that does not fit is refused in silence. Only memory exhaustion throws,
-// and leaves
-//          totals and frames in agreement.
+// Limits:  bytes, kMaxHistoryFrames, and 20 pictures for a stream of still images; the oldest whole
+//          group is dropped first.
+// Errors:  a frame that does not fit is silently refused. Only std::bad_alloc is thrown, with totals
+//          intact.
 #pragma once
 
 #include <cstdint>
@@ -45,6 +45,9 @@ class VideoBuffer {
   // Appends a frame, dropping the oldest groups into the bin to make room for it. False when the
   // frame was refused: a dependent frame without its group, or a frame that does not fit.
   bool Add(const VideoFrame& frame, FrameBin& bin);
+
+  // Whether so many bytes and frames fit in without a group being dropped.
+  bool HasRoomFor(std::uint32_t bytes, std::size_t frames) const;
 
   // Takes the frame out again if it is the newest one held. The caller holds a reference too.
   void Forget(const FrameData& data) noexcept;

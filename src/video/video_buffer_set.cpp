@@ -7,11 +7,9 @@
 namespace tvx {
 namespace {
 
-// An empty buffer shows nothing; and since it would cost nothing against the byte limit, a stream
-// of them would fill the memory. An offset may point at the end: such a frame has no payload, but
-// its buffer counts.
+// An offset may point at the end: such a frame has no payload, but its buffer counts.
 bool IsUsable(const IncomingFrame& frame) {
-  return frame.handle != nullptr && frame.length != 0 && frame.payloadOffset <= frame.length;
+  return frame.handle != nullptr && frame.payloadOffset <= frame.length;
 }
 
 }  // namespace
@@ -43,7 +41,7 @@ VideoBufferSet::ChannelMap::iterator VideoBufferSet::DropChannel(ChannelMap::ite
 
 const VideoStream* VideoBufferSet::KeptStream(std::int32_t streamId) const {
   const VideoStream* stream = directory_->FindStream(streamId);
-  return stream != nullptr && selection_.Takes(stream->source) ? stream : nullptr;
+  return stream != nullptr && selection_.Takes(*stream) ? stream : nullptr;
 }
 
 VideoBufferSet::Channel* VideoBufferSet::ChannelForFrame(std::int32_t streamId) {
@@ -75,7 +73,17 @@ std::shared_ptr<CVideoEmailStream> VideoBufferSet::TakeClip(std::int32_t streamI
                                                             std::weak_ptr<INotifyReady> ready) {
   const auto found = channels_.find(streamId);
   if (found == channels_.end()) return nullptr;
-  return found->second.video.TakeClip(TickNow(), preTriggerSeconds, maxSeconds, std::move(ready));
+  auto clip = found->second.video.TakeClip(TickNow(), preTriggerSeconds, maxSeconds,
+                                           std::move(ready), waiting_.Tally());
+  waiting_.Add(clip);
+  return clip;
+}
+
+bool VideoBufferSet::KeepWaitingWithin(std::uint64_t limit, FrameBin& bin) {
+  bool any = false;
+  while (waiting_.Bytes() > limit && waiting_.LetGoOldest(bin)) any = true;
+  if (any) DropCompleteClips(bin);
+  return any;
 }
 
 void VideoBufferSet::DropCompleteClips(FrameBin& bin) noexcept {

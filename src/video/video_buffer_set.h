@@ -24,6 +24,7 @@
 #include "video/frame_bin.h"
 #include "video/frame_slab.h"
 #include "video/stream_selection.h"
+#include "video/waiting_clips.h"
 
 namespace tvx {
 
@@ -59,7 +60,7 @@ class VideoBufferSet {
   const StreamSelection& Selection() const { return selection_; }
 
   // True when a history or an open clip took the frame: its buffer is the plug-in's then, and goes
-  // back exactly once. False: it stays the host's. A frame without data, or whose payload would
+  // back exactly once. False: it stays the host's. A frame without a buffer, or whose payload would
   // begin beyond its end, is refused.
   bool TakeFrame(const IncomingFrame& incoming, FrameBin& bin);
 
@@ -73,6 +74,14 @@ class VideoBufferSet {
   // Lets go of clips that were finished from outside. A stream that falls silent would hold them,
   // and the host's frames, until its next frame.
   void DropCompleteClips(FrameBin& bin) noexcept;
+
+  // Lets the oldest waiting clips go as long as all of them hold more than the limit. True when any
+  // went. What Ready throws is passed on.
+  bool KeepWaitingWithin(std::uint64_t limit, FrameBin& bin);
+  std::uint64_t WaitingBytes() const { return waiting_.Bytes(); }
+
+  // The worker takes a clip over: it waits no longer, and is not let go.
+  void HandOver(const CVideoEmailStream& clip) noexcept { waiting_.Remove(clip); }
 
   // For each stream's history and, at 0, for refusing all frames. Open clips keep theirs, and
   // histories shrink with their next frame.
@@ -103,6 +112,7 @@ class VideoBufferSet {
   StreamSelection selection_;
   // Hashed, as every frame looks its channel up and nothing depends on an order of streams.
   ChannelMap channels_;
+  WaitingClips waiting_;
 };
 
 }  // namespace tvx

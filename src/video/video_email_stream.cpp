@@ -16,17 +16,43 @@ std::uint32_t DurationOf(std::int32_t seconds) {
       std::min<std::uint64_t>(milliseconds, std::numeric_limits<std::uint32_t>::max()));
 }
 
+void HoldAll(const VideoBuffer& frames, ClipTally& tally) {
+  for (const FrameGroup& group : frames.Groups()) {
+    for (const VideoFrame& frame : group.frames) tally.Hold(frame);
+  }
+}
+
+void DropAll(const VideoBuffer& frames, ClipTally& tally) {
+  for (const FrameGroup& group : frames.Groups()) {
+    for (const VideoFrame& frame : group.frames) tally.Drop(frame);
+  }
+}
+
 }  // namespace
 
 CVideoEmailStream::CVideoEmailStream(const VideoBuffer& history, std::uint32_t triggerTime,
                                      std::int32_t preTriggerSeconds, std::int32_t maxSeconds,
-                                     std::weak_ptr<INotifyReady> ready)
+                                     std::weak_ptr<INotifyReady> ready,
+                                     std::shared_ptr<ClipTally> tally)
     : heldBack_(history.Format(), history.ByteLimit()),
       clip_(history.Format(), history.ByteLimit()),
       triggerTime_(triggerTime),
       maxDuration_(DurationOf(maxSeconds)),
-      ready_(std::move(ready)) {
-  if (history.Empty()) return;
+      ready_(std::move(ready)),
+      tally_(std::move(tally)) {
+  if (!history.Empty()) Cut(history, preTriggerSeconds);
+  if (complete_) Signal();
+  // Last, as nobody would take back what was counted before a failure.
+  HoldAll(clip_, *tally_);
+  HoldAll(heldBack_, *tally_);
+}
+
+CVideoEmailStream::~CVideoEmailStream() {
+  DropAll(clip_, *tally_);
+  DropAll(heldBack_, *tally_);
+}
+
+void CVideoEmailStream::Cut(const VideoBuffer& history, std::int32_t preTriggerSeconds) {
   const std::list<FrameGroup>& groups = history.Groups();
   clip_.CopyToFront(groups.back());
   const bool isPicture = history.Format().Standard == standard::kJpeg;
@@ -34,10 +60,7 @@ CVideoEmailStream::CVideoEmailStream(const VideoBuffer& history, std::uint32_t t
     clip_.CopyToFront(*std::prev(groups.end(), 2));
   }
   complete_ = !GrowsWithTime() || clip_.Span() >= maxDuration_;
-  if (complete_) {
-    Signal();
-    return;
-  }
+  if (complete_) return;
   const std::int64_t preTrigger = std::int64_t{preTriggerSeconds} * 1000;
   for (auto group = std::next(groups.rbegin()); group != groups.rend(); ++group) {
     const std::uint32_t age = triggerTime_ - group->LastArrival();
@@ -51,19 +74,19 @@ bool CVideoEmailStream::Offer(const VideoFrame& frame, FrameBin& bin) {
   if (!GrowsWithTime()) {
     // Open only because the history was empty at the event: whatever comes first ends the wait, so
     // that such a clip never holds more than one picture.
-    const bool stored = clip_.Add(frame, bin);
+    const bool stored = Store(frame, bin);
     SetComplete(bin);
     return stored;
   }
-  if (!HasRoomFor(frame)) {
+  if (!MayGrowBy(frame)) {
     SetComplete(bin);
     return false;
   }
-  if (!clip_.Add(frame, bin)) return false;
+  if (!Store(frame, bin)) return false;
   if (!heldBack_.Empty() &&
       frame.arrivalTime - triggerTime_ >= triggerTime_ - heldBack_.NewestTime() &&
       !MoveOneGroup()) {
-    heldBack_.Clear(bin);
+    ClearHeldBack(bin);
   }
   if (clip_.Span() >= maxDuration_ || clip_.Bytes() >= clip_.ByteLimit()) SetComplete(bin);
   return true;
@@ -80,8 +103,15 @@ bool CVideoEmailStream::GrowsWithTime() const {
   return clip_.Format().Standard != standard::kJpeg && clip_.ByteLimit() != 0 && maxDuration_ != 0;
 }
 
-bool CVideoEmailStream::HasRoomFor(const VideoFrame& frame) const {
-  if (std::uint64_t{clip_.Bytes()} + frame.data->Length() > clip_.ByteLimit()) return false;
+bool CVideoEmailStream::Store(const VideoFrame& frame, FrameBin& bin) {
+  // Nothing of the clip is dropped for it: there is room, or the clip is empty.
+  if (!clip_.Add(frame, bin)) return false;
+  tally_->Hold(frame);
+  return true;
+}
+
+bool CVideoEmailStream::MayGrowBy(const VideoFrame& frame) const {
+  if (!clip_.HasRoomFor(frame.data->Length(), 1)) return false;
   return clip_.Empty() || frame.arrivalTime - clip_.OldestTime() <= maxDuration_;
 }
 
@@ -89,15 +119,35 @@ bool CVideoEmailStream::MoveOneGroup() noexcept {
   if (heldBack_.Empty()) return false;
   const FrameGroup& group = heldBack_.Groups().back();
   if (clip_.NewestTime() - group.FirstArrival() > maxDuration_) return false;
-  if (std::uint64_t{clip_.Bytes()} + group.bytes > clip_.ByteLimit()) return false;
+  if (!clip_.HasRoomFor(group.bytes, group.frames.size())) return false;
   heldBack_.MoveNewestToFrontOf(clip_);
   return true;
 }
 
 void CVideoEmailStream::SetComplete(FrameBin& bin) {
   complete_ = true;
-  heldBack_.Clear(bin);  // of no more use, and the host is short of buffers
+  ClearHeldBack(bin);  // of no more use, and the host is short of buffers
   Signal();
+}
+
+void CVideoEmailStream::ClearHeldBack(FrameBin& bin) noexcept {
+  DropAll(heldBack_, *tally_);
+  heldBack_.Clear(bin);
+}
+
+void CVideoEmailStream::LetGo(FrameBin& bin) {
+  DropAll(clip_, *tally_);
+  clip_.Clear(bin);
+  wasLetGo_ = true;
+  SetComplete(bin);
+}
+
+void CVideoEmailStream::Forget(const FrameData& data) noexcept {
+  if (clip_.Empty()) return;
+  const VideoFrame newest = clip_.Groups().back().frames.back();
+  if (newest.data.get() != &data) return;
+  clip_.Forget(data);
+  tally_->Drop(newest);
 }
 
 void CVideoEmailStream::Signal() {

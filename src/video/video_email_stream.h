@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "video/clip_tally.h"
 #include "video/frame_bin.h"
 #include "video/notify_ready.h"
 #include "video/video_buffer.h"
@@ -31,9 +32,12 @@ class CVideoEmailStream {
   // The callback is held weakly: its notification owns the clip, so a strong reference would be a
   // cycle that keeps both, and the host's frames, alive after an unload. Whoever waits for the
   // callback has it on a list of its own.
+  //
+  // The tally counts what the clip holds, as long as it does.
   CVideoEmailStream(const VideoBuffer& history, std::uint32_t triggerTime,
                     std::int32_t preTriggerSeconds, std::int32_t maxSeconds,
-                    std::weak_ptr<INotifyReady> ready);
+                    std::weak_ptr<INotifyReady> ready, std::shared_ptr<ClipTally> tally);
+  ~CVideoEmailStream();
   CVideoEmailStream(const CVideoEmailStream&) = delete;
   CVideoEmailStream& operator=(const CVideoEmailStream&) = delete;
 
@@ -46,7 +50,15 @@ class CVideoEmailStream {
   void Finish(FrameBin& bin);
 
   // Takes back the frame that was offered last; see VideoBuffer::Forget.
-  void Forget(const FrameData& data) noexcept { clip_.Forget(data); }
+  void Forget(const FrameData& data) noexcept;
+
+  // Completes the clip without any frames, as too much video waits. REQUIRES: nobody reads it yet.
+  void LetGo(FrameBin& bin);
+  bool WasLetGo() const { return wasLetGo_; }
+
+  // Its place among the clips that wait (waiting_clips.h).
+  void SetAge(std::uint64_t age) { age_ = age; }
+  std::uint64_t Age() const { return age_; }
 
   bool Complete() const { return complete_; }
   std::uint32_t TriggerTime() const { return triggerTime_; }
@@ -55,10 +67,13 @@ class CVideoEmailStream {
   const VideoBuffer& Contents() const { return clip_; }
 
  private:
+  void Cut(const VideoBuffer& history, std::int32_t preTriggerSeconds);
   bool GrowsWithTime() const;
-  bool HasRoomFor(const VideoFrame& frame) const;
+  bool Store(const VideoFrame& frame, FrameBin& bin);
+  bool MayGrowBy(const VideoFrame& frame) const;
   bool MoveOneGroup() noexcept;
   void SetComplete(FrameBin& bin);
+  void ClearHeldBack(FrameBin& bin) noexcept;
   void Signal();
 
   VideoBuffer heldBack_;  // recorded before the event and not moved into the clip yet
@@ -66,7 +81,10 @@ class CVideoEmailStream {
   const std::uint32_t triggerTime_;
   const std::uint32_t maxDuration_;  // ms
   bool complete_ = false;
+  bool wasLetGo_ = false;
+  std::uint64_t age_ = 0;
   std::weak_ptr<INotifyReady> ready_;  // empty once called
+  const std::shared_ptr<ClipTally> tally_;
 };
 
 }  // namespace tvx

@@ -99,7 +99,7 @@ TEST_F(EventIntakeTest, DispatchesParksAndReleases) {
       {"when the last clip is complete", "1+g m30000 fg fy fy", "- - - 1 -"},
       {"at once without video", "1+n 1+i 2-i", "1 1 2"},
       {"at once when nothing is to be recorded", "5+ 5-y", "5 5"},
-      {"at once what has no video, then what is ready, in order", "3+ 5+',6+'", "- 635"},
+      {"at once what has no video, then what is ready, in order", "3+,2- 5+',6+'", "- 6325"},
       {"in the order of the events", "3+,1+y s99", "- 31"},
       {"the end releases a start", "1+ 9-'", "- 1"},
       {"another start does not", "1+ 9+' s99", "- - 1"},
@@ -109,9 +109,10 @@ TEST_F(EventIntakeTest, DispatchesParksAndReleases) {
       {"as does the end", "3+ 9-'", "- 3"},
       {"only of the same source", "3+ 9-y' 9-n' 9-g' s99", "- - - - 3"},
       {"a group is a source", "3+g 9-' 9-g'", "- - 3"},
-      {"one of several", "3+ 3+y' 1+y' 9-y'", "- - - 31"},
-      {"several in their order", "3+ 1+ 3+y' 9-' s99", "- - - 31 3"},
-      {"not the other profiles of the event", "3+,3+ s99", "- 33"},
+      {"one of several", "3+ 3+y' 1+y' 9-y'", "- - 3 1"},
+      {"several in their order", "3+,1+ 3+y 9-' s99", "- - 31 3"},
+      {"not what the document itself parked", "3+,2-,9+,9- s99", "- 32"},
+      {"but another document of the same time", "3+,2- 9+", "- 32"},
   };
   tick_ = 0xFFFFFFFF - 5000;  // the clock wraps meanwhile
   for (const auto& row : rows) {
@@ -169,8 +170,9 @@ TEST_F(EventIntakeTest, FillsTheItemFromProfileConfigurationAndDocument) {
   EXPECT_EQ(item->cameras, (std::vector<SourceId>{item->source})) << "also without attachments";
   const auto facts = [&] {
     const TemplateFacts& f = last_->facts;
-    return f.sourceName + "," + f.eventState + "," + f.systemName + "," + f.serial + "," +
-           f.macAddress;
+    const SystemFacts& s = *last_->system;
+    return f.sourceName + "," + f.eventState + "," + s.description + "," + s.serial + "," +
+           s.macAddress;
   };
   EXPECT_EQ(facts(), "Yard,Start,D,S,M");
   // What a later document does not say stays; what a later configuration says does not reach back.
@@ -181,9 +183,9 @@ TEST_F(EventIntakeTest, FillsTheItemFromProfileConfigurationAndDocument) {
   Send(EventEntry(11, false), "<Servers><Server Serial=''/></Servers>");
   EXPECT_EQ(facts(), "Gate,End,E,,M");
   Send(EventEntry(12), "<Servers><Server Serial='T'/></Servers>");
-  EXPECT_EQ(facts(), "Gate,,,T,") << "no placeholder needs them";
+  EXPECT_EQ(facts(), "Gate,Start,E,T,M");
   Send(EventEntry(12, true, "Message='Testing Profile'", kGroup));
-  EXPECT_EQ(facts(), "[Test Event Source],,,T,");
+  EXPECT_EQ(facts(), "[Test Event Source],Start,E,T,M");
   EXPECT_TRUE(last_->isTest);
   EXPECT_EQ(last_->facts.eventType, -1);
   EXPECT_EQ(last_->source.value, 0xFFFFFFFFu);
@@ -255,6 +257,71 @@ TEST_F(EventIntakeTest, SecondReviewerModeOmitsAttachments) {
 TEST_F(EventIntakeTest, EveryFrameComesBackWhateverIsParkedAtTheEnd) {
   EXPECT_EQ(Play("1+,3+g m1000 fg fy fg fy"), "- - - - - -");
   EXPECT_GT(host_.FramesOut(), 4u);
+}
+
+TEST_F(EventIntakeTest, TheOldestVideoIsLetGoWhenTooMuchWaits) {
+  const LogLine line{50,
+                     "More than 256 MB of video wait to be sent. The oldest clips are given up; "
+                     "their notifications will be sent without them"};
+  const std::uint32_t half = 128u << 20;
+  Configure(Video(1, 0) + Video(3, 2), "EmailSizeLimitMB='1000'");
+  for (int outage = 1; outage <= 2; ++outage) {
+    tick_ += 10'000;  // longer than the time before the event
+    Frame(Source(2), true, half - 100);
+    Frame(Source(3), true, half - 100);
+    EXPECT_EQ(Play("1+ 3+y"), "- -");
+    EXPECT_EQ(host_.Logged(line.text), outage - 1);
+    Frame(Source(2), false, 1000);
+    EXPECT_EQ(Dispatched(), (Ids{1})) << "there is nothing more to wait for";
+    EXPECT_TRUE(last_->videos.at(0).clip->WasLetGo());
+    EXPECT_EQ(host_.Log().back(), line);
+    EXPECT_EQ(Play("1+"), "3") << "the next oldest, for the same frames again";
+    EXPECT_TRUE(last_->videos.at(0).clip->WasLetGo());
+    EXPECT_EQ(Play("s99"), "1");
+    EXPECT_FALSE(last_->videos.at(0).clip->WasLetGo());
+    last_.reset();
+    Frame(Source(2));
+    Frame(Source(2));
+  }
+  EXPECT_EQ(host_.Logged(line.text), 2) << "once each";
+}
+
+TEST_F(EventIntakeTest, TheOldestNotificationsEndWhenTooManyWait) {
+  EXPECT_EQ(Play("3+ 6+n"), "- 6");  // one is parked
+  const WorkQueue::Item parked = state_->parked.Waiting().front()->Item();
+  WorkQueue queue;
+  queue.Enqueue(WorkQueue::Items(19'998, last_));
+  const auto ended = [&](WorkQueue::Items dispatched) {
+    WorkQueue::Items items;
+    Run([&](ServiceState& state, IntakeOutcome& outcome) {
+      outcome.dispatched = std::move(dispatched);
+      LimitWaitingNotifications(queue, state, outcome);
+      items.swap(outcome.ended);
+      outcome.dispatched.clear();
+      return 0;
+    });
+    return items;
+  };
+  const auto first = std::make_shared<NotifyWorkItem>(*last_);
+  EXPECT_EQ(ended({first}).size(), 0u) << "as many as may";
+  EXPECT_EQ(ended({first, last_}), (WorkQueue::Items{last_})) << "of the queue";
+  EXPECT_EQ(queue.Size(), 19'997u);
+  WorkQueue::Items taken;
+  queue.TakeOldest(20'000, taken);
+  EXPECT_EQ(ended(WorkQueue::Items(20'000, first)), (WorkQueue::Items{first}))
+      << "of those that go to the queue now";
+  EXPECT_EQ(ended(WorkQueue::Items(20'002, first)).size(), 3u);
+  queue.Enqueue(WorkQueue::Items(20'000, last_));
+  EXPECT_EQ(state_->parked.Size(), 1u);
+  EXPECT_EQ(
+      host_.Log().back(),
+      (LogLine{75,
+               "More than 20000 notifications wait to be sent. The oldest ones will not be sent"}));
+  EXPECT_EQ(host_.Logged(host_.Log().back().text), 1);
+  WorkQueue::Items oldest;
+  state_->parked.TakeOldest(9, oldest);
+  EXPECT_EQ(oldest, (WorkQueue::Items{parked})) << "what is parked would be last";
+  EXPECT_EQ(state_->parked.Size(), 0u);
 }
 
 TEST(Throttle, AdmitsEachProfileOnceAnInterval) {

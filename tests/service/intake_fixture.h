@@ -19,6 +19,7 @@
 #include "service/config_change.h"
 #include "service/event_intake.h"
 #include "service/service_state.h"
+#include "service/waiting_limits.h"
 #include "support/documents.h"
 #include "support/fake_host.h"
 
@@ -60,7 +61,11 @@ class IntakeFixture : public testing::Test {
 
   // A change of the configuration; gives the profiles that it concerns.
   std::optional<std::vector<std::int32_t>> Update(const std::string& notify) {
-    return ApplyNotifyChange(*Parse(Change(notify)).Root(), *state_);
+    NotifyChange change = ReadNotifyChange(*Parse(Change(notify)).Root(), state_->config);
+    const auto affected = change.affected;
+    const bool isAccepted = change.isAccepted;
+    EXPECT_TRUE(TakeNotifyChange(std::move(change), *state_));
+    return isAccepted ? std::optional(affected) : std::nullopt;
   }
 
   // Replaces the profiles.
@@ -99,11 +104,12 @@ class IntakeFixture : public testing::Test {
   }
 
   // True when the frame was taken.
-  bool Frame(std::int32_t streamId, bool isKey = true) {
+  bool Frame(std::int32_t streamId, bool isKey = true, std::uint32_t length = 1) {
     const void* const handle = host_.Lend("x");
     const bool taken = Run([&](ServiceState& state, IntakeOutcome& outcome) {
-      const bool isTaken = state.buffers.TakeFrame({streamId, isKey ? kKeyFrame : 0u, 0, handle, 1},
-                                                   outcome.dropped);
+      const bool isTaken = state.buffers.TakeFrame(
+          {streamId, isKey ? kKeyFrame : 0u, 0, handle, length}, outcome.dropped);
+      LimitWaitingVideo(state, outcome);
       if (isTaken) DispatchReady(state, outcome);
       return isTaken;
     });

@@ -19,15 +19,12 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-// Takes reports, and answers transfers with a script.
+// Answers transfers with a script.
 class ScriptedHelper : public NotifyHelper {
  public:
   explicit ScriptedHelper(test::FakeHost& host)
       : NotifyHelper(owner_, channel_, &test::FakeHost::Entry), host_(host) {}
 
-  void ReportStatus(std::int32_t profileId, ProfileStatus status) override {
-    reports += std::to_string(profileId) + ":" + std::to_string(static_cast<int>(status)) + " ";
-  }
   bool RunTransfer(const Texts& arguments, const std::string&, std::int32_t& exitValue,
                    Texts&) override {
     EXPECT_EQ(host_.FramesOut(), 0u) << "frames are held while the mail is on its way";
@@ -38,7 +35,6 @@ class ScriptedHelper : public NotifyHelper {
   }
 
   std::vector<std::int32_t> exits;
-  std::string reports;
   Texts paths, messages;
 
  private:
@@ -83,7 +79,7 @@ class NotificationProcessing : public testing::Test {
     item_.eventMilliseconds = 250;
     item_.facts.eventTime = 1500000000;
     item_.facts.sourceName = "Door";
-    item_.facts.serial = "A1";
+    item_.system = system_;
     // Pictures of 400 KB, so two to a message.
     const std::string payload(400 << 10, 'p');
     for (int i = 0; i < pictures; ++i) {
@@ -94,19 +90,18 @@ class NotificationProcessing : public testing::Test {
       history.Add({0, kKeyFrame, 0, data}, bin);
       item_.videos.push_back(
           {std::to_string(i),
-           std::make_shared<CVideoEmailStream>(history, 0, 0, 0, std::weak_ptr<INotifyReady>())});
+           std::make_shared<CVideoEmailStream>(history, 0, 0, 0, std::weak_ptr<INotifyReady>(),
+                                               std::make_shared<ClipTally>())});
     }
     return item_;
   }
 
-  // The reports of processing it.
-  std::string Process(NotifyWorkItem& item) {
-    helper_.reports.clear();
+  // True when it was delivered.
+  bool Process(NotifyWorkItem& item) {
     helper_.paths.clear();
     helper_.messages.clear();
     host_.ClearLog();
-    ProcessNotification(item, snapshot_, helper_, *stream_);
-    return helper_.reports;
+    return ProcessNotification(item, snapshot_, helper_, *stream_) == ProfileStatus::Delivered;
   }
 
   static Texts FilesLeft() {
@@ -125,6 +120,7 @@ class NotificationProcessing : public testing::Test {
       std::make_unique<NotifyFileStreamImpl>(&test::FakeHost::Entry);
   ScriptedHelper helper_{host_};
   NotifyWorkItem item_;
+  std::shared_ptr<SystemFacts> system_ = std::make_shared<SystemFacts>(SystemFacts{"A1", "D", "M"});
 };
 
 TEST_F(NotificationProcessing, SendsOneMessageForEachGroup) {
@@ -132,17 +128,17 @@ TEST_F(NotificationProcessing, SendsOneMessageForEachGroup) {
   const struct {
     int pictures;
     std::vector<std::int32_t> exits;
-    const char* reports;
+    bool isDelivered;
     std::size_t transfers, queued;
   } rows[] = {
-      {0, {0}, "4:0 ", 1, 0},        {0, {67}, "4:1 ", 1, 0},      {0, {7}, "4:1 ", 1, 1},
-      {2, {0}, "4:0 ", 1, 0},        {3, {0, 0}, "4:0 ", 2, 0},    {5, {67, 0, 0}, "4:1 ", 3, 0},
-      {5, {0, 0, 67}, "4:1 ", 3, 0}, {5, {0, 7, 0}, "4:1 ", 3, 1},
+      {0, {0}, true, 1, 0},         {0, {67}, false, 1, 0},      {0, {7}, false, 1, 1},
+      {2, {0}, true, 1, 0},         {3, {0, 0}, true, 2, 0},     {5, {67, 0, 0}, false, 3, 0},
+      {5, {0, 0, 67}, false, 3, 0}, {5, {0, 7, 0}, false, 3, 1},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::PrintToString(row.exits));
     helper_.exits = row.exits;
-    EXPECT_EQ(Process(Item(row.pictures)), row.reports);
+    EXPECT_EQ(Process(Item(row.pictures)), row.isDelivered);
     Texts expected;
     int sequence = 0;  // of what is queued
     for (std::size_t part = 1; part <= row.transfers; ++part) {
@@ -172,7 +168,16 @@ TEST_F(NotificationProcessing, SaysWhatProfileAndEventSay) {
   Process(Item());
   EXPECT_EQ(helper_.messages,
             Texts{"From: f@x\r\nTo: t@x\r\nCc: c@x\r\nSubject: sDoor\r\n\r\nAt Door"});
+  // Names are one line each, and no longer than need be.
+  config_.profiles.at(4).body = "{system name}|{serial}|{licensed mac}|{source}\n";
+  *system_ = {"A\r\n.\r\nB", "\n.\n\x1b\x7f", std::string(5000, 'm')};
+  NotifyWorkItem& hostile = Item();
+  hostile.facts.sourceName = std::string(4095, 's') + "\xC3\xBC";
   config_.profiles.at(4).usesPlaceholders = false;
+  Process(hostile);
+  EXPECT_EQ(helper_.messages.at(0).substr(helper_.messages.at(0).find("\r\n\r\n") + 4),
+            " .   |A  .  B|" + std::string(4096, 'm') + "|" + std::string(4095, 's') + "\n");
+  config_.profiles.at(4).body = "At {source}";
   NotifyWorkItem& test = Item();
   test.isTest = true;
   Process(test);
@@ -182,7 +187,7 @@ TEST_F(NotificationProcessing, SaysWhatProfileAndEventSay) {
 
 TEST_F(NotificationProcessing, OmitsAttachmentsInSecondReviewerMode) {
   snapshot_.secondReviewerMode = true;  // though it was not on when the event came
-  EXPECT_EQ(Process(Item(3)), "4:0 ");
+  EXPECT_TRUE(Process(Item(3)));
   EXPECT_EQ(helper_.paths.size(), 1u);
   EXPECT_EQ(host_.Log().at(0), (test::LogLine{50, "Attachments will be omitted for \"Gate\""}));
   config_.profiles.at(4).attach = false;
@@ -202,7 +207,7 @@ TEST_F(NotificationProcessing, WhatCannotBePreparedHasFailed) {
   const test::LogLine line{
       75, "Failed to prepare email notification file. (Profile Description: Gate)"};
   config_.profiles.at(4).from = "nobody";
-  EXPECT_EQ(Process(Item(3)), "4:1 ");
+  EXPECT_FALSE(Process(Item(3)));
   EXPECT_EQ(host_.Log().back(), line);
   EXPECT_EQ(FilesLeft(), Texts{});
 
@@ -217,13 +222,13 @@ TEST_F(NotificationProcessing, WhatCannotBePreparedHasFailed) {
   };
   stream_ = std::make_unique<FullDisk>(&test::FakeHost::Entry);
   config_.profiles.at(4).from = "f@x";
-  EXPECT_EQ(Process(Item()), "4:1 ");
+  EXPECT_FALSE(Process(Item()));
   EXPECT_EQ(host_.Log(), std::vector<test::LogLine>{line}) << "a disk may be full only at the end";
   EXPECT_EQ(FilesLeft(), Texts{});
 
   boost::filesystem::remove("data");
   test::WriteFile("data", "no folder");
-  EXPECT_EQ(Process(Item(1)), "4:1 ");
+  EXPECT_FALSE(Process(Item(1)));
   EXPECT_EQ(host_.Log(), (std::vector<test::LogLine>{{75, "Unable to create data directory: \"" +
                                                               folder_.Path() + "/data\""}}));
   EXPECT_EQ(helper_.paths, Texts{});

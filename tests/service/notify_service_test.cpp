@@ -229,16 +229,16 @@ TEST_F(NotifyServiceTest, TheNewestConfigurationIsPublishedLast) {
   std::string published;
   host_.OnDocument([&](const test::SentDocument& document) {
     const std::size_t at = document.text.find("<body>");
-    if (at == std::string::npos) return;
-    published += document.text.substr(at + 6, 1);
+    published += at == std::string::npos ? "s" : document.text.substr(at + 6, 1);
     if (published == "1") change("2");
-    if (published == "12") std::thread([&] { change("3"), change("4"); }).join();
+    if (published == "1s2") std::thread([&] { change("3"), change("4"); }).join();
   });
   change("1");
-  EXPECT_EQ(published, "124") << "one at a time, each newer";
+  EXPECT_EQ(published, "1s2s4ss") << "one at a time, each newer, with a status for each behind it";
   EXPECT_TRUE(Saved("<body>4</body>"));
-  change("5");
-  EXPECT_TRUE(Saved("<body>5</body>"));
+  change("4");
+  EXPECT_EQ(published, "1s2s4ss4s") << "though it affects no profile";
+  EXPECT_EQ(host_.Documents().back().text.find("<Profile "), std::string::npos);
 }
 
 TEST_F(NotifyServiceTest, TheHostIsNeverCalledUnderTheIntakeMutex) {
@@ -348,6 +348,39 @@ TEST_F(NotifyServiceTest, WhatWasAcceptedIsNotLostWithWhatFailed) {
   host_.OnDocument(nullptr);
   Update(Change(Notify(Gate("kept"))));
   EXPECT_TRUE(Saved("kept"));
+  const auto documents = host_.Documents();
+  EXPECT_EQ(std::count_if(documents.begin(), documents.end(),
+                          [](const test::SentDocument& document) {
+                            return document.text.find("Status=\"-1\"") != std::string::npos;
+                          }),
+            2)
+      << "of both changes";
+}
+
+TEST_F(NotifyServiceTest, AReportThatFailsDoesNotUndoADelivery) {
+  Open();
+  StartWorker();
+  std::atomic<bool> fails{true};
+  host_.OnDocument([&](const test::SentDocument&) {
+    if (fails.exchange(false)) throw std::bad_alloc();
+  });
+  Send(Event());
+  EXPECT_TRUE(WaitForStatuses(2));
+  EXPECT_EQ(host_.Statuses(), (Texts{"1:0", "1:0"}));
+  StopWorker();
+}
+
+TEST_F(NotifyServiceTest, TooManyNotificationsEndUnsent) {
+  Open();
+  std::string entries;
+  for (int i = 0; i < 20'002; ++i) entries += "<e ID='1' Alarm='1' Action='7'/>";
+  Send(EventDocument(entries));
+  EXPECT_EQ(host_.Statuses(), (Texts{"1:1", "1:1"}));
+  Send(Event());
+  EXPECT_EQ(host_.Statuses().size(), 3u);
+  EXPECT_EQ(host_.Logged("More than 20000 notifications wait to be sent. The oldest ones will not "
+                         "be sent"),
+            1);
 }
 
 TEST_F(NotifyServiceTest, HostileDocumentsAreToldOfAndChangeNothing) {

@@ -99,7 +99,7 @@ class WorkerTest : public testing::Test {
   void Run() {
     WorkQueue queue;
     queue.Enqueue(items_);
-    RunWorkerLoop(queue, owner_, channel_, &test::FakeHost::Entry, [&] {
+    RunWorkerLoop(queue, owner_, channel_, &test::FakeHost::Entry, [&](const NotifyWorkItem*) {
       return WorkerConfig{config_, false};
     });
   }
@@ -117,7 +117,7 @@ TEST_F(WorkerTest, OneBadNotificationIsLoggedAndReportedAndTheNextOneWorks) {
   const std::pair<std::int32_t, ProfileStatus> gate{1, ProfileStatus::Failed};
   const std::pair<std::int32_t, ProfileStatus> yard{2, ProfileStatus::Failed};
   const test::LogLine line{75, "Failed to process notification of profile Gate: std::bad_alloc"};
-  // The last one fails in the report of the failure, too.
+  // A report that fails is tried once more.
   const std::pair<int, Reports> rows[] = {{0, {gate, yard}}, {1, {gate, yard}}, {2, {yard}}};
   for (const auto& [failures, reported] : rows) {
     owner_.failures = failures;
@@ -148,7 +148,7 @@ TEST_F(WorkerTest, UsesTheConfigurationOfTheMomentItIsWoken) {
   WorkQueue queue;
   std::atomic<int> asked{0};
   std::thread worker([&] {
-    RunWorkerLoop(queue, owner_, channel_, &test::FakeHost::Entry, [&] {
+    RunWorkerLoop(queue, owner_, channel_, &test::FakeHost::Entry, [&](const NotifyWorkItem*) {
       ++asked;
       return WorkerConfig{config_, false};
     });

@@ -4,6 +4,7 @@
 
 #include <boost/filesystem/operations.hpp>
 #include <csignal>
+#include <locale>
 #include <stdexcept>
 
 #include "support/temporary_folder.h"
@@ -35,7 +36,8 @@ class AttachmentPreparation : public VideoTest {
       std::string payload = "..picture" + std::to_string(tick % 10);
       payload.resize(bytes);
       const bool isKey = standard == standard::kJpeg || tick == ticks.front() || tick % 1000 == 0;
-      EXPECT_TRUE(Deliver({kH264Stream, isKey ? kKeyFrame : kDependent, 2, host.Lend(payload),
+      const std::uint32_t offset = bytes == 0 ? 0 : 2;
+      EXPECT_TRUE(Deliver({kH264Stream, isKey ? kKeyFrame : kDependent, offset, host.Lend(payload),
                            static_cast<std::uint32_t>(bytes)}));
     }
     if (clip == nullptr) cut();
@@ -80,6 +82,11 @@ TEST_F(AttachmentPreparation, WritesFilesAndTellsAboutThem) {
       {"", Clip(standard::kJpeg, {1001, 1002, 1003}, 1063),
        "default.jpg, preview 0.060, length 0.001, frames 1, Gop size 1, fps 2000, sizeKB 0"},
   };
+  // The host's locale may part thousands; what is logged does not.
+  struct Parting : std::numpunct<char> {
+    std::string do_grouping() const override { return "\1"; }
+  };
+  const std::locale before = std::locale::global(std::locale(std::locale(), new Parting));
   for (const Row& row : rows) {
     const AttachmentGroups groups = Prepare({{"Nothing", nullptr}, {row.name, row.clip}});
     EXPECT_EQ(host.Log(), (Lines{{25, std::string("Attachment data/") + row.line}}));
@@ -90,6 +97,7 @@ TEST_F(AttachmentPreparation, WritesFilesAndTellsAboutThem) {
     EXPECT_EQ(groups[0][0].note, "");
     EXPECT_EQ(files_, Texts{groups[0][0].path});
   }
+  std::locale::global(before);
   EXPECT_EQ(ReadFile("data/default.jpg"), "picture3");
   EXPECT_NE(ReadFile("data/Late.mov").find("DIVX"), std::string::npos);
   const std::string movie = ReadFile("data/Gate.mov");
@@ -105,10 +113,12 @@ TEST_F(AttachmentPreparation, WritesFilesAndTellsAboutThem) {
 
 TEST_F(AttachmentPreparation, NamesFilesSoThatEverySystemCanStoreThem) {
   const auto clip = Clip(standard::kJpeg, {1000}, 1000);
-  const std::pair<const char*, const char*> rows[] = {
+  const std::pair<std::string, std::string> rows[] = {
       {"a/b?c<d>e\\f:g*h|i\"j\x01k\x1Fl m", "a_b_c_d_e_f_g_h_i_j_k_l m.jpg"},
       {"Tor gr\xC3\xBCn", "Tor gr\xC3\xBCn.jpg"},
       {"..", "...jpg"},
+      {std::string(300, 'x'), std::string(251, 'x') + ".jpg"},
+      {std::string(250, 'x') + "\xC3\xBC", std::string(250, 'x') + ".jpg"},
   };
   for (const auto& [name, file] : rows) {
     EXPECT_EQ(Prepare({{name, clip}})[0][0].path, std::string("data/") + file);
@@ -140,6 +150,13 @@ TEST_F(AttachmentPreparation, WhatCannotBeWrittenBecomesANoteAndNoFile) {
                    failed + "D\"\", "}));
   EXPECT_EQ(host.Log(), Lines{});
 
+  const auto letGo = Clip(standard::kH264, {1000}, 1000);
+  letGo->LetGo(bin);
+  EXPECT_EQ(notes({{"E", letGo}, {"F", Clip(standard::kH264, {1000}, 1000, 0)}}),
+            (Texts{failed + "E\"\", too much video was waiting to be sent, and this was the oldest",
+                   failed + "F\"\", "}));
+
+  Prepare({{"Full", picture}});
   std::signal(SIGXFSZ, SIG_IGN);
   rlimit usual{};
   ::getrlimit(RLIMIT_FSIZE, &usual);
@@ -150,6 +167,8 @@ TEST_F(AttachmentPreparation, WhatCannotBeWrittenBecomesANoteAndNoFile) {
   ::setrlimit(RLIMIT_FSIZE, &usual);
   EXPECT_EQ(host.Log(),
             (Lines{{50, "Failed to write video frames to QuickTime format file data/Full.mov"}}));
+  EXPECT_EQ(ReadFile("data/Full.jpg"), "picture0") << "an earlier picture stays";
+  boost::filesystem::remove("data/Full.jpg");
   EXPECT_TRUE(boost::filesystem::is_empty("data"));
 
   boost::filesystem::remove("data");

@@ -144,6 +144,29 @@ TEST_F(Clip, SeveralTakeTheSameFramesEachToItsOwnEnd) {
   EXPECT_EQ(OpenClips(), 1u);
 }
 
+TEST_F(Clip, TheOldestThatWaitIsLetGoFirst) {
+  Feed("K0:1000 d500:1000");
+  const auto oldest = Cut(0, 60);
+  const auto read = Cut(0, 60);
+  const auto open = Cut(0, 60);
+  const std::uint64_t all = set->WaitingBytes();
+  EXPECT_EQ(all, 2000 + 6 * sizeof(VideoFrame)) << "the frames count once";
+  EXPECT_FALSE(set->KeepWaitingWithin(all, bin));
+  set->HandOver(*read);  // the worker is at it
+  EXPECT_TRUE(set->KeepWaitingWithin(all - 1, bin));
+  EXPECT_TRUE(oldest->WasLetGo() && oldest->Complete() && oldest->Contents().Empty());
+  EXPECT_FALSE(open->WasLetGo());
+  EXPECT_EQ(ready->calls, 1);
+  EXPECT_EQ(OpenClips(), 2u);
+  EXPECT_TRUE(set->KeepWaitingWithin(0, bin));
+  EXPECT_TRUE(open->WasLetGo());
+  EXPECT_EQ(Show(read->Contents()), "0 500");
+  EXPECT_FALSE(set->KeepWaitingWithin(0, bin));
+  SelectStreams("");
+  EmptyBin();
+  EXPECT_EQ(host.FramesOut(), 2u) << "those of the clip that is read";
+}
+
 TEST_F(Clip, GivesBackAtOnceWhatItCanNoLongerUse) {
   for (const char* const end : {"refused", "complete"}) {
     Reset();

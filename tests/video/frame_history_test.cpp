@@ -1,8 +1,10 @@
 #include <malloc.h>
 
 #include <functional>
+#include <map>
 #include <random>
 
+#include "base/input_limits.h"
 #include "video_fixture.h"
 
 namespace tvx::test {
@@ -45,6 +47,17 @@ TEST_F(FrameHistory, TakesWhatFitsAndDropsTheOldestGroups) {
   }
   EXPECT_EQ(History().OldestTime(), 1u);
   EXPECT_EQ(History(kJpegStream).OldestTime(), 6u);
+  // But frames are, as tiny ones cost the host as many buffers.
+  Reset();
+  for (std::size_t i = 0; i < 2 * kMaxHistoryFrames; ++i) Push(kH264Stream, i % 20'000 == 0, 1);
+  EXPECT_EQ(History().Frames(), 40'000u);
+  Reset();
+  Feed("K100:1");
+  const auto clip = Cut(0, 60);
+  for (std::size_t i = 0; i < kMaxHistoryFrames; ++i) Push(kH264Stream, false, 0);
+  EXPECT_EQ(History().Frames(), kMaxHistoryFrames) << "the only group is kept up to the limit";
+  EXPECT_EQ(clip->Contents().Frames(), kMaxHistoryFrames);
+  EXPECT_TRUE(clip->Complete());
 }
 
 TEST_F(FrameHistory, ALimitAppliesFromTheNextFrameOn) {
@@ -80,11 +93,11 @@ TEST_F(FrameHistory, RefusesFramesWithoutUseAsIfTheyHadNotCome) {
   };
   EXPECT_TRUE(deliver(kH264Stream, 2, 5));
   EXPECT_FALSE(Deliver({kH264Stream, kKeyFrame, 0, nullptr, 5}));
-  EXPECT_FALSE(deliver(kH264Stream, 0, 0));
   EXPECT_FALSE(deliver(kH264Stream, 6, 5)) << "begins beyond its end";
   EXPECT_FALSE(deliver(4711, 0, 5));
   EXPECT_EQ(set->Channels(), 1u);
   EXPECT_TRUE(deliver(kH264Stream, 5, 5)) << "nothing behind what is the host's own";
+  EXPECT_TRUE(deliver(kH264Stream, 0, 0)) << "nothing at all";
   const VideoFrame& frame = History().Groups().front().frames.front();
   EXPECT_EQ(std::string(frame.Payload(), frame.Payload() + frame.PayloadLength()), "ame");
   SetTickClock({});
@@ -178,9 +191,12 @@ TEST_F(FrameHistory, BooksBalanceThroughAnySequence) {
     } else if (action == 4 && !clips.empty()) {
       const auto chosen = clips.begin() + below(static_cast<std::uint32_t>(clips.size()));
       if (below(4) != 0) (*chosen)->Finish(bin);
+      if (below(4) == 0) set->HandOver(**chosen);
       clips.erase(chosen);
     } else if (action == 5) {
       EmptyBin();
+    } else if (action == 6 && below(10) == 0) {
+      set->KeepWaitingWithin(below(10) * 5000, bin);
     } else {
       const bool isKey = stream == kJpegStream || below(8) == 0;
       taken += Push(stream, isKey, 1 + below(below(20) == 0 ? 9000 : 600));
@@ -192,6 +208,23 @@ TEST_F(FrameHistory, BooksBalanceThroughAnySequence) {
     ASSERT_FALSE(HasFailure()) << "at step " << step;
   }
   EXPECT_GT(taken, 5000u);
+  // What waits: each frame once, each reference.
+  SelectStreams("");
+  std::map<const void*, std::uint32_t> frames;
+  std::uint64_t references = 0, bytes = 0;
+  for (const auto& clip : clips) {
+    clip->Finish(bin);
+    for (const FrameGroup& group : clip->Contents().Groups()) {
+      for (const VideoFrame& frame : group.frames) frames[&*frame.data] = frame.data->Length();
+      references += group.frames.size();
+    }
+  }
+  for (const auto& frame : frames) bytes += frame.second;
+  EmptyBin();
+  EXPECT_GT(references, frames.size());
+  EXPECT_EQ(set->WaitingBytes(), bytes + references * sizeof(VideoFrame));
+  clips.clear();
+  EXPECT_EQ(set->WaitingBytes(), 0u);
 }
 
 }  // namespace

@@ -64,6 +64,9 @@ TEST_F(StreamGate, KeepsASubstituteInsteadOfTheStreamItself) {
   EXPECT_EQ(History(0x101).Frames(), 1u) << "what is known stays";
   EXPECT_EQ(taken({2}), "0100") << "wanted for itself";
   EXPECT_EQ(taken({1, 2}), "0100");
+  // The pictures may come under the same source as the coded stream.
+  SelectStreams("10000101/1 640x480 5, 101/1 320x240 0, 102/1 640x480 5");
+  EXPECT_EQ(Feed("K1", 0x10000101) + Feed("K1", 0x101) + Feed("K1", 0x102), "010");
 }
 
 }  // namespace

@@ -51,9 +51,8 @@ std::shared_ptr<NotifyWorkItem> MakeNotification(const SampleEvent& event,
 
   ServiceState state(nullptr);
   state.config = config;
-  state.serial = event.serial;
-  state.description = event.systemName;
-  state.macAddress = event.macAddress;
+  state.system = std::make_shared<const SystemFacts>(
+      SystemFacts{event.serial, event.systemName, event.macAddress});
 
   std::shared_ptr<NotifyWorkItem> item = BuildNotification(reported, profile, state);
   // There is no directory of devices to find the name in.
@@ -66,7 +65,7 @@ std::string SampleWebLink(const SampleEvent& event, const NotifyWorkItem& item) 
   if (event.webLink) return *event.webLink;
   return WebLinkFor(item, nullptr, [&](const WebServerAddress&, const std::string&) {
     const nlohmann::json answer = {
-        {"list", nlohmann::json::array({{{"serial", item.facts.serial}, {"id", "1"}}})}};
+        {"list", nlohmann::json::array({{{"serial", item.system->serial}, {"id", "1"}}})}};
     return answer.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
   });
 }
