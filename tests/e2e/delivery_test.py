@@ -1,9 +1,10 @@
-"""Events that become mails: what arrives is what profile and event ask for, byte for byte, and what
-`notifypi preview` shows. Texts that try to become something else arrive as text."""
+"""Mails are what profile and event ask for, byte for byte, and what `notifypi preview` shows."""
+import base64
+import json
 import subprocess
 
 import road
-from road import DELIVERED, RoadTest, event_document, profile
+from road import DELIVERED, EVENT_TIME, RoadTest, element, event_document, profile
 
 # Would be header lines, words of a shell, options of curl, printf directives, markup.
 LINE_BREAKS = "one\r\nBcc: evil@example.com\n\nX-Evil: 1\rlast"
@@ -33,7 +34,6 @@ CASES = {
     "a body": ({"body": BODY}, {}, [], (["guard@example.com"], "Alarm", BODY)),
     # To end the message with a line of one dot, curl sends CRLF unless the file ends in it.
     "no line end": ({"body": "last\n"}, {}, None, (["guard@example.com"], "Alarm", "last\n\r\n")),
-    "no body": ({"body": ""}, {}, [], (["guard@example.com"], "Alarm", "")),
     "texts": (
         {"subject": LINE_BREAKS + SHELL + "{system name}", "body": "{system name}\r\n",
          "description": SHELL}, {"system": LINE_BREAKS}, ["--system", LINE_BREAKS],
@@ -44,8 +44,7 @@ CASES = {
             "Evil\r\nBcc: x <a@example.com>", '"b" <b@example.com> --output injected',
             "c@example.com;touch injected"]}, {}, [],
         ([*WORDS, "a@example.com", "b@example.com", "c@example.com"], "Alarm", "Look.\r\n")),
-    # Every recipient is in the envelope, and Bcc only there.
-    "recipients": (
+    "recipients": (  # all in the envelope, and Bcc only there
         {"to": ["a@example.com", "Second <b@example.com>"], "cc": ["c@example.com"],
          "bcc": ["hidden@example.com", "Secret <d@example.com>"]}, {}, [],
         ([f"{it}@example.com" for it in ("a", "b", "c", "hidden", "d")], "Alarm", "Look.\r\n",
@@ -57,13 +56,19 @@ CASES = {
         "event_type": 99}, ["--type", "99", "--source", "Unknown"], None),
 }
 
+# A web link's cameras and seconds around the event; those with action 7 are shown from before it.
+CAMERAS, BEFORE, AFTER = (66049, 0x0FFFFFFF), 5, 30
+START, END = (EVENT_TIME - BEFORE) * 1000, (EVENT_TIME + AFTER) * 1000
+SYSTEM = road.to_bytes(element("tDVR", {"Delta": 0}, element(
+    "Events", None, element("Event", {"ID": 7, "PreAlarm": BEFORE}))))
+
 
 class DeliveryTest(RoadTest):
     def preview(self, number, options):
         path = self.new_path("preview.eml")
         run = subprocess.run(
             [road.COMMAND, "preview", self.folder / "notify.xml", "--profile", str(number),
-             "--time", str(road.EVENT_TIME), "--milliseconds", "250", "--serial", "A-1001",
+             "--time", str(EVENT_TIME), "--milliseconds", "250", "--serial", "A-1001",
              *([] if "--system" in options else ["--system", "Main building"]), "--mac", "",
              *options, "--eml", path], capture_output=True, check=False)
         self.assertIn(run.returncode, (0, 1), run.stderr)  # findings do not matter
@@ -78,8 +83,7 @@ class DeliveryTest(RoadTest):
                                    for number, (_, event, *_) in enumerate(CASES.values(), 1)])
         self.assertEqual(timeline.statuses(), [(it + 1, DELIVERED) for it in range(len(CASES))])
         self.assertEqual(self.spool(), [])
-        self.assertEqual({path.name for path in self.folder.iterdir()},
-                         {"curl", "notify.xml", "data"})
+        self.assertEqual([*self.folder.glob("*inj*")], [])
         for number, (name, (asked, _, options, wanted)) in enumerate(CASES.items(), 1):
             with self.subTest(name):
                 mail = server.received()[number - 1]
@@ -93,15 +97,28 @@ class DeliveryTest(RoadTest):
                                      road.to_bytes("\r\n".join(lines) + "\r\n\r\n" + body))
                 if options is not None:
                     self.assertEqual(self.preview(number, options), mail.content)
-                self.assertEqual(timeline.transfers()[number - 1], [
-                    "./curl", "--mail-from", sender,
-                    *[word for it in mail.rcpt_tos for word in ("--mail-rcpt", it)], "--insecure",
-                    "--connect-timeout", "60", "--config", "-", "-T",
-                    f"./data/notify-mail-{number}-{road.EVENT_TIME}-250-0",
-                    f"smtp://127.0.0.1:{server.port}"])
                 self.assertEqual(timeline.levels(road.ATTEMPT.format(
                     asked.get("description", name), 0)), [road.INFORMATION])
 
-
-if __name__ == "__main__":
-    road.main()
+    def test_a_link_asks_for_cameras_and_window(self):
+        for known, server_id, search in (
+                (['id "7"&é'], "id%20%227%22&%c3%a9", {
+                    "searchServerId": 'id "7"&é', "searchCameraIds": list(CAMERAS),
+                    "searchStart": START, "searchEnd": END,
+                    "mode": "search", "quality": 7, "size": 100}),
+                (["7", "newer"], "7", {
+                    "m": 2, "sb": 1, "sm": 1, "st": START, "et": END,
+                    "items": [{"p": 1, "s": 2, "i": 1, "t": "camera"},
+                              {"p": 4095, "s": 255, "i": 255, "t": "camera"}]})):
+            with self.subTest(known):
+                server = self.start_server()
+                web = "127.0.0.1:" + str(self.start(
+                    "web_server.py", "--system", "B-2", "1", "M", "--system", "A-1001", *known))
+                self.configure([server.port], profile(body="{weblink}", MaxVideoSeconds=AFTER),
+                               web="HTTPS://" + web)
+                run = self.run_host(("system", SYSTEM), ("event", event_document(sources=CAMERAS)))
+                self.assertEqual(run.statuses(), [(1, DELIVERED)])
+                [mail] = server.received()
+                address, link = mail.content.split(b"\r\n\r\n")[1].decode().split("#")
+                self.assertEqual(address, f"http://{web}/advanced.web?s={server_id};")
+                self.assertEqual(json.loads(base64.b64decode(link.strip(), validate=True)), search)

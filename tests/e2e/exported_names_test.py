@@ -1,4 +1,5 @@
 """What the plug-in shows to the host's linker."""
+import pathlib
 import subprocess
 import unittest
 
@@ -26,6 +27,7 @@ class ExportedNamesTest(unittest.TestCase):
         self.assertRegex(segments, r"GNU_STACK.* RW ")
         self.assertIn("__stack_chk_fail", read("nm", "-D", "--undefined-only"))
 
-
-if __name__ == "__main__":
-    road.main()
+    def test_tells_nothing_of_the_machine_that_built_it(self):
+        content = pathlib.Path(road.PLUGIN).read_bytes()
+        for path in (bytes(road.HERE.parents[1]), b"build/deps"):
+            self.assertNotIn(path, content)

@@ -1,8 +1,7 @@
 """Whatever becomes of a message, once, under a tool that watches: memory, locks, what stays behind.
 
-Valgrind needs a 32-bit C library whose symbols it can read. The one on the machine has none, so the
-run uses the one that script/bootstrap unpacks: NOTIFYPI_UNPACKED is the folder. NOTIFYPI_SANITIZE
-names the sanitizers of the build; one that has any watches itself.
+Valgrind needs a 32-bit C library whose symbols it can read: NOTIFYPI_UNPACKED, as script/bootstrap
+unpacks it. NOTIFYPI_SANITIZE names the sanitizers of the build; one that has any watches itself.
 """
 import os
 import pathlib
@@ -25,17 +24,15 @@ CLIPS = ("event", event_document(2, sources=[camera[0] for camera in CAMERAS]))
 
 class InstrumentedTest(SpeedTest):
     def play(self, lives, wrapper):
-        """Mails, clips, a link, changes, documents that are none, retries; in the last of the
-        plug-in's lives the host stops while clips are open."""
-        web = road.Server("web_server.py", "--system", "A-1001", "7")
-        self.addCleanup(web.close)
+        """Mails, clips, a link, changes, retries; at last the host stops while clips are open."""
+        web = self.start("web_server.py", "--system", "A-1001", "7")
         profiles = [profile(1), profile(2, "Clips", attach=1, MaxVideoSeconds=30,
                                         subject="{event type} at {source}",
                                         body='{weblink} {date format="%Y"}')]
 
         def configuration(server, delta):
             return notify_document([server], profiles, delta=delta, MaxRetryQueue=2,
-                                   web=f"127.0.0.1:{web.port}")
+                                   web=f"127.0.0.1:{web}")
 
         down = road.smtp_server(self.closed_port(), login=("u", "p"))
         (self.folder / "notify.xml").write_bytes(configuration(self.port, 0))
@@ -51,9 +48,8 @@ class InstrumentedTest(SpeedTest):
             "mail-server down", *events(1, 1, 1), "wait idle", "mail-server up",
             "wait delivered 4", CLIPS,
             speed=20, options=["--pace", 0.1, "--repeat", lives], wrapper=wrapper)
-        for _ in range(2 * lives):
-            run.read_until(lambda it: it.get("text", "").startswith("Profile Clips: "))
-        timeline = run.stop()
+        run.read_until(2 * lives, text="Profile Clips: ")
+        timeline = run.finish(is_stopped=True)
         # The last clips may be on their way or not.
         delivered = [number for number, status in timeline.statuses() if status == DELIVERED]
         self.assertEqual(delivered[:5 * lives - 1], ([1, 2, 1, 1, 2] * lives)[:-1])
@@ -66,12 +62,11 @@ class InstrumentedTest(SpeedTest):
 
     def valgrind(self, *options):
         """The words before the command."""
-        unpacked = pathlib.Path(os.environ.get("NOTIFYPI_UNPACKED", ""))
+        unpacked = pathlib.Path(os.environ["NOTIFYPI_UNPACKED"])
         libraries = unpacked / "lib" / "i386-linux-gnu"
         symbols = list(unpacked.glob("usr/lib/debug/.build-id/*/*.debug"))
         if not shutil.which("valgrind") or not (libraries / "ld-linux.so.2").exists() or not symbols:
-            self.skipTest("valgrind is missing, or the unpacked 32-bit C library with its symbols "
-                          "(script/bootstrap test)")
+            self.skipTest("wants valgrind and the 32-bit C library of script/bootstrap test")
         # A library's symbols are looked for below this folder, in the library's own folder there.
         folder = self.top / "symbols"
         beside = folder / str(libraries.resolve()).lstrip("/")
@@ -94,7 +89,3 @@ class InstrumentedTest(SpeedTest):
         self.play(2, [] if SANITIZERS else self.valgrind(
             "--leak-check=full", "--show-leak-kinds=all", "--errors-for-leak-kinds=all",
             "--track-fds=yes"))
-
-
-if __name__ == "__main__":
-    road.main()

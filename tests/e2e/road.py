@@ -1,8 +1,7 @@
 """The whole road for tests: the real plug-in in the simulated host, the real curl, a real server.
 
-RoadTest is the base class. Each test has a working folder as a host has it (./curl, notify.xml,
-data), servers of its own on free loopback ports, and runs of the host from Load to Unload.
-The environment says what is tested: NOTIFYPI_COMMAND, NOTIFYPI_PLUGIN, NOTIFYPI_SPEED_PLUGIN.
+    road.py MODULE[.CLASS[.TEST]]    runs them, with what NOTIFYPI_COMMAND, NOTIFYPI_PLUGIN and
+                                     NOTIFYPI_SPEED_PLUGIN name in the environment
 
 Texts are str; bytes that are no UTF-8 are written as surrogates ("\\udce4" is the byte 0xE4).
 """
@@ -22,17 +21,14 @@ import unittest
 COMMAND, PLUGIN, SPEED_PLUGIN = (os.environ.get("NOTIFYPI_" + name, "")
                                  for name in ("COMMAND", "PLUGIN", "SPEED_PLUGIN"))
 CURL = shutil.which("curl")
+HERE = pathlib.Path(__file__).parent
+PYTHON = ["/usr/bin/python3", "-B"]  # the one that has the distribution's modules
 
-# For a run, in seconds. Far more than any needs, so that a loaded machine does not fail tests.
-RUN_LIMIT = 240
-
-# What ctest shows as skipped.
-ALL_SKIPPED = 77
+RUN_LIMIT = 240  # seconds, far more than any run needs, so that a loaded machine does not fail tests
 
 EVENT_TIME = 1_500_000_000
 
 ATTEMPT = "Profile Description: {}. Notification attempt return code= {}"
-NOT_PREPARED = "Failed to prepare email notification file. (Profile Description: {})"
 
 INFORMATION, WARNING, ERROR = 25, 50, 75
 DELIVERED, FAILED, UNKNOWN = 0, 1, -1
@@ -54,9 +50,9 @@ def element(name, attributes=None, content=""):
 
 def smtp_server(port, description="Mail server", address="127.0.0.1", tls=0, login=None):
     """A server of the configuration. tls: 0 none, 1 from the first byte, 2 STARTTLS."""
-    user = login and element("Authentication", {"username": login[0], "password": login[1]})
-    return element("smtp", {"description": description, "address": address, "port": port,
-                            "UseSSL": tls}, user or "")
+    words = {"description": description, "address": address, "port": port, "UseSSL": tls}
+    return element("smtp", words, element(
+        "Authentication", {"username": login[0], "password": login[1]}) if login else "")
 
 
 def profile(number=1, description="Gate", sender="nvr@example.com", to=("guard@example.com",),
@@ -70,8 +66,8 @@ def profile(number=1, description="Gate", sender="nvr@example.com", to=("guard@e
 
 
 def notify_document(servers, profiles, delta=0, module=786432, web="", **settings):
-    """As notify.xml holds it (delta 0), or as the host sends a change of it (delta 1). Servers are
-    elements, or ports of plain servers."""
+    """notify.xml (delta 0), or a change of it (delta 1). Servers are elements, or ports of plain
+    servers."""
     servers = [smtp_server(it) if isinstance(it, int) else it for it in servers]
     content = (element("Web", {"address": web}) + element("Servers", None, "".join(servers)) +
                element("Profiles", {"autoincrement": 1}, "".join(profiles)))
@@ -101,24 +97,6 @@ def make_video(path, *encoder, pixels="yuv420p", rate=5):
     return path
 
 
-class Server:
-    """A server beside this file, on the free port that it prints, until close()."""
-
-    def __init__(self, name, *options):
-        self._process = subprocess.Popen(
-            ["/usr/bin/python3", "-B", pathlib.Path(__file__).with_name(name), *options],
-            stdout=subprocess.PIPE, stdin=subprocess.DEVNULL)
-        line = self._process.stdout.readline()
-        self.port = int(line or 0)
-        if not line:
-            self.close()
-            raise RuntimeError(f"{name} did not start")
-
-    def close(self):
-        self._process.terminate()
-        self._process.communicate()
-
-
 def mails_in(mailbox):
     """What a mail server has kept, in order: content, mail_from, rcpt_tos, tls and user."""
     return [types.SimpleNamespace(content=path.with_suffix(".eml").read_bytes(),
@@ -130,55 +108,40 @@ def subjects(mails):
     return [mail.content.split(b"\nSubject: ")[1].split(b"\r\n")[0].decode() for mail in mails]
 
 
-class MailServer(Server):
-    def __init__(self, mailbox, *options):
-        super().__init__("smtp_server.py", "--mailbox", mailbox, *options)
-        self._mailbox = mailbox
-
-    def received(self):
-        return mails_in(self._mailbox)
-
-
 class HostRun:
-    """A running host. Its happenings, in order, as its JSON lines tell them, can be read meanwhile."""
+    """A running host. What happens, in order, as its JSON lines tell it, can be read meanwhile."""
 
-    def __init__(self, arguments):
-        # A file, since nobody reads it before the end and a pipe might fill up.
-        self._errors = tempfile.TemporaryFile()
-        self._process = subprocess.Popen(arguments, stdin=subprocess.DEVNULL,
-                                         stdout=subprocess.PIPE, stderr=self._errors)
+    def __init__(self, arguments, errors):
+        self._errors = errors
+        with errors.open("wb") as file:
+            self._process = subprocess.Popen(arguments, stdin=subprocess.DEVNULL,
+                                             stdout=subprocess.PIPE, stderr=file)
         self.happenings = []
 
-    def read_until(self, wanted):
-        """Reads on until a happening is wanted; an error when the host ends before."""
+    def read_until(self, times=1, **beginnings):
+        """Reads on until so many more happenings have fields that begin so."""
         for line in self._process.stdout:
             self.happenings.append(json.loads(line))
-            if wanted(self.happenings[-1]):
+            times -= all(str(self.happenings[-1].get(field, "")).startswith(beginning)
+                         for field, beginning in beginnings.items())
+            if times == 0:
                 return
-        raise AssertionError("the host ended before what was waited for", self.happenings[-20:])
+        raise AssertionError("the host ended before", beginnings, self.happenings[-20:])
 
-    def stop(self):
-        """Ends the run as Ctrl-C does."""
-        self._process.send_signal(signal.SIGINT)
-        return self.finish()
-
-    def finish(self):
-        """Waits for the end, and requires that the host found no fault."""
+    def finish(self, is_stopped=False):
+        """Waits for the end, or ends the run as Ctrl-C does; the host must have found no fault."""
+        if is_stopped:
+            self._process.send_signal(signal.SIGINT)
         self.happenings += map(json.loads, self._process.stdout)
-        self._process.wait()
-        self._errors.seek(0)
-        errors = self._errors.read().decode(errors="replace")
-        if self.of_kind("fault") or errors or self._process.returncode != 0:
-            last = "\n".join(str(it)[:300] for it in self.happenings[-8:])
-            raise AssertionError(f"exit status {self._process.returncode}, {self.of_kind('fault')}"
-                                 f"\n{errors[:4000]}\nlast that happened:\n{last}")
+        status, errors = self._process.wait(), self._errors.read_text(errors="replace")
+        if self.of_kind("fault") or errors or status != 0:
+            raise AssertionError(f"exit status {status}, {self.of_kind('fault')}\n{errors[:4000]}",
+                                 [str(it)[:300] for it in self.happenings[-8:]])
         return self
 
     def kill(self):
-        if self._process.poll() is None:
-            self._process.kill()
+        self._process.kill()
         self._process.communicate()
-        self._errors.close()
 
     def of_kind(self, kind):
         return [it for it in self.happenings if it["kind"] == kind]
@@ -195,17 +158,16 @@ class HostRun:
 
     def transfers(self):
         """Arguments of every run of curl but the one that asks for its version."""
-        launches = [it["arguments"] for it in self.of_kind("launch")]
-        return [arguments for arguments in launches if arguments != ["./curl", "-V"]]
+        return [it["arguments"] for it in self.of_kind("launch") if len(it["arguments"]) > 2]
 
 
 class RoadTest(unittest.TestCase):
     maxDiff = 4000
 
     def setUp(self):
-        self.top = pathlib.Path(tempfile.mkdtemp(prefix="notifypi-e2e-"))
-        self.addCleanup(shutil.rmtree, self.top, ignore_errors=True)
-        self.folder = self.top / "host"
+        self.top = pathlib.Path(self.enterContext(
+            tempfile.TemporaryDirectory(prefix="notifypi-", ignore_cleanup_errors=True)))
+        self.folder = self.top / "host"  # as a host has it: ./curl, notify.xml, data
         self.folder.mkdir()
         (self.folder / "curl").symlink_to(CURL)
         self._count = 0
@@ -214,16 +176,23 @@ class RoadTest(unittest.TestCase):
         self._count += 1
         return self.top / f"{self._count}-{name}"
 
+    def start(self, program, *options):
+        """Starts a server beside this file; the free port that it prints."""
+        process = subprocess.Popen([*PYTHON, HERE / program, *options], stdout=subprocess.PIPE)
+        self.addCleanup(process.communicate)
+        self.addCleanup(process.terminate)
+        return int(process.stdout.readline())
+
     def start_server(self, *options):
-        server = MailServer(self.new_path("mailbox"), *options)
-        self.addCleanup(server.close)
-        return server
+        """A mail server: its port, and received()."""
+        mailbox = self.new_path("mailbox")
+        return types.SimpleNamespace(
+            port=self.start("smtp_server.py", "--mailbox", mailbox, *options),
+            received=lambda: mails_in(mailbox))
 
     def closed_port(self):
-        """A port that refuses connections and is nobody's until the test ends, but a server's that
-        is told to take it."""
-        taken = socket.socket()
-        self.addCleanup(taken.close)
+        """A port that refuses until the test ends, or until a server is told to take it."""
+        taken = self.enterContext(socket.socket())
         taken.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEPORT, 1)
         taken.bind(("127.0.0.1", 0))
         return taken.getsockname()[1]
@@ -240,20 +209,18 @@ class RoadTest(unittest.TestCase):
         path.chmod(0o755)
 
     def start_host(self, *steps, options=(), wrapper=(), plugin=PLUGIN):
-        """Steps are lines of a scenario, or pairs of a document's kind and its bytes. The wrapper
-        is what the command runs under."""
-        lines = []
-        for step in steps:
-            if not isinstance(step, str):
-                path = self.new_path("document.xml")
-                path.write_bytes(step[1])
-                step = f"{step[0]} {path.name}"
-            lines.append(step)
+        """Steps: lines of a scenario, or pairs of a document's kind and its bytes."""
         scenario = self.new_path("steps")
-        scenario.write_text("\n".join(lines) + "\n")
+        with scenario.open("w") as file:
+            for step in steps:
+                if not isinstance(step, str):
+                    path = self.new_path("document.xml")
+                    path.write_bytes(step[1])
+                    step = f"{step[0]} {path.name}"
+                file.write(step + "\n")
         run = HostRun([*wrapper, COMMAND, "host", "--plugin", plugin, "--directory", self.folder,
                        "--json", "--timeout", str(RUN_LIMIT), "--script", scenario,
-                       *map(str, options)])
+                       *map(str, options)], self.new_path("errors"))
         self.addCleanup(run.kill)
         return run
 
@@ -266,32 +233,25 @@ class RoadTest(unittest.TestCase):
 
 
 class SpeedTest(RoadTest):
-    """The plug-in's time passes many times faster than the world's, in a build that lets it; the
-    host has a mail server on self.port, which the steps may take away."""
-
-    SPEED = 300
+    """The plug-in's time passes many times faster than the world's; the host has a mail server on
+    self.port, which the steps may take away."""
 
     def setUp(self):
         super().setUp()
-        if not SPEED_PLUGIN:
-            self.skipTest("there is no plug-in whose clocks can be driven")
-        self.port = self.closed_port()
-        self.mailbox = self.top / "mailbox"
+        self.port, self.mailbox = self.closed_port(), self.top / "mailbox"
 
-    def start_host(self, *steps, speed=SPEED, options=(), **others):
-        program = pathlib.Path(__file__).with_name("smtp_server.py")
-        server = shlex.join(["/usr/bin/python3", "-B", str(program), "--port", str(self.port),
-                             "--mailbox", str(self.mailbox)])
+    def start_host(self, *steps, speed=300, options=(), **others):
+        server = [*PYTHON, HERE / "smtp_server.py", "--port", self.port, "--mailbox", self.mailbox]
         return super().start_host(*steps, plugin=SPEED_PLUGIN, options=[
-            "--speed", speed, "--mail-server", "exec " + server, *options], **others)
+            "--speed", speed, "--mail-server", "exec " + shlex.join(map(str, server)), *options],
+            **others)
 
     def received(self):
         return mails_in(self.mailbox)
 
 
-def main():
-    """Runs the tests of the calling module; for ctest, all skipped is neither good nor bad."""
-    outcome = unittest.main(module="__main__", exit=False, verbosity=2).result
-    if not outcome.wasSuccessful():
-        sys.exit(1)
-    sys.exit(ALL_SKIPPED if outcome.testsRun and len(outcome.skipped) == outcome.testsRun else 0)
+if __name__ == "__main__":
+    outcome = unittest.main(module=None, exit=False, verbosity=2).result
+    # For ctest, all skipped is neither good nor bad.
+    all_skipped = outcome.testsRun == len(outcome.skipped) > 0
+    sys.exit(1 if not outcome.wasSuccessful() else 77 if all_skipped else 0)

@@ -33,7 +33,3 @@ class ScenarioTest(SpeedTest):
         names = [part.get_filename() for part in email.message_from_bytes(mail.content).walk()]
         self.assertEqual([it for it in names if it],
                          ["Video Input 2-1.mov", "Video Input 3-1.mov"])
-
-
-if __name__ == "__main__":
-    road.main()

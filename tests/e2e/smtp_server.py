@@ -3,10 +3,8 @@
 
 The first line on standard output is the port it listens on. Every accepted message is written to
 the mailbox folder, before the client is told so, as 0001.eml (the bytes between DATA and the final
-dot, transparency dots removed, nothing else touched) and then 0001.json (envelope, TLS, user): who
-sees the .json can read the .eml. SIGTERM and SIGINT end it.
-
-It wants the distribution's python3-aiosmtpd, hence the full path of the interpreter above.
+dot, transparency dots removed) and then 0001.json (envelope, TLS, user): who sees the .json can read
+the .eml. It wants the distribution's python3-aiosmtpd, hence the full path of the interpreter above.
 """
 import argparse
 import asyncio
@@ -21,18 +19,11 @@ import warnings
 
 from aiosmtpd.smtp import SMTP, AuthResult
 
-# Far above any message of ours: the base64 lines of a message end in bare LF, so to a server that
-# counts from CRLF to CRLF a whole attachment is one line.
-SIZE_LIMIT = 1 << 30
-
-
-class Server(SMTP):
-    line_length_limit = SIZE_LIMIT
+# To a server that counts from CRLF to CRLF an attachment is one line: its base64 ends lines in LF.
+SIZE_LIMIT = SMTP.line_length_limit = 1 << 30
 
 
 class Handler:
-    """What one server answers."""
-
     def __init__(self, options):
         self.options = options
         # A server that comes back goes on behind what it has kept before.
@@ -50,10 +41,9 @@ class Handler:
         self.count += 1
         stem = self.options.mailbox / f"{self.count:04d}"
         stem.with_suffix(".eml").write_bytes(envelope.original_content)
-        unfinished = stem.with_suffix(".json.part")
+        unfinished = stem.with_suffix(".part")
         unfinished.write_text(json.dumps({
-            "mail_from": envelope.mail_from,
-            "rcpt_tos": envelope.rcpt_tos,
+            "mail_from": envelope.mail_from, "rcpt_tos": envelope.rcpt_tos,
             "tls": self.options.tls == "smtps" or session.ssl is not None,
             "user": session.auth_data.login.decode(errors="replace") if session.authenticated else None,
         }, indent=2) + "\n", encoding="utf-8")
@@ -68,58 +58,41 @@ class Handler:
 
 def tls_context(folder):
     """With a certificate of its own, which nobody has signed."""
-    certificate, key = folder / "certificate.pem", folder / "key.pem"
-    subprocess.run(
-        ["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1",
-         "-nodes", "-days", "2", "-subj", "/CN=localhost", "-keyout", key, "-out", certificate],
-        check=True, capture_output=True)
+    pem = folder / "own.pem"
+    subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
+                    "ec_paramgen_curve:prime256v1", "-nodes", "-subj", "/CN=localhost",
+                    "-keyout", pem, "-out", pem.with_suffix(".crt")], check=True, capture_output=True)
     context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-    context.load_cert_chain(certificate, key)
+    context.load_cert_chain(pem.with_suffix(".crt"), pem)
     return context
 
 
-def read_options():
-    parser = argparse.ArgumentParser(
-        description="SMTP server for tests and the demo: keeps messages, refuses on demand.")
+async def serve():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--port", type=int, default=0, help="port on loopback (default: a free one)")
-    parser.add_argument("--mailbox", type=pathlib.Path, required=True, metavar="DIR",
-                        help="folder for the messages")
+    parser.add_argument("--mailbox", type=pathlib.Path, required=True, help="folder for the messages")
     parser.add_argument("--auth", metavar="USER:PASSWORD", help="take mail with this login only")
-    parser.add_argument("--tls", choices=["smtps", "starttls"],
-                        help="TLS from the first byte, or offered")
+    parser.add_argument("--tls", choices=["smtps", "starttls"], help="from the first byte, or offered")
     parser.add_argument("--refuse", choices=["RCPT", "DATA"],
                         help="refuse every recipient for good, or every message for now")
-    return parser.parse_args()
-
-
-async def serve(options):
+    options = parser.parse_args()
     # The library warns of logins without TLS and of its own past; both are meant here.
     warnings.simplefilter("ignore")
     logging.getLogger("mail.log").setLevel(logging.ERROR)
+    signal.signal(signal.SIGINT, signal.SIG_DFL)
     options.mailbox.mkdir(parents=True, exist_ok=True)
     handler = Handler(options)
     context = tls_context(options.mailbox) if options.tls else None
-    loop = asyncio.get_running_loop()
-
-    def connection():
-        return Server(
-            handler, loop=loop, hostname="localhost", data_size_limit=SIZE_LIMIT,
-            tls_context=context if options.tls == "starttls" else None,
-            authenticator=handler.authenticate, auth_required=options.auth is not None,
-            # Plain logins are part of what is tested, and nothing leaves this machine.
-            auth_require_tls=False,
-            auth_exclude_mechanism=() if options.auth else ("LOGIN", "PLAIN"))
-
-    stop = asyncio.Event()
-    for number in (signal.SIGTERM, signal.SIGINT):
-        loop.add_signal_handler(number, stop.set)
     # The port may be held for this server by who told it.
-    server = await loop.create_server(connection, "127.0.0.1", options.port, reuse_port=True,
-                                      ssl=context if options.tls == "smtps" else None)
+    server = await asyncio.get_running_loop().create_server(
+        lambda: SMTP(handler, hostname="localhost", data_size_limit=SIZE_LIMIT,
+                     tls_context=context if options.tls == "starttls" else None,
+                     authenticator=handler.authenticate, auth_required=options.auth is not None,
+                     auth_require_tls=False,
+                     auth_exclude_mechanism=() if options.auth else ("LOGIN", "PLAIN")),
+        "127.0.0.1", options.port, reuse_port=True, ssl=context if options.tls == "smtps" else None)
     print(server.sockets[0].getsockname()[1], flush=True)
-    await stop.wait()
-    server.close()
+    await server.serve_forever()
 
 
-if __name__ == "__main__":
-    asyncio.run(serve(read_options()))
+asyncio.run(serve())
