@@ -1,97 +1,60 @@
-"""What is installed, and both packages, used as their users do: from a folder of their own.
-
-The environment names the build: NOTIFYPI_BUILD, NOTIFYPI_CMAKE, NOTIFYPI_CPACK, NOTIFYPI_SANITIZE.
-"""
+"""What is installed, and both packages, used as their users do: from a folder of their own."""
 import filecmp
 import os
 import pathlib
 import re
 import shutil
 import subprocess
-import sys
 import tempfile
 import unittest
 
-sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / "e2e"))
-import road  # noqa: E402
+import road
 
 BUILD = os.environ["NOTIFYPI_BUILD"]
-IS_SANITIZED = os.environ["NOTIFYPI_SANITIZE"] != ""
-
 BINARIES = ["bin/notifypi", "lib/notifypi/notifypi.so", "lib/notifypi/notifypi-speed.so"]
-DOC = "share/doc/notifypi"
-SAMPLE = f"{DOC}/examples/notify.xml"
-PAGE = "share/man/man1/notifypi.1"
-COMPLETION = "share/bash-completion/completions/notifypi"
 
-
-# Without a terminal: the words typed are arguments, and the answers, or what bash itself is asked to
-# complete, are printed.
+# Prints what bash itself is asked to complete, then the answers to the words typed.
 COMPLETE = """compopt() { [ "$1" = +o ] || echo "$@"; }
-source "$0"
-COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
-_notifypi "$1"
-printf '%s\\n' "${COMPREPLY[@]}"
-"""
+source "$0"; COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)); _notifypi "$1"
+printf '%s\\n' "${COMPREPLY[@]}" """
 
 
 def run(*arguments, **options):
-    """Returns what a program prints. One that fails is an error that tells why."""
-    done = subprocess.run([str(it) for it in arguments], stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, text=True, timeout=road.RUN_LIMIT, **options)
-    if done.returncode != 0:
-        raise RuntimeError(f"{arguments} ended with {done.returncode}:\n{done.stdout}")
-    return done.stdout
+    return subprocess.check_output(arguments, text=True, timeout=road.RUN_LIMIT, **options)
 
 
 def make_packages(folder):
-    environment = {**os.environ, "SOURCE_DATE_EPOCH": str(road.EVENT_TIME)}
     run(os.environ["NOTIFYPI_CPACK"], "--config", f"{BUILD}/CPackConfig.cmake", "-B", folder,
-        env=environment, umask=0o022)
-    [archive], [debian] = folder.glob("*.tar.gz"), folder.glob("*.deb")
-    return archive, debian
+        env={**os.environ, "SOURCE_DATE_EPOCH": str(road.EVENT_TIME)}, umask=0o022)
+    return [*folder.glob("*.tar.gz"), *folder.glob("*.deb")]
 
 
 class PackageTest(road.RoadTest):
     @classmethod
     def setUpClass(cls):
-        top = pathlib.Path(tempfile.mkdtemp(prefix="notifypi-package-"))
-        cls.addClassCleanup(shutil.rmtree, top, ignore_errors=True)
-        cls.packages = make_packages(top / "packages")
-        archive, cls.debian = cls.packages
+        top = pathlib.Path(cls.enterClassContext(tempfile.TemporaryDirectory()))
+        cls.packages = archive, debian = make_packages(top / "packages")
         run(os.environ["NOTIFYPI_CMAKE"], "--install", BUILD, "--prefix", "/opt/notifypi",
             env={**os.environ, "DESTDIR": str(top / "installed")})
-        run("dpkg", "-x", cls.debian, top / "deb")
+        run("dpkg", "-x", debian, top / "deb")
         run("tar", "-C", top, "-xf", archive)
-        cls.installed = top / "installed/opt/notifypi"
-        cls.deb = top / "deb/usr"
+        cls.installed, cls.deb = top / "installed/opt/notifypi", top / "deb/usr"
         cls.prefixes = [cls.installed, cls.deb, top / archive.name.removesuffix(".tar.gz")]
 
     def command(self, *arguments):
         return run(self.installed / "bin/notifypi", *arguments)
 
-    def options_of(self, subcommand):
-        help_text = self.command(subcommand, "--help")
-        return set(re.findall(r"^  (?:-\w,)?(--[a-z-]+)", help_text, re.MULTILINE)) - {"--help"}
-
-    def subcommands(self):
-        listed = self.command("--help").split("Subcommands:")[1]
-        return re.findall(r"^  (\w+)", listed, re.MULTILINE)
-
     def test_all_ways_bring_the_same_files(self):
-        first, *others = [sorted(str(it.relative_to(prefix)) for it in prefix.rglob("*")
-                                 if not it.is_dir()) for prefix in self.prefixes]
-        self.assertLess({*BINARIES, SAMPLE, PAGE, COMPLETION, f"{DOC}/LICENSE"}, set(first))
+        first, *others = [{str(it.relative_to(prefix)) for it in prefix.rglob("*")
+                           if not it.is_dir()} for prefix in self.prefixes]
+        self.assertLess({*BINARIES, "share/doc/notifypi/LICENSE"}, first)
         self.assertEqual(others, [first, first])
+        # Links to what is only in the source tree are for those who have it.
+        for document in self.installed.rglob("*.md"):
+            for link in re.findall(r"\]\(((?:docs/|CHANGELOG|LICENSE)[^)#:]*)", document.read_text()):
+                self.assertTrue((document.parent / link).exists(), f"{document.name}: {link}")
 
-    def test_the_documents_link_to_files_that_are_there(self):
-        for document in (self.installed / DOC).rglob("*.md"):
-            for link in re.findall(r"\]\(([^)#:]+)(?:#[^)]*)?\)", document.read_text()):
-                # What is only in the source tree is for those who have it.
-                if link.startswith(("docs/", "CHANGELOG", "LICENSE")):
-                    self.assertTrue((document.parent / link).exists(), f"{document.name}: {link}")
-
-    def test_the_plugin_of_each_delivers(self):
+    def test_the_plugin_of_each_delivers_and_the_sample_is_right(self):
         server = self.start_server()
         self.configure([server.port])
         (self.folder / "event.xml").write_bytes(road.event_document())
@@ -101,67 +64,50 @@ class PackageTest(road.RoadTest):
                     cwd=self.folder)
         self.assertEqual([it.rcpt_tos for it in server.received()], [["guard@example.com"]] * 6)
 
-    def test_nothing_is_wrong_with_the_sample(self):
-        sample = shutil.copy(self.installed / SAMPLE, self.top)
-        # As its comment asks, since it is a place for passwords.
-        os.chmod(sample, 0o600)
-        self.command("check", sample)
-        for profile in "1", "2":
-            self.command("preview", "--profile", profile, sample)
+        sample = shutil.copy(self.installed / "share/doc/notifypi/examples/notify.xml", self.top)
+        os.chmod(sample, 0o600)  # as its comment asks, since it is a place for passwords
+        for command in ["check"], ["preview", "--profile", "1"], ["preview", "--profile", "2"]:
+            self.command(*command, sample)
 
-    def test_the_manual_page_tells_every_option_and_no_other(self):
-        page = self.installed / PAGE
+    def test_page_and_completion_tell_every_option_and_no_other(self):
+        listed = self.command("--help").split("Subcommands:")[1]
+        options = {
+            it: {*re.findall(r"^  (?:-\w,)?(--[a-z-]+)", self.command(it, "--help"), re.M)}
+            for it in re.findall(r"^  (\w+)", listed, re.M)}
+        page = self.installed / "share/man/man1/notifypi.1"
         run("mandoc", "-Tlint", "-Wwarning", page)
-        sections = dict(re.findall(r"^\.Ss (\w+)$(.*?)(?=^\.S[sh])", page.read_text(),
-                                   re.MULTILINE | re.DOTALL))
-        self.assertEqual(sorted(sections), sorted(self.subcommands()))
-        for subcommand, text in sections.items():
-            items = " ".join(re.findall(r"^\.It (.*)$", text, re.MULTILINE))
-            told = {f"-{word}" for word in re.findall(r"Fl (-[a-z-]+)", items)}
-            self.assertEqual(told, self.options_of(subcommand), subcommand)
+        sections = re.findall(r"^\.Ss (\w+)$(.*?)(?=^\.S[sh])", page.read_text(), re.M | re.S)
+        self.assertEqual(options, {subcommand: {"--help"} | {
+            f"-{word}" for item in re.findall(r"^\.It (.*)$", text, re.M)
+            for word in re.findall(r"Fl (-[a-z-]+)", item)} for subcommand, text in sections})
 
-    def test_bash_completes_commands_options_and_files(self):
         def completed(*typed):
-            return run("bash", "-c", COMPLETE, self.installed / COMPLETION,
+            return run("bash", "-c", COMPLETE, self.installed / "share/bash-completion/completions/notifypi",
                        self.installed / "bin/notifypi", *typed).split("\n")[:-1]
-        self.assertEqual(completed("ho"), ["host"])
-        for subcommand in self.subcommands():
-            self.assertEqual(set(completed(subcommand, "--")) - {"--help"},
-                             self.options_of(subcommand))
-        for typed, answer in {"check a": "-o default", "host --event a": "-o default",
+        self.assertEqual(options, {it: {*completed(it, "--"), "--help"} for it in options})
+        for typed, answer in {"ho": "host", "check a": "-o default", "host --event a": "-o default",
                               "host --event = a": "-o default", "preview --eml a": "-o default",
                               "host --directory a": "-o dirnames", "host --timeout a": "",
                               "host a": ""}.items():
             self.assertEqual(completed(*typed.split())[0], answer, typed)
 
-    @unittest.skipIf(IS_SANITIZED, "sanitized binaries are not for others")
+    @unittest.skipIf(os.environ["NOTIFYPI_SANITIZE"], "sanitized binaries are not for others")
     def test_the_binaries_are_stripped_and_need_no_more_than_the_package_depends_on(self):
-        def version(text):
-            return tuple(map(int, text.split(".")))
-
-        depends = {"libc6": (0,), "libstdc++6": (0,)}
-        for package, _, least in re.findall(
-                r"([a-z0-9+-]+)( \(>= ([0-9.]+)\))?", run("dpkg-deb", "-f", self.debian, "Depends")):
-            depends[package] = version(least or "0")
-        self.assertIn("curl", depends)
-        # Of libstdc++: the package's version that brought a version of its symbols.
-        brought = {"3.4.29": (11,), "3.4.30": (12,), "3.4.31": (13,)}
+        depends = run("dpkg-deb", "-f", self.packages[1], "Depends")
+        self.assertRegex(depends, r"\bcurl\b")
+        least = dict(re.findall(r"(\S+) \(>= ([0-9.]+)\)", depends))
+        # Of libstdc++: the last version of symbols that the package's version brought.
+        most = {"GLIBC": least["libc6"],
+                "GLIBCXX": {"11": "3.4.29", "12": "3.4.30", "13": "3.4.32"}[least["libstdc++6"]]}
         for binary in BINARIES:
-            self.assertNotIn(".symtab", run("readelf", "-SW", self.deb / binary), binary)
-            self.assertLessEqual(
-                set(re.findall(r"\(NEEDED\).*\[(.*)\]", run("readelf", "-dW", self.deb / binary))),
-                {"libc.so.6", "libm.so.6", "ld-linux.so.2", "libstdc++.so.6", "libgcc_s.so.1"})
-            for kind, least in re.findall(r"Name: (GLIBC|GLIBCXX)_([0-9.]+)",
-                                          run("readelf", "-VW", self.deb / binary)):
-                if kind == "GLIBC":
-                    self.assertLessEqual(version(least), depends["libc6"], binary)
-                elif version(least) >= (3, 4, 29):
-                    self.assertLessEqual(brought[least], depends["libstdc++6"], binary)
+            told = run("readelf", "-SdVW", self.deb / binary)
+            self.assertNotIn(".symtab", told, binary)
+            self.assertLessEqual({*re.findall(r"\(NEEDED\).*\[(.*)\]", told)}, {
+                "libc.so.6", "libm.so.6", "ld-linux.so.2", "libstdc++.so.6", "libgcc_s.so.1"})
+            for kind, version in re.findall(r"Name: (GLIBC|GLIBCXX)_([0-9.]+)", told):
+                newest = max(version, most[kind], key=lambda it: [*map(int, it.split("."))])
+                self.assertEqual(newest, most[kind], binary)
 
     def test_one_build_gives_the_same_packages_again(self):
         for first, again in zip(self.packages, make_packages(self.top / "again")):
             self.assertTrue(filecmp.cmp(first, again, shallow=False), first.name)
-
-
-if __name__ == "__main__":
-    road.main()
