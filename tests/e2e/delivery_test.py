@@ -8,6 +8,7 @@ from road import DELIVERED, EVENT_TIME, RoadTest, element, event_document, profi
 
 # Would be header lines, words of a shell, options of curl, printf directives, markup.
 LINE_BREAKS = "one\r\nBcc: evil@example.com\n\nX-Evil: 1\rlast"
+NAME = LINE_BREAKS.replace("\r", " ").replace("\n", " ")
 SHELL = "$(touch injected) `touch injected`; touch injected & \\\" ' %s%n%99999d <a/> &#x41; ]]>"
 WORDS = ["--output=injected@example.com", "`touch${IFS}injected`@example.com", "%s%n@example.com"]
 
@@ -37,8 +38,8 @@ CASES = {
     "texts": (
         {"subject": LINE_BREAKS + SHELL + "{system name}", "body": "{system name}\r\n",
          "description": SHELL}, {"system": LINE_BREAKS}, ["--system", LINE_BREAKS],
-        (["guard@example.com"], ("one Bcc: evil@example.com X-Evil: 1 last" + SHELL +
-                                 "one Bcc: evil@example.com X-Evil: 1 last"), LINE_BREAKS + "\r\n")),
+        (["guard@example.com"],  # of a name each control character becomes a blank
+         "one Bcc: evil@example.com X-Evil: 1 last" + SHELL + NAME, NAME + "\r\n")),
     "addresses": (
         {"sender": "-K@example.com", "to": WORDS + [
             "Evil\r\nBcc: x <a@example.com>", '"b" <b@example.com> --output injected',
