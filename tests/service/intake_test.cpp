@@ -1,0 +1,505 @@
+// The state under the intake mutex, without a service around it: documents, frames and time go in,
+// what is dispatched and logged comes out.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/clock.h"
+#include "config/xml_document.h"
+#include "service/config_change.h"
+#include "service/event_intake.h"
+#include "service/waiting_limits.h"
+#include "support/documents.h"
+#include "support/fake_host.h"
+#include "support/table.h"
+
+namespace tvx::test {
+namespace {
+
+std::string From(std::uint32_t id, int type = 2) {
+  return "<EventSource ID='" + std::to_string(id) + "' Type='" + std::to_string(type) + "'/>";
+}
+const char* const kGroup = "<SourceGroup ID='3'/>";
+const char* const kTest = "Message='Testing Profile'";
+
+// Two cameras, Source(2) "Gate" and Source(3) "Yard", which are also the source group 3.
+std::string TwoCameras() {
+  std::string members;
+  for (const char* const device : {"2", "3"}) {
+    members += "<Entry>" +
+               Devices("<Device Number='" + std::string(device) +
+                       "'><Video><Input Number='1'/></Video></Device>") +
+               "</Entry>";
+  }
+  return Devices(Camera(2, "Gate") + Camera(3, "Yard")) + "<Events>" + NotifyingEvent(7, 2) +
+         NotifyingEvent(8, 3) + "<SourceGroup ID='3' Name='Perimeter'>" + members +
+         "</SourceGroup></Events>";
+}
+
+std::string Attaching(int id, const std::string& attributes) {
+  return Profile(id, "attach='1' MaxVideoSeconds='30' " + attributes);
+}
+
+class IntakeTest : public testing::Test {
+ protected:
+  IntakeTest() {
+    SetTickClock([this] { return tick_; });
+    SetWallClock([this] { return wall_; });
+    TakeSystem(TwoCameras());
+    Update(Notify(Attaching(1, "EventEdge='0'") + Attaching(2, "EventEdge='1'") +
+                  Attaching(3, "EventEdge='2'") + Attaching(4, "EventEdge='9'") +
+                  Profile(5, "attach='1' EventEdge='2' MaxVideoSeconds='0'") + Profile(6) +
+                  Profile(7, "EventEdge='1'") + Profile(8, "EventEdge='2' ThrottleSeconds='10'")));
+    Reset();
+  }
+  ~IntakeTest() override {
+    last_.reset();
+    state_.reset();
+    SetTickClock(MonotonicTick);
+    SetWallClock({});
+    EXPECT_EQ(host_.FramesOut(), 0u);
+    EXPECT_EQ(host_.Problems(), std::vector<std::string>{});
+  }
+
+  // Runs an operation and concludes it as the service does. Gives the profiles that it dispatches.
+  std::string Run(const std::function<void(ServiceState&, IntakeOutcome&)>& operation) {
+    IntakeOutcome outcome;
+    const std::uint32_t released = host_.FramesReleased();
+    operation(*state_, outcome);
+    EXPECT_EQ(host_.FramesReleased(), released) << "a frame went back under the lock";
+    outcome.log.Write(&FakeHost::Entry);
+    std::string profiles;
+    for (const auto& item : outcome.dispatched) {
+      profiles += std::to_string(item->profile->ID);
+      last_ = item;
+    }
+    return profiles;
+  }
+
+  // A change of the configuration: the profiles that it concerns, or "rejected".
+  std::string Update(const std::string& notify) {
+    const std::string text = Change(notify);
+    NotifyChange change =
+        ReadNotifyChange(*ParseDocument(text.data(), text.size()).Root(), state_->config);
+    std::string profiles = change.isAccepted ? "" : "rejected";
+    for (const std::int32_t id : change.affected) profiles += std::to_string(id);
+    EXPECT_TRUE(TakeNotifyChange(std::move(change), *state_));
+    return profiles;
+  }
+
+  // A full system document. True when it makes a save necessary.
+  bool TakeSystem(const std::string& elements) {
+    const std::string text = SystemDocument(elements);
+    bool isSaveDue = false;
+    Run([&](ServiceState& state, IntakeOutcome& outcome) {
+      const ParsedDocument parsed = ParseDocument(text.data(), text.size());
+      isSaveDue = ApplySystemDocument(ReadSystemDocument(*parsed.Root()), state, outcome);
+    });
+    return isSaveDue;
+  }
+  static std::string Reviewer(const std::string& enabled) {
+    return "<Users><SecondReviewer Enabled='" + enabled + "'/></Users>";
+  }
+
+  std::string Send(const std::string& entries, const std::string& elements = "") {
+    const std::string text = EventDocument(entries, elements);
+    return Run([&](ServiceState& state, IntakeOutcome& outcome) {
+      ReceiveEvents(ReadEventDocument(*ParseDocument(text.data(), text.size()).Root()), state,
+                    outcome);
+    });
+  }
+
+  std::string Tick(std::int64_t seconds) {
+    wall_ += seconds;
+    return Run([&](ServiceState& state, IntakeOutcome& outcome) {
+      state.parked.ReleaseDue(wall_);
+      DispatchReady(state, outcome);
+    });
+  }
+
+  std::string Frame(std::uint32_t camera, std::uint32_t length = 1, bool isKey = true) {
+    const IncomingFrame frame{Source(camera), isKey ? kKeyFrame : 0u, 0, host_.Lend("x"), length};
+    const std::string profiles = Run([&](ServiceState& state, IntakeOutcome& outcome) {
+      isTaken_ = state.buffers.TakeFrame(frame, outcome.dropped);
+      LimitWaitingVideo(state, outcome);
+      if (isTaken_) DispatchReady(state, outcome);
+    });
+    if (!isTaken_) host_.TakeBack(frame.handle);
+    return profiles;
+  }
+
+  // Dispatches what is parked, and forgets who was throttled.
+  void Reset() {
+    Tick(1000);
+    state_->throttle = Throttle();
+    Frame(2);
+    Frame(3);
+    host_.ClearLog();
+  }
+
+  // Plays steps, and gives the profiles that each of them dispatches.
+  //
+  //   1+  2-  6t    an event document: profile and start, end or test message; several with commas.
+  //                 It is one of the gate camera, unless "y" for the yard camera, "g" for both as a
+  //                 group, "n" for no source or "i" for an input follows; "'" is a later time.
+  //   fg  fy        a frame of the gate's or yard's stream
+  //   s5  m30000    time passes: seconds up to a tick of the host, milliseconds
+  std::string Play(const std::string& steps) {
+    std::string dispatched;
+    std::istringstream words(steps);
+    for (std::string word; words >> word;) {
+      std::string ids;
+      if (word[0] == 'f') {
+        ids = Frame(word[1] == 'g' ? 2 : 3);
+      } else if (word[0] == 's') {
+        ids = Tick(std::stoi(word.substr(1)));
+      } else if (word[0] == 'm') {
+        tick_ += static_cast<std::uint32_t>(std::stoul(word.substr(1)));
+      } else {
+        std::string entries, entry;
+        for (std::istringstream list(word); std::getline(list, entry, ',');) {
+          const auto has = [&](char mark) { return entry.find(mark) != std::string::npos; };
+          entries += EventEntry(
+              entry[0] - '0', !has('-'),
+              std::string(has('\'') ? "Time='1500000009' " : "") + (has('t') ? kTest : ""),
+              has('n')   ? ""
+              : has('g') ? kGroup
+              : has('i') ? From(769, 3)
+                         : From(Source(has('y') ? 3 : 2)));
+        }
+        ids = Send(entries);
+      }
+      dispatched += (dispatched.empty() ? "" : " ") + (ids.empty() ? "-" : ids);
+    }
+    return dispatched;
+  }
+
+  FakeHost host_;
+  std::uint32_t tick_ = 0xFFFFFFFF - 5000;  // the clock wraps meanwhile
+  std::int64_t wall_ = 1'500'000'000;
+  std::unique_ptr<ServiceState> state_ = std::make_unique<ServiceState>(&FakeHost::Entry);
+  WorkQueue::Item last_;  // that was dispatched
+  bool isTaken_ = false;  // the last frame
+};
+
+TEST_F(IntakeTest, DispatchesParksAndReleases) {
+  for (const auto& row : Rows(R"(
+    by the profile's edge                       | 6+,7+,8+ m10000 6-,7-,8-       | 68 - 78
+    an edge of no meaning                       | 4+n,4-n                        | -
+    tests always                                | 6t,7t,8t,4t 6-t,7-t,4-t        | 6784 674
+    but for the throttle                        | 8+ 8- 8t m9999 8+ m1 8- 8t     | 8 - - - - - 8 -
+    what is not due starts no interval          | 7+ 6- 8+,6+                    | - - 86
+    at the first tick behind the deadline       | 1+ s5 3+y s27 s1 s4 s1 s99     | - - - - 1 - 3 -
+    when the last clip is complete              | 1+g m30000 fg fy fy            | - - - 1 -
+    at once without video                       | 1+n 1+i 2-i                    | 1 1 2
+    at once when nothing is to be recorded      | 5+ 5-y                         | 5 5
+    what has no video, then what is ready       | 3+,2- 5+',6+'                  | - 6325
+    in the order of the events                  | 3+,1+y s99                     | - 31
+    the end releases a start                    | 1+ 9-'                         | - 1
+    another start does not                      | 1+ 9+' s99                     | - - 1
+    the start releases an end                   | 2- 9+'                         | - 2
+    another end does not                        | 2- 9-' s99                     | - - 2
+    either releases what wants both             | 3+ 9+' 3- 9+'                  | - 3 - 3
+    as does the end                             | 3+ 9-'                         | - 3
+    only of the same source                     | 3+ 9-y' 9-n' 9-g' s99          | - - - - 3
+    a group is a source                         | 3+g 9-' 9-g'                   | - - 3
+    one of several                              | 3+ 3+y' 1+y' 9-y'              | - - 3 1
+    several in their order                      | 3+,1+ 3+y 9-' s99              | - - 31 3
+    not what the document itself parked         | 3+,2-,9+,9- s99                | - 32
+    but another document of the same time       | 3+,2- 9+                       | - 32)")) {
+    EXPECT_EQ(Play(row[1]), row[2]) << row[0];
+    Reset();
+  }
+  EXPECT_EQ(state_->buffers.FindChannel(Source(2))->OpenClips(), 0u);
+  Play("1+,3+g m1000 fg fy");  // is parked at the end
+}
+
+TEST_F(IntakeTest, SkipsWhatIsNotItsOwnOrIncomplete) {
+  const std::string mine = "<Profiles>" + EventEntry(6) + "</Profiles></Notify>";
+  const std::string alien = "<Notify ID='786433'>" + mine + "<Notify>" + mine;
+  EXPECT_EQ(Send("<Profile ID='6' Action='7'/><Profile ID='6' Alarm='x' Action='7'/>"), "");
+  EXPECT_EQ(Send(EventEntry(6, true, "Action='x'") + EventEntry(6, true, "Action=''")), "");
+  EXPECT_EQ(Send(EventEntry(7, true, "Message='Testing Profile '"), alien), "");
+  EXPECT_EQ(Send("<Anything ID='6' Alarm='5' Action='7'/>",
+                 "<Notify ID='786432'/><Notify ID='786432'>" + mine),
+            "66");
+  EXPECT_EQ(last_->eventSeconds, wall_) << "when the document does not say";
+  EXPECT_TRUE(last_->isStart);
+  Play("3+");
+  EXPECT_EQ(Send(EventEntry(9, false, "Time='1' Action='x'")), "3") << "nobody is told of the 9";
+  EXPECT_EQ(host_.Log().back(), (LogLine{25,
+                                         "Received a notification request for an unknown profile "
+                                         "9. Request will be ignored"}));
+}
+
+TEST_F(IntakeTest, FillsTheItemFromProfileConfigurationAndDocument) {
+  const auto configure = [&](const std::string& attributes, const std::string& body) {
+    Update(Notify(Profile(11, attributes, "<to>t@x</to><body>" + body + "</body>") + Profile(12)));
+  };
+  // Sends an event with a server and gives the facts.
+  const auto facts = [&](const std::string& entry, const std::string& server) {
+    Send(entry, "<Servers><Server " + server + "/><Server Serial='other'/></Servers>");
+    const TemplateFacts& f = last_->facts;
+    const SystemFacts& s = *last_->system;
+    return f.sourceName + "," + f.eventState + "," + s.description + "," + s.serial + "," +
+           s.macAddress;
+  };
+  configure("MaxVideoSeconds='30'", "{source}");
+  const auto config = state_->config;
+  EXPECT_EQ(facts(EventEntry(11, true, "", From(Source(3)) + From(769, 3) + kGroup),
+                  "Serial='S' Description='D' MAC='M'"),
+            "Yard,Start,D,S,M");
+  const auto item = last_;
+  EXPECT_EQ(item->config, config);
+  EXPECT_EQ(item->profile, &config->profiles.at(11));
+  EXPECT_EQ(item->eventSeconds + item->facts.eventTime, 3000000000);
+  EXPECT_EQ(item->eventMilliseconds, 250);
+  EXPECT_EQ(item->preTriggerSeconds, 5);
+  EXPECT_EQ(item->source.value, static_cast<std::uint32_t>(Source(3)));
+  EXPECT_EQ(item->facts.eventType, 2);
+  EXPECT_EQ(item->cameras, (std::vector<SourceId>{item->source})) << "also without attachments";
+  // What a later document does not say stays; what a later configuration says does not reach back.
+  configure("EventEdge='1'", "{event state}");
+  EXPECT_EQ(item->profile->body, "{source}");
+  EXPECT_EQ(facts(EventEntry(11, false), "Description='E'"), "Gate,End,E,S,M");
+  EXPECT_EQ(facts(EventEntry(11, false), "Serial=''"), "Gate,End,E,,M");
+  EXPECT_EQ(facts(EventEntry(12), "Serial='T'"), "Gate,Start,E,T,M");
+  EXPECT_EQ(facts(EventEntry(12, true, kTest, kGroup), ""), "[Test Event Source],Start,E,T,M");
+  EXPECT_TRUE(last_->isTest && last_->cameras.empty());
+  EXPECT_EQ(last_->facts.eventType, -1);
+  EXPECT_EQ(last_->source.value, 0xFFFFFFFFu);
+}
+
+TEST_F(IntakeTest, TheProfileLineSaysWhatSetItOff) {
+  const auto line = [&](bool starts, const std::string& attributes, const std::string& sources) {
+    Send(EventEntry(11, starts, attributes, sources));
+    EXPECT_EQ(host_.Log().back().level, 25u);
+    return host_.Log().back().text;
+  };
+  Update(Notify(Profile(11, "description='Door' EventEdge='2'"), "EmailSizeLimitMB='3'"));
+  const std::string intro = "Profile Door: PreTrigger(5), MaxDuration(0), MaxSizeMB(3)";
+  EXPECT_EQ(line(true, "", From(Source(2)) + From(Source(3), 18)),
+            intro + ", event source (Gate), event source (Yard), event state (Start)");
+  EXPECT_EQ(line(true, "", kGroup),
+            intro + ",  event source group (Perimeter), event state (Start)");
+  EXPECT_EQ(line(true, "", ""), intro + ", event source (Unknown), event state (Start)");
+  EXPECT_EQ(line(false, "Action='9'", kGroup + From(769, 3)),
+            "Profile Door: PreTrigger(0), MaxDuration(0), MaxSizeMB(3), event source (Trigger "
+            "Input 3-1), event state (End)");
+  Update(Notify(Profile(11, "description='" + std::string(600, 'x') + "'")));
+  EXPECT_EQ(line(true, "", ""), "Profile " + std::string(492, 'x'));
+}
+
+TEST_F(IntakeTest, CapturesEachSourceThatHasVideo) {
+  const auto videos = [&](const std::string& sources) {
+    Send(EventEntry(1, true, "", sources));
+    Tick(100);
+    std::string text;
+    for (const AttachmentSource& video : last_->videos) {
+      EXPECT_TRUE(video.clip == nullptr || video.clip->Complete());
+      text += video.name + (video.clip == nullptr ? "? " : " ");
+    }
+    return text;
+  };
+  for (const int type : {1, 2, 9, 18}) EXPECT_EQ(videos(From(Source(2), type)), "Gate ");
+  EXPECT_EQ(videos(From(769, 3) + From(Source(3))), "Yard ");
+  EXPECT_EQ(videos(kGroup), "Gate Yard ");
+  EXPECT_EQ(videos(From(0xF0000007)), "Video Input 0-7? ");
+  for (const char* const line :
+       {"Unable to map video input to stream/ channel id to locate video frame",
+        "Unable to locate corresponding video frame for channel/stream id -268435449 to attach to "
+        "this notification profile"}) {
+    const auto log = host_.Log();
+    EXPECT_EQ(std::count(log.begin(), log.end(), LogLine{50, line}), 1) << line;
+  }
+}
+
+TEST_F(IntakeTest, TheOldestVideoIsLetGoWhenTooMuchWaits) {
+  const LogLine line{50,
+                     "More than 256 MB of video wait to be sent. The oldest clips are given up; "
+                     "their notifications will be sent without them"};
+  const std::uint32_t half = (128u << 20) - 100;
+  Update(Notify(Attaching(1, "EventEdge='0'") + Attaching(3, "EventEdge='2'"),
+                "EmailSizeLimitMB='1000'"));
+  const auto wasLetGo = [&] { return last_->videos.at(0).clip->WasLetGo(); };
+  for (int outage = 1; outage <= 2; ++outage) {
+    tick_ += 10'000;  // longer than the time before the event
+    Frame(2, half);
+    Frame(3, half);
+    EXPECT_EQ(Play("1+ 3+y"), "- -");
+    EXPECT_EQ(host_.Logged(line.text), outage - 1);
+    EXPECT_EQ(Frame(2, 1000, false), "1") << "there is nothing more to wait for";
+    EXPECT_TRUE(wasLetGo());
+    EXPECT_EQ(host_.Log().back(), line);
+    EXPECT_EQ(Play("1+"), "3") << "the next oldest, for the same frames again";
+    EXPECT_TRUE(wasLetGo());
+    EXPECT_EQ(Play("s99"), "1");
+    EXPECT_FALSE(wasLetGo());
+    last_.reset();
+    Frame(2);
+    Frame(2);
+  }
+  EXPECT_EQ(host_.Logged(line.text), 2) << "once each";
+}
+
+TEST_F(IntakeTest, TheOldestNotificationsEndWhenTooManyWait) {
+  EXPECT_EQ(Play("3+ 6+n"), "- 6");  // one is parked
+  const WorkQueue::Item item = last_;
+  WorkQueue queue;
+  queue.Enqueue(WorkQueue::Items(19'998, item));
+  const auto ended = [&](std::size_t dispatched) {
+    std::size_t count = 0;
+    Run([&](ServiceState& state, IntakeOutcome& outcome) {
+      outcome.dispatched.assign(dispatched, item);
+      LimitWaitingNotifications(queue, state, outcome);
+      count = outcome.ended.size();
+      EXPECT_EQ(outcome.dispatched.size() + queue.Size() + state.parked.Size(),
+                std::min<std::size_t>(20'000, 19'999 + dispatched));
+    });
+    return count;
+  };
+  EXPECT_EQ(ended(1), 0u) << "as many as may";
+  EXPECT_EQ(ended(3), 2u);
+  EXPECT_EQ(queue.Size(), 19'996u) << "those of the queue first";
+  EXPECT_EQ(state_->parked.Size(), 1u);
+  const LogLine line{
+      75, "More than 20000 notifications wait to be sent. The oldest ones will not be sent"};
+  EXPECT_EQ(host_.Log().back(), line);
+  EXPECT_EQ(host_.Logged(line.text), 1);
+}
+
+TEST(Throttle, AdmitsEachProfileOnceAnInterval) {
+  Throttle throttle;
+  std::uint32_t now = 0xFFFFFFFF - 5000;  // the clock wraps in between
+  // Milliseconds later, the interval in seconds, the answer. What is refused does not move the time,
+  // a new interval starts anew.
+  std::istringstream steps(
+      "0 10 1  9999 10 0  1 10 1  5000 20 1  19999 20 0  0 10 1  0 0 1  0 0 1  0 -5 1  0 -5 1  "
+      "0 2147483647 1  2147483647 2147483647 0  0 3000000 1  3000000000 3000000 1");
+  std::int32_t interval = 0;
+  bool isAdmitted = false;
+  for (std::uint32_t later = 0; steps >> later >> interval >> isAdmitted;) {
+    EXPECT_EQ(throttle.Admit(1, interval, now += later), isAdmitted) << now << " " << interval;
+  }
+  EXPECT_TRUE(throttle.Admit(2, 10, now));
+  throttle.Advance(now + 0x80000000u);
+  EXPECT_TRUE(throttle.Admit(2, 10, now + 5000)) << "a turn of the clock and five seconds later";
+}
+
+TEST_F(IntakeTest, TellsWhichProfilesAChangeMayConcern) {
+  // Servers as description, address, port, SSL, user and password, or as many of these as differ
+  // from the usual; profiles as identifier, attributes and elements.
+  state_ = std::make_unique<ServiceState>(&FakeHost::Entry);
+  for (const auto& row : Rows(R"(
+    new profiles                     |                | 1;2                              | 12
+    there was no server before       | A              | 1;2                              | 12
+    nothing new                      | A              | 1;2                              |
+    one more server                  | A,B            | 1;2                              |
+    another order                    | B,A            | 1;2                              |
+    one fewer                        | A              | 1;2                              | 12
+    one twice                        | A,A            | 1;2                              |
+    and once again                   | A              | 1;2                              | 12
+    another instead                  | B              | 1;2                              | 12
+    each of a server's fields        | B b            | 1;2                              | 12
+    its port                         | B b 26         | 1;2                              | 12
+    its use of TLS                   | B b 26 1       | 1;2                              | 12
+    its user                         | B b 26 1 v     | 1;2                              | 12
+    its password                     | B b 26 1 v q   | 1;2                              | 12
+    back                             | B              | 1;2                              | 12
+    a new profile                    | B              | 1;2;3                            | 3
+    one has gone                     | B              | 1;2                              |
+    no mail setting                  | B              | 1 attach='1' ThrottleSeconds='9';2 |
+    to                               | B              | 1 <to>u@x</to><body>b</body>;2   | 1
+    cc                               | B              | 1 <to>u@x</to><cc>c@x</cc><body>b</body>;2 | 1
+    bcc                              | B              | 1 <to>u@x</to><cc>c@x</cc><bcc>b@x</bcc><body>b</body>;2 | 1
+    body                             | B              | 1 <to>u@x</to><cc>c@x</cc><bcc>b@x</bcc><body>c</body>;2 | 1
+    nothing new                      | B              | 1 <to>u@x</to><cc>c@x</cc><bcc>b@x</bcc><body>c</body>;2 |
+    back                             | B              | 1;2                              | 1
+    from                             | B              | 1 from='g@x';2                   | 1
+    subject                          | B              | 1 from='g@x' subject='t';2       | 1)")) {
+    std::string servers, profiles, text;
+    for (std::istringstream list(row[1]); std::getline(list, text, ',');) {
+      std::string fields[] = {"", "a", "25", "0", "u", "p"};
+      std::istringstream words(text);
+      for (std::string& field : fields) {
+        if (std::string word; words >> word) field = word;
+      }
+      servers += "<smtp description='" + fields[0] + "' address='" + fields[1] + "' port='" +
+                 fields[2] + "' UseSSL='" + fields[3] + "'><Authentication username='" + fields[4] +
+                 "' password='" + fields[5] + "'/></smtp>";
+    }
+    for (std::istringstream list(row[2]); std::getline(list, text, ';');) {
+      const std::size_t at = std::min(text.find('<'), text.size());
+      profiles += at == text.size()
+                      ? Profile(text[0] - '0', text.substr(1))
+                      : Profile(text[0] - '0', text.substr(1, at - 1), text.substr(at));
+    }
+    EXPECT_EQ(Update(Notify(profiles, "", servers)), row[3]) << row[0];
+  }
+}
+
+TEST_F(IntakeTest, ChangesReachWorkerAndFrameHistory) {
+  state_->configurationChanged = false;
+  EXPECT_EQ(Update("<Notify ID='786432' MaxRetryQueue='3'><Servers/></Notify>"), "rejected");
+  EXPECT_EQ(Update("<Notify ID='786433'><Servers/><Profiles/></Notify>") + Update(""),
+            "rejectedrejected");
+  EXPECT_EQ(state_->config->MaxRetryQueue, 3) << "the settings all the same";
+  EXPECT_EQ(state_->config->profiles.size(), 8u);
+  EXPECT_FALSE(state_->configurationChanged);
+  Update(Notify(Profile(1), "EmailSizeLimitMB='0'"));
+  EXPECT_TRUE(state_->configurationChanged);
+  Frame(2);
+  EXPECT_FALSE(isTaken_) << "no video fits into mails of no size";
+}
+
+TEST_F(IntakeTest, SecondReviewerModeGoesBothWays) {
+  Update(Notify(Attaching(1, "") + Attaching(2, "") + Profile(6)));
+  state_->configurationChanged = false;
+  for (const auto& row : Rows(R"(
+    5 | saves | on  | 1
+    1 |       | on  | 0
+    x |       | on  | 0
+    0 | saves | off | 0
+    0 |       | off | 0
+    1 | saves | on  | 0)")) {
+    host_.ClearLog();
+    EXPECT_EQ(TakeSystem(TwoCameras() + Reviewer(row[0])), row[1] == "saves") << row[0];
+    EXPECT_EQ(state_->config->secondReviewerMode, row[2] == "on");
+    EXPECT_EQ(host_.Log(),
+              std::vector<LogLine>(row[3] == "1" ? 1 : 0,
+                                   {25, "Disabled all attachments for second reviewer mode."}));
+    EXPECT_FALSE(state_->config->profiles.at(1).attach || state_->config->profiles.at(2).attach);
+  }
+  EXPECT_FALSE(TakeSystem(TwoCameras()));
+  EXPECT_FALSE(state_->configurationChanged) << "retries stay";
+  NotifyConfig config = *state_->config;  // whatever put it there
+  config.profiles.at(1).attach = true;
+  ReplaceConfig(std::move(config), *state_);
+  EXPECT_EQ(Play("6+ 1+"), "6 1") << "a document that does not say leaves the mode on";
+  EXPECT_TRUE(last_->videos.empty());
+  EXPECT_EQ(last_->cameras.size(), 1u);
+  EXPECT_EQ(host_.Log().at(1), (LogLine{50, "Attachments will be omitted for \"Profile 1\""}));
+}
+
+TEST_F(IntakeTest, SystemDocumentsKeepWhatTheyDoNotMention) {
+  TakeSystem("<Events><Event ID='8' PreAlarm='3'/><Event ID='10'/></Events>");
+  EXPECT_EQ(state_->config->preAlarms, (std::map<std::int32_t, std::int32_t>{{7, 5}, {8, 3}}));
+  EXPECT_TRUE(state_->eventActions.sources.empty()) << "\"Events\" without actions empty the table";
+  TakeSystem(TwoCameras());
+  Frame(2);
+  EXPECT_TRUE(isTaken_);
+  TakeSystem("");
+  EXPECT_EQ(state_->eventActions.sources.size(), 2u);
+  Frame(2);
+  EXPECT_FALSE(isTaken_) << "but the streams are gone";
+}
+
+}  // namespace
+}  // namespace tvx::test

@@ -1,0 +1,592 @@
+// The service with its worker, in a folder of its own, over a host whose programs are scripted.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <boost/filesystem/operations.hpp>
+#include <boost/thread/exceptions.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <ctime>
+#include <deque>
+#include <functional>
+#include <future>
+#include <iterator>
+#include <memory>
+#include <new>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "base/clock.h"
+#include "config/event_types.h"
+#include "host/host_entry.h"
+#include "service/message_text.h"
+#include "service/notify_service.h"
+#include "service/web_link_step.h"
+#include "support/documents.h"
+#include "support/fake_host.h"
+#include "support/fake_programs.h"
+#include "support/table.h"
+#include "support/temporary_folder.h"
+
+namespace tvx::test {
+namespace {
+
+constexpr std::int32_t kCameras = 5;
+
+std::string Gate(const std::string& body = "b") {
+  return Profile(1, "attach='1' MaxVideoSeconds='30' description='Gate'",
+                 "<to>t@x</to><cc>c@x</cc><bcc>d@x</bcc><body>" + body + "</body>") +
+         Profile(2, "from='nobody' description='Yard'");
+}
+// An event of so many cameras; without one its mail goes out at once.
+std::string Event(int number = 0, std::int32_t cameras = 0, std::int32_t profile = 1) {
+  std::string sources = "<EventSource ID='769' Type='3'/>";
+  for (std::int32_t i = 0; i < cameras; ++i) {
+    sources += "<EventSource ID='" + std::to_string(Source(i + 1)) + "' Type='2'/>";
+  }
+  return EventDocument(
+      EventEntry(profile, true, "Milliseconds='" + std::to_string(number) + "'", sources));
+}
+// All cameras, whose streams are still images.
+std::string Cameras() {
+  std::string cameras, events;
+  for (std::uint32_t i = 1; i <= kCameras; ++i) {
+    cameras += Camera(i, std::to_string(i), 0);
+    events += NotifyingEvent(i, i);
+  }
+  return SystemDocument(Devices(cameras) + "<Events>" + events + "</Events>");
+}
+std::string Reviewer(const char* enabled) {
+  return SystemDocument("<Users><SecondReviewer Enabled='" + std::string(enabled) + "'/></Users>");
+}
+
+std::function<void()> duringCalls;  // what the host does with each call before it answers
+
+int Entry(HostRequest* request, HostReply* reply) {
+  thread_local bool inside = false;
+  if (duringCalls && !inside) {
+    inside = true;
+    duringCalls();
+    inside = false;
+  }
+  return FakeHost::Entry(request, reply);
+}
+
+class ServiceTest : public testing::Test {
+ protected:
+  using Texts = std::vector<std::string>;
+  static constexpr int kEndless = -1;
+
+  ServiceTest() {
+    channel_.Register(kModuleId, [](void* chunk, std::uint32_t size) {
+      HostRequest request = MakeHostRequest(HostCommand::ChannelMessage, PayloadKind::None);
+      request.length = size;
+      request.payload = chunk;
+      HostReply reply = MakeHostReply();
+      return FakeHost::Entry(&request, &reply) == 0;
+    });
+    programs_.OnRun([this](const Launch& launch) {
+      if (launch.arguments.size() == 2) return ProgramEnd{0, version_};
+      mails_.push_back(*(launch.arguments.end() - 2));
+      texts_.push_back(ReadFile(mails_.back()));
+      if (awaitsFrames_) {
+        EXPECT_TRUE(host_.WaitFor([&] { return host_.FramesOut() == 0; }))
+            << "frames are held while the mail is on its way";
+      }
+      const int exit = exits_.front();
+      if (exits_.size() > 1) exits_.pop_front();
+      ProgramEnd end;
+      end.rawStatus = static_cast<std::uint32_t>(exit) << 8;
+      end.runsOn = exit == kEndless;
+      return end;
+    });
+    SetTickClock([this] { return tick_.load(); });
+    SetWallClock([this] { return std::int64_t{std::time(nullptr)} + secondsAhead_; });
+  }
+  ~ServiceTest() override {
+    Stop();
+    duringCalls = nullptr;
+    SetTickClock(MonotonicTick);
+    SetWallClock({});
+    EXPECT_EQ(host_.Problems(), Texts{});
+  }
+
+  void Open(const std::string& block = Notify(Gate())) {
+    WriteFile("notify.xml", Root(block));
+    service_.Open();
+  }
+  void Start() {
+    worker_ = std::thread([this] { service_.RunWorker(); });
+  }
+  void Stop() {
+    service_.Stop();
+    channel_.Close();
+    if (worker_.joinable()) worker_.join();
+  }
+  void Update(const std::string& text) { service_.ApplyUpdate(text.data(), text.size()); }
+  void Send(const std::string& text) { service_.ReceiveEventDocument(text.data(), text.size()); }
+  bool Frame(std::int32_t camera, std::size_t bytes = 1) {
+    const void* const handle = host_.Lend(std::string(bytes, 'p'));
+    const auto length = static_cast<std::uint32_t>(bytes);
+    const bool taken = service_.ReceiveFrame({Source(camera), kKeyFrame, 0, handle, length});
+    if (!taken) host_.TakeBack(handle);
+    return taken;
+  }
+  bool HasStatuses(std::size_t count) {
+    return host_.WaitFor([&] { return host_.Statuses().size() >= count; });
+  }
+  static bool Saved(const std::string& text) {
+    return ReadFile("notify.xml").find(text) != std::string::npos;
+  }
+  // Messages by the part of their names that tells them apart.
+  static std::string Short(const Texts& paths) {
+    std::string text;
+    for (const std::string& path : paths) {
+      const std::size_t at = path.find("notify-mail-1-1500000000-");
+      text += (text.empty() ? "" : " ") + path.substr(at == std::string::npos ? 0 : at + 25);
+    }
+    return text;
+  }
+  static std::string Files() {
+    Texts paths;
+    for (const auto& file : boost::filesystem::directory_iterator("data")) {
+      paths.push_back(file.path().string());
+    }
+    std::sort(paths.begin(), paths.end());
+    return Short(paths);
+  }
+
+  TemporaryFolder folder_;
+  FakeHost host_;
+  ProcessChannel channel_;
+  std::string version_ = "curl 8\nProtocols: smtp smtps\nFeatures: SSL\n";
+  std::atomic<bool> awaitsFrames_{false};  // each transfer, until all frames are back
+  std::deque<int> exits_ = {0};            // of curl; the last one stays
+  Texts mails_, texts_;                    // that were sent
+  std::atomic<std::uint32_t> tick_{0};
+  std::atomic<int> secondsAhead_{0};  // of the wall clock
+  NotifyService service_{&Entry, channel_};
+  FakePrograms programs_{host_, [this](const std::string& chunk) {
+                           channel_.Receive(chunk.data(), static_cast<std::uint32_t>(chunk.size()));
+                         }};
+  std::thread worker_;
+};
+
+TEST_F(ServiceTest, OpenProbesRegistersLoadsSavesAndPublishes) {
+  Open();
+  EXPECT_EQ(programs_.Launches(), (std::vector<Arguments>{{"./curl", "-V"}}));
+  const auto documents = host_.Documents();
+  ASSERT_EQ(documents.size(), 2u);
+  EXPECT_NE(documents[0].text.find("<Module Name=\"NotifyPI\" ID=\"786432\""), std::string::npos);
+  EXPECT_EQ(documents[1].command, HostCommand::ConfigDocument);
+  EXPECT_EQ(documents[1].text, ReadFile("notify.xml"));
+  EXPECT_TRUE(Saved(" SSL=\"2\" ") && Saved("description=\"Gate\""));
+  EXPECT_EQ(host_.Log(),
+            (std::vector<LogLine>{{25, "Loaded configuration from disk successfully"}}));
+}
+
+TEST_F(ServiceTest, OpenGoesOnWithoutCurlAndWithoutAUsableFile) {
+  version_ = "Protocols: smtp\n";
+  const LogLine empty{50,
+                      "Either no configuration or an improper configuration was found, continuing "
+                      "with empty configuration."};
+  Open("<Notify ID='786433'><Servers/><Profiles/></Notify>");
+  EXPECT_EQ(host_.Log(), std::vector<LogLine>{empty});
+  EXPECT_TRUE(FileExists("notify.xml.rejected") && Saved("<Notify") && !Saved("SSL="));
+  // A rejected file that cannot be kept aside stays until the next change.
+  ::remove("notify.xml.rejected");
+  ::mkdir("notify.xml.rejected", 0700);
+  WriteFile("notify.xml.rejected/file", "");
+  Open("mine");
+  EXPECT_EQ(
+      host_.Log()[1],
+      (LogLine{50,
+               "The rejected notify.xml could not be renamed to notify.xml.rejected and stays "
+               "as it is until the next change of the configuration"}));
+  EXPECT_TRUE(Saved("mine"));
+  Update(Change(Notify(Gate())));
+  EXPECT_TRUE(Saved("description=\"Gate\""));
+}
+
+TEST_F(ServiceTest, ChangesAreSavedPublishedAndReported) {
+  Open();
+  const std::string block = Notify(Gate("new"));
+  const std::size_t lines = host_.Log().size();
+  for (const std::string& text :  // no change, or none of this one's
+       {Root(block), Root(block, "Delta='x'"), SystemDocument(block), Change(""),
+        Change("<Notify ID='786432'><Servers/></Notify>"), "<other Delta='1'>" + block + "</other>",
+        std::string("<tDVR Delta='1'>"), std::string(), Reviewer("0")}) {
+    Update(text);
+  }
+  service_.ApplyUpdate(nullptr, 10);
+  EXPECT_EQ(host_.Documents().size(), 2u);
+  EXPECT_EQ(host_.Log().size(), lines);
+  for (const char* const delta : {"1", "-3"}) {
+    const std::size_t before = host_.Documents().size();
+    Update(Root(Notify(Gate(delta)), "Delta='" + std::string(delta) + "'"));
+    const auto documents = host_.Documents();
+    ASSERT_EQ(documents.size(), before + 2);
+    EXPECT_EQ(documents[before].text, ReadFile("notify.xml"));
+    EXPECT_TRUE(Saved("<body>" + std::string(delta) + "</body>"));
+    const std::string changed = "<Profile ID=\"1\" Status=\"-1\" Time=\"";
+    const std::size_t at = documents.back().text.find(changed);
+    ASSERT_NE(at, std::string::npos) << documents.back().text;
+    EXPECT_NEAR(std::stod(documents.back().text.substr(at + changed.size())),
+                static_cast<double>(std::time(nullptr)), 60);
+    EXPECT_EQ(host_.Log().back(), (LogLine{25, "Updated configuration successfully"}));
+  }
+  Update(Reviewer("1"));
+  EXPECT_TRUE(Saved("SupportsAttach=\"0\"") && Saved("attach=\"0\""));
+  Update(Reviewer("0"));
+  EXPECT_TRUE(Saved("SupportsAttach=\"1\""));
+}
+
+TEST_F(ServiceTest, TheNewestConfigurationIsPublishedLast) {
+  Open();
+  const auto change = [&](const char* body) { Update(Change(Notify(Gate(body)))); };
+  std::string published;
+  host_.OnDocument([&](const SentDocument& document) {
+    const std::size_t at = document.text.find("<body>");
+    published += at == std::string::npos ? "s" : document.text.substr(at + 6, 1);
+    // While one is being published, the next ones come.
+    if (published == "1") change("2");
+    if (published == "1s2") std::thread([&] { change("3"), change("4"); }).join();
+  });
+  change("1");
+  EXPECT_EQ(published, "1s2s4ss") << "one at a time, each newer, with a status for each behind it";
+  EXPECT_TRUE(Saved("<body>4</body>"));
+  change("4");
+  EXPECT_EQ(published, "1s2s4ss4s") << "though it affects no profile";
+  EXPECT_EQ(host_.Documents().back().text.find("<Profile "), std::string::npos);
+}
+
+TEST_F(ServiceTest, TheHostIsNeverCalledUnderTheIntakeMutex) {
+  int calls = 0;
+  duringCalls = [&] {
+    ++calls;
+    auto other = std::async(std::launch::async, [&] { service_.Tick(); });
+    EXPECT_EQ(other.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  };
+  Open();
+  Start();
+  Update(Cameras());
+  EXPECT_TRUE(Frame(1, 6 << 20) && Frame(1, 6 << 20));  // the first goes
+  Send(EventDocument(EventEntry(1) + EventEntry(9) + EventEntry(1, true, "", "")));
+  Update(Change(Notify(Gate(), "EmailSizeLimitMB='5'")));
+  EXPECT_TRUE(Frame(1));
+  Update(Reviewer("1"));  // and the streams are gone, and with them the frames
+  Send(Event());
+  EXPECT_TRUE(HasStatuses(3));
+  EXPECT_EQ(host_.FramesOut(), 0u);
+  Stop();
+  EXPECT_GE(calls, 15);
+}
+
+// Three pictures of 400 KB do not fit into a message.
+TEST_F(ServiceTest, SendsOneMessageForEachGroup) {
+  awaitsFrames_ = true;
+  Open(Notify(Gate("At {source}"), "EmailSizeLimitMB='1'"));
+  Start();
+  std::size_t statuses = 0;
+  for (const auto& row : Rows(R"(
+    0 | 0      | 1:0 | 9-0                                           |
+    0 | 67     | 1:1 | 9-0                                           |
+    2 | 0      | 1:0 | 9-0                                           |
+    3 | 0 0    | 1:0 | 9-0-Part-1-of-2 9-0-Part-2-of-2                 |
+    5 | 67 0 0 | 1:1 | 9-0-Part-1-of-3 9-0-Part-2-of-3 9-0-Part-3-of-3 |
+    5 | 0 0 67 | 1:1 | 9-0-Part-1-of-3 9-0-Part-2-of-3 9-0-Part-3-of-3 |
+    5 | 0 7 0  | 1:1 | 9-0-Part-1-of-3 9-0-Part-2-of-3 9-1-Part-3-of-3 | 9-0-Part-2-of-3
+    0 | 7      | 1:1 | 9-1                                           | 9-0-Part-2-of-3 9-1)")) {
+    SCOPED_TRACE(row[0] + " pictures, curl ends with " + row[1]);
+    Update(Cameras());
+    std::istringstream exits(row[1]);
+    exits_.assign(std::istream_iterator<int>(exits), {});
+    mails_.clear();
+    const int pictures = std::stoi(row[0]);
+    for (std::int32_t i = 1; i <= pictures; ++i) EXPECT_TRUE(Frame(i, 400 << 10));
+    Send(Event(9, pictures));
+    Update(SystemDocument(""));  // the histories are gone
+    ASSERT_TRUE(HasStatuses(++statuses));
+    EXPECT_EQ(host_.Statuses().back(), row[2]);
+    EXPECT_EQ(Short(mails_), row[3]);
+    EXPECT_TRUE(host_.WaitFor([&] { return Files() == row[4]; })) << Files();
+  }
+  EXPECT_EQ(host_.Logged("Failed to send notification using profile Gate.  This message will be "
+                         "retried"),
+            2);
+  EXPECT_EQ(texts_[0], "From: f@x\r\nTo: t@x\r\nCc: c@x\r\nSubject: s\r\n\r\nAt Trigger Input 3-1");
+}
+
+TEST_F(ServiceTest, TheWorkerGoesByTheConfigurationOfToday) {
+  ::mkdir("data", 0700);
+  WriteFile("data/notify-mail-1-2-3-4", "left over");
+  Open(Notify(Gate(), "MaxRetryQueue='7'"));
+  Update(Cameras());
+  Frame(1);
+  Send(Event(1, 1));
+  Send(Event(2, 1));
+  Update(Change(Notify(Gate(), "MaxRetryQueue='1'")));
+  Update(Reviewer("1"));
+  exits_ = {7};
+  Start();
+  ASSERT_TRUE(HasStatuses(2));
+  EXPECT_TRUE(host_.WaitFor([&] { return Files() == "2-1"; })) << "the newer one: " << Files();
+  EXPECT_EQ(texts_[0].find("image"), std::string::npos);
+  const auto log = host_.Log();
+  EXPECT_EQ(
+      std::count(log.begin(), log.end(), LogLine{50, "Attachments will be omitted for \"Gate\""}),
+      2);
+}
+
+TEST_F(ServiceTest, FailuresAreReportedAndANewConfigurationClearsWhatWaits) {
+  std::size_t statuses = 0;
+  const auto send = [&](int number, int exit, std::int32_t profile = 1) {
+    exits_ = {exit};
+    Send(Event(number, 0, profile));
+    ASSERT_TRUE(HasStatuses(++statuses));
+  };
+  const auto cleared = [&] {
+    return host_.Logged(
+        "Clearing retry notifications queue. 1 failed notifications will be "
+        "discarded");
+  };
+  Open();
+  Start();
+  send(0, 0);
+  // What fails after a change waits, though the worker waited since before it.
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  Update(Change(Notify(Gate(), "MaxRetrySeconds='99'")));
+  send(1, 67);
+  send(2, 7);
+  send(3, 0, 2);
+  EXPECT_EQ(Files(), "2-0");
+  EXPECT_EQ(cleared(), 0);
+  Update(Change(Notify(Gate(), "MaxRetrySeconds='98'")));
+  ASSERT_TRUE(host_.WaitFor([&] { return cleared() == 1; }));
+  send(4, 7);
+  Update(Cameras());
+  send(5, 0);
+  EXPECT_EQ(Files(), "4-1");
+  boost::filesystem::remove_all("data");
+  WriteFile("data", "no folder");
+  send(6, 0);
+  EXPECT_EQ(host_.Statuses(), (Texts{"1:0", "1:1", "1:1", "2:1", "1:1", "1:0", "1:1"}));
+  EXPECT_EQ(host_.Logged("Failed to prepare email notification file. (Profile Description: Yard)"),
+            1);
+  EXPECT_EQ(host_.Log().back(),
+            (LogLine{75, "Unable to create data directory: \"" + folder_.Path() + "/data\""}));
+}
+
+TEST_F(ServiceTest, OneBadNotificationIsReportedAndTheNextOneWorks) {
+  Open();
+  for (int i = 0; i < 3; ++i) Send(Event());
+  int failures = 3;  // of reports, each of which is tried once more
+  host_.OnDocument([&](const SentDocument&) {
+    if (failures-- > 0) throw std::bad_alloc();
+  });
+  Start();
+  EXPECT_TRUE(HasStatuses(5));
+  Stop();
+  EXPECT_EQ(host_.Statuses(), (Texts{"1:0", "1:0", "1:0", "1:0", "1:0"}));
+  EXPECT_EQ(host_.Logged("Failed to process notification of profile Gate: std::bad_alloc"), 3);
+  EXPECT_EQ(mails_.size(), 3u);
+}
+
+TEST_F(ServiceTest, ABrokenLockEndsTheWorkerAndItsWatchdog) {
+  Open();
+  Send(Event());
+  host_.OnDocument([](const SentDocument&) { throw boost::lock_error(); });
+  EXPECT_THROW(service_.RunWorker(), boost::lock_error);
+  service_.RunWatchdog();  // returns at once
+}
+
+TEST_F(ServiceTest, TicksCountTheTurnsOfTheClockForTheThrottle) {
+  Open(Notify(Profile(1, "ThrottleSeconds='10'")));
+  Send(Event(1));
+  for (tick_ = 0x80000000u; tick_ != 0; tick_ += 0x80000000u) service_.Tick();
+  Send(Event(2));
+  Start();
+  EXPECT_TRUE(HasStatuses(2));
+}
+
+TEST_F(ServiceTest, ABlockedLaunchDoesNotHoldUpTheStop) {
+  Open();
+  exits_ = {kEndless};
+  Start();
+  std::thread watchdog([&] { service_.RunWatchdog(); });
+  Send(Event());
+  ASSERT_TRUE(host_.WaitFor([&] { return programs_.Launches().size() == 2; }));
+  Send(Event(1));
+  Stop();  // ends curl's wait; the second event is dropped unsent
+  watchdog.join();
+  EXPECT_EQ(programs_.Launches().size(), 2u);
+  EXPECT_EQ(host_.Statuses(), (Texts{"1:1"})) << "an end that nobody saw is no delivery";
+}
+
+TEST_F(ServiceTest, WhatWasAcceptedIsNotLostWithWhatFailed) {
+  Open();
+  Start();
+  int calls = 0;
+  SetTickClock([&]() -> std::uint32_t { return ++calls == 2 ? throw std::bad_alloc() : 0; });
+  EXPECT_THROW(Send(EventDocument(EventEntry(1, true, "", "") + EventEntry(1, true, "", ""))),
+               std::bad_alloc);
+  EXPECT_TRUE(HasStatuses(1));
+  Stop();
+  SetTickClock(MonotonicTick);
+  // Nor is the turn of whoever publishes.
+  host_.OnDocument([](const SentDocument&) { throw std::bad_alloc(); });
+  EXPECT_THROW(Update(Change(Notify(Gate("lost")))), std::bad_alloc);
+  host_.OnDocument(nullptr);
+  Update(Change(Notify(Gate("kept"))));
+  EXPECT_TRUE(Saved("kept"));
+  const auto documents = host_.Documents();
+  EXPECT_EQ(std::count_if(documents.begin(), documents.end(),
+                          [](const SentDocument& document) {
+                            return document.text.find("Status=\"-1\"") != std::string::npos;
+                          }),
+            2)
+      << "of both changes";
+}
+
+TEST_F(ServiceTest, TooManyNotificationsEndUnsent) {
+  Open();
+  std::string entries;
+  for (int i = 0; i < 20'002; ++i) entries += "<e ID='1' Alarm='1' Action='7'/>";
+  Send(EventDocument(entries));
+  Send(Event());
+  EXPECT_EQ(host_.Statuses(), (Texts{"1:1", "1:1", "1:1"}));
+  EXPECT_EQ(host_.Logged("More than 20000 notifications wait to be sent. The oldest ones will not "
+                         "be sent"),
+            1);
+}
+
+TEST_F(ServiceTest, HostileDocumentsAreToldOfAndChangeNothing) {
+  std::string deep;
+  for (int i = 0; i < 300; ++i) deep += "<a>";
+  Send(std::string(17u << 20, 'x'));
+  Update(deep);
+  Send(std::string("\0\1\2", 3));
+  service_.ReceiveEventDocument(nullptr, 7);
+  const std::string what[] = {"an event document of the host: it is larger than 16 MiB",
+                              "a configuration document of the host: its elements are nested more "
+                              "than 256 deep"};
+  EXPECT_EQ(host_.Log(),
+            (std::vector<LogLine>{{50, "Ignored " + what[0]}, {50, "Ignored " + what[1]}}));
+}
+
+TEST_F(ServiceTest, EventsFramesTicksAndUpdatesMayComeAtOnce) {
+  constexpr int kRounds = 60;
+  Open();
+  Start();
+  const auto repeat = [](const std::function<void(int)>& action) {
+    return std::thread([=] {
+      for (int i = 0; i < kRounds; ++i) action(i);
+    });
+  };
+  std::thread threads[] = {
+      repeat([&](int) { Send(EventDocument(EventEntry(1))); }),
+      repeat([&](int i) { Send(Event(i)); }),
+      repeat([&](int i) { Update(i % 3 == 0 ? Change(Notify(Gate())) : Cameras()); }),
+      repeat([&](int) { Frame(1), Frame(2), Frame(3); }),
+      repeat([&](int) { service_.Tick(); }),
+  };
+  for (std::thread& thread : threads) thread.join();
+  // Nothing that was accepted is lost: every event has its mail, parked ones at their deadline.
+  secondsAhead_ = 1000;
+  service_.Tick();
+  EXPECT_TRUE(host_.WaitFor([&] {
+    const Texts statuses = host_.Statuses();
+    return std::count(statuses.begin(), statuses.end(), "1:0") == 2 * kRounds;
+  }));
+}
+
+TEST(WorkQueue, TheStopItemOvertakesEverything) {
+  const auto now = boost::chrono::milliseconds(0);
+  const auto item = std::make_shared<NotifyWorkItem>();
+  WorkQueue queue;
+  queue.Enqueue({item, item});
+  queue.Enqueue({});
+  queue.EnqueueStop();
+  EXPECT_EQ(queue.Take()->kind, NotifyWorkItem::Kind::Stop);
+  EXPECT_EQ(queue.Take(), item);
+  EXPECT_EQ(queue.TakeWithin(now), item);
+  EXPECT_EQ(queue.TakeWithin(boost::chrono::milliseconds(1)), nullptr);
+  queue.EnqueueStop();
+  EXPECT_EQ(queue.TakeWithin(now)->kind, NotifyWorkItem::Kind::Stop);
+}
+
+TEST(Watchdog, SendsAnEventEachIntervalUntilTheWorkerEnds) {
+  const std::pair<int, std::uint32_t> answers[] = {{3, 7}, {0, 7}, {3, 0}, {0, 0}};
+  for (const auto& [returned, status] : answers) {
+    FakeHost host;
+    host.Answer(HostCommand::Watchdog, returned, status);
+    Watchdog watchdog(&FakeHost::Entry);
+    testing::internal::CaptureStderr();
+    std::thread often([&] { watchdog.Run(boost::chrono::milliseconds(5)); });
+    std::thread never([&] { watchdog.Run(boost::chrono::hours(1)); });
+    EXPECT_TRUE(host.WaitFor([&] { return host.WatchdogEvents() >= 2; }));
+    EXPECT_FALSE(watchdog.IsStopped());
+    watchdog.MarkStopped();  // wakes both
+    often.join();
+    never.join();
+    const std::string line = "NotifyPI: watch dog event ret " + std::to_string(returned) +
+                             " error " + std::to_string(status);
+    const std::string told = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(told.substr(0, 2 * line.size()), returned + status == 0 ? "" : line + line);
+  }
+}
+
+TEST(MessageText, NamesAreOneLineEachAndNoLongerThanNeedBe) {
+  NotifyProfile profile;
+  profile.usesPlaceholders = true;
+  NotifyWorkItem item;
+  item.profile = &profile;
+  item.facts.sourceName = std::string(4095, 's') + "\xC3\xBC";
+  item.system = std::make_shared<SystemFacts>(
+      SystemFacts{"A\r\n.\r\nB", "\n.\n\x1b\x7f", std::string(5000, 'm')});
+  std::string subject, body = "{system name}|{serial}|{licensed mac}|{source}\n";
+  ExpandTexts(
+      item, [] { return ""; }, subject, body);
+  EXPECT_EQ(body, " .   |A  .  B|" + std::string(4096, 'm') + "|" + std::string(4095, 's') + "\n");
+}
+
+TEST(WebLinkStep, LinksToTheVideoOfTheEvent) {
+  const auto link = [](const char* address, std::int32_t type, std::uint32_t source,
+                       std::vector<SourceId> cameras) {
+    auto config = std::make_shared<NotifyConfig>();
+    config->webAddress = address;
+    config->profiles[4].MaxVideoSeconds = 30;
+    NotifyWorkItem item;
+    item.config = config;
+    item.profile = &config->profiles.at(4);
+    item.preTriggerSeconds = 5;
+    item.facts.eventTime = 1500000000;
+    item.system = std::make_shared<SystemFacts>(SystemFacts{"A1", "", ""});
+    item.facts.eventType = type;
+    item.source = {source};
+    item.cameras = std::move(cameras);
+    return WebLinkFor(item, &FakeHost::Entry, [](const WebServerAddress&, const std::string&) {
+      return R"({"list":[{"serial":"A1","id":"7"}]})";
+    });
+  };
+  const FakeHost host;
+  const char* const noCamera = "[Connected to Web Server]";
+  EXPECT_EQ(link("", event_type::kInputTrigger, 3, {}), "[No Valid Web Server Address]");
+  EXPECT_EQ(link("web", event_type::kInputTrigger, 3, {}), "[Not a Video Source Event]");
+  EXPECT_EQ(link("web", event_type::kVideoMotion, 66049, {}), noCamera);
+  EXPECT_EQ(link("web", event_type::kTestMessage, 0xFFFFFFFF, {}), noCamera);
+  EXPECT_EQ(
+      link("web", event_type::kSourceGroup, 3, {{66049}}),  // 1499999995 to 1500000030
+      "http://web/advanced.web?s=7;#"
+      "eyJzZWFyY2hTZXJ2ZXJJZCI6IjciLCJzZWFyY2hDYW1lcmFJZHMiOls2NjA0OV0sInNlYXJjaFN0YXJ0IjoxNDk5"
+      "OTk5OTk1MDAwLCJzZWFyY2hFbmQiOjE1MDAwMDAwMzAwMDAsIm1vZGUiOiJzZWFyY2giLCJxdWFsaXR5Ijo3LCJz"
+      "aXplIjoxMDB9");
+}
+
+}  // namespace
+}  // namespace tvx::test
