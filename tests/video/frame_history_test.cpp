@@ -13,34 +13,30 @@ namespace {
 using FrameHistory = VideoTest;
 
 TEST_F(FrameHistory, TakesWhatFitsAndDropsTheOldestGroups) {
-  struct Row {
-    const char* why;
-    const char* frames;
-    const char* taken;
-    const char* held;
-    std::uint32_t bytes;
-  };
-  const Row rows[] = {
-      {"no key frame yet", "d0 d10", "00", "", 0},
-      {"longer than the limit, and what depends on it", "K0:1001 d10", "00", "", 0},
-      {"as long as the limit", "K0:1000", "1", "0", 1000},
-      {"groups up to the limit", "K0:500 K10:300 d20:200", "111", "0|10 20", 1000},
-      {"a byte more", "K0:500 K10:501", "11", "10", 501},
-      {"more than 32 bits", "K0:900 K10:4294967295", "10", "", 0},
-      {"a group leaves whole", "K0:300 d1:300 K2:300 d3:101 d4:1", "11111", "2 3 4", 402},
-      {"as many groups as need be", "K0:300 K10:300 K20:300 K30:800", "1111", "30", 800},
-      {"a gap ends with the next key frame", "K0:400 d40:400 d80:400 d120:1 K160:400 d200:200",
-       "110011", "160 200", 600},
-      {"one that is too long leaves nothing", "K0:400 d40:700 K80:1001 d120:1", "1000", "", 0},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.why);
+  for (const auto& row : Rows(R"(
+    d0 d10 | 00 |  | 0 | no key frame yet
+    K0:1001 d10 | 00 |  | 0 | longer than the limit, and what depends on it
+    K0:1000 | 1 | 0 | 1000 | as long as the limit
+    K0:500 K10:300 d20:200 | 111 | 0/10 20 | 1000 | groups up to the limit
+    K0:500 K10:501 | 11 | 10 | 501 | a byte more
+    K0:900 K10:4294967295 | 10 |  | 0 | more than 32 bits
+    K0:300 d1:300 K2:300 d3:101 d4:1 | 11111 | 2 3 4 | 402 | a group leaves whole
+    K0:300 K10:300 K20:300 K30:800 | 1111 | 30 | 800 | as many groups as need be
+    K0:400 d40:400 d80:400 d120:1 K160:400 d200:200 | 110011 | 160 200 | 600 | a gap ends with the next key frame
+    K0:400 d40:700 K80:1001 d120:1 | 1000 |  | 0 | one that is too long leaves nothing
+    L10485760 K0:10485760 K1:1 K10:400 d20:100 K30:400 L0 K40:1 | 111110 | 1/10 20/30 | 901 | a limit of 0 refuses, and drops none
+    L10485760 K1:1 K10:400 d20:100 K30:400 L500 d40 | 11111 | 30 40 | 500 | a limit applies from the next frame on)")) {
+    SCOPED_TRACE(row[4]);
     Reset();
     set->SetByteLimit(1000);
-    EXPECT_EQ(Feed(row.frames), row.taken);
-    EXPECT_EQ(Show(History()), row.held);
-    EXPECT_EQ(History().Bytes(), row.bytes);
+    EXPECT_EQ(Feed(row[0]), row[1]);
+    EXPECT_EQ(Show(History()), row[2]);
+    EXPECT_EQ(std::to_string(History().Bytes()), row[3]);
   }
+  EXPECT_EQ(Feed("K0:1001", kJpegStream), "0") << "new streams have the limit as well";
+  Reset();
+  EXPECT_EQ(Feed("K0:10485761 K0:10485760"), "01") << "the limit before any is set";
+  Reset();
   // Groups are not counted, but for pictures.
   for (now = 1; now <= 25; ++now) {
     EXPECT_TRUE(Push(kH264Stream, true, 10) && Push(kJpegStream, true, 10));
@@ -60,30 +56,18 @@ TEST_F(FrameHistory, TakesWhatFitsAndDropsTheOldestGroups) {
   EXPECT_TRUE(clip->Complete());
 }
 
-TEST_F(FrameHistory, ALimitAppliesFromTheNextFrameOn) {
-  EXPECT_EQ(Feed("K0:10485760 K1:1"), "11") << "the limit before any is set";
-  Feed("K10:400 d20:100 K30:400");
-  set->SetByteLimit(0);
-  EXPECT_EQ(Feed("K40:1"), "0");
-  EXPECT_EQ(Show(History()), "1|10 20|30") << "refuses frames, and drops none";
-  set->SetByteLimit(500);
-  EXPECT_EQ(Feed("d40"), "1");
-  EXPECT_EQ(Show(History()), "30 40");
-  EXPECT_EQ(Feed("K0:501", kJpegStream), "0") << "new streams have it as well";
-}
-
 TEST_F(FrameHistory, RestartsOnlyWhenPicturesChange) {
-  const std::pair<const char*, const char*> rows[] = {{"3e9/1 640x480 5", "0|10"},
-                                                      {"3e9/-1 640x480 5", "0|10"},
-                                                      {"3e9/1 641x480 5", "10"},
-                                                      {"3e9/1 640x481 5", "10"},
-                                                      {"3e9/1 640x480 4", "10"}};
-  for (const auto& [format, held] : rows) {
+  for (const auto& row : Rows(R"(
+    3e9/1 640x480 5  | 0/10
+    3e9/-1 640x480 5 | 0/10
+    3e9/1 641x480 5  | 10
+    3e9/1 640x481 5  | 10
+    3e9/1 640x480 4  | 10)")) {
     Reset();
     Feed("K0");
-    SelectStreams(format);
+    SelectStreams(row[0]);
     Feed("K10");
-    EXPECT_EQ(Show(History()), held) << format;
+    EXPECT_EQ(Show(History()), row[1]) << row[0];
   }
 }
 

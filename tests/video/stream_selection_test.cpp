@@ -9,44 +9,29 @@ namespace {
 // Streams of one camera agree in the low 28 bits of their identifiers. The first row of each is the
 // wanted one; its input is 1.
 TEST(StreamSelection, ChoosesTheSmallestStillImagesOfTheCamera) {
-  struct Row {
-    const char* why;
-    const char* streams;
-    std::uint32_t substitute;  // 0: none
-  };
-  const Row rows[] = {
-      {"no other stream", "10000101/1 640x480 5", 0},
-      {"is a picture itself", "10000101/1 640x480 0, 101/2 32x24 0", 0},
-      {"none of still images", "10000101/1 640x480 5, 101/2 32x24 4", 0},
-      {"another camera's", "10000101/1 640x480 5, 102/2 32x24 0", 0},
-      {"the plain identifier", "10000101/1 640x480 5, 101/2 640x480 0", 0x101},
-      {"one of the list", "101/1 640x480 5, 20000101/2 640x480 0", 0x20000101},
-      {"strictly smaller", "10000101/1 640x480 5, 101/2 640x480 0, 20000101/3 320x240 0",
-       0x20000101},
-      {"a tie keeps the earlier", "101/1 640x480 5, 30000101/2 320x240 0, 20000101/3 240x320 0",
-       0x30000101},
-      {"a tie keeps the plain identifier, wherever it is listed",
-       "10000101/1 640x480 5, 30000101/2 320x240 0, 101/3 320x240 0", 0x101},
-      {"which only counts first when the top four bits are set",
-       "101/1 640x480 5, 30000101/2 320x240 0, 20000101/3 320x240 0", 0x30000101},
-      {"a smaller one of no number does not replace",
-       "101/1 640x480 5, 30000101/2 320x240 0, 20000101/-1 160x120 0", 0x30000101},
-      {"one of no number is replaced by a larger",
-       "101/1 640x480 5, 30000101/-1 32x24 0, 20000101/3 160x120 0", 0x20000101},
-      {"but the first one is taken as it is",
-       "101/1 640x480 5, 30000101/-1 320x240 0, 20000101/-1 32x24 0", 0x30000101},
-      {"sizes are multiplied in 32 bits",
-       "101/1 640x480 5, 30000101/2 32x24 0, 20000101/3 65536x32768 0", 0x20000101},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.why);
-    const SystemDirectory directory = MakeDirectory(row.streams);
+  for (const auto& row : Rows(R"(
+    10000101/1 640x480 5 | 0 | no other stream
+    10000101/1 640x480 0, 101/2 32x24 0 | 0 | is a picture itself
+    10000101/1 640x480 5, 101/2 32x24 4 | 0 | none of still images
+    10000101/1 640x480 5, 102/2 32x24 0 | 0 | another camera's
+    10000101/1 640x480 5, 101/2 640x480 0 | 101 | the plain identifier
+    101/1 640x480 5, 20000101/2 640x480 0 | 20000101 | one of the list
+    10000101/1 640x480 5, 101/2 640x480 0, 20000101/3 320x240 0 | 20000101 | strictly smaller
+    101/1 640x480 5, 30000101/2 320x240 0, 20000101/3 240x320 0 | 30000101 | a tie keeps the earlier
+    10000101/1 640x480 5, 30000101/2 320x240 0, 101/3 320x240 0 | 101 | a tie keeps the plain identifier, wherever it is listed
+    101/1 640x480 5, 30000101/2 320x240 0, 20000101/3 320x240 0 | 30000101 | which only counts first when the top four bits are set
+    101/1 640x480 5, 30000101/2 320x240 0, 20000101/-1 160x120 0 | 30000101 | a smaller one of no number does not replace
+    101/1 640x480 5, 30000101/-1 32x24 0, 20000101/3 160x120 0 | 20000101 | one of no number is replaced by a larger
+    101/1 640x480 5, 30000101/-1 320x240 0, 20000101/-1 32x24 0 | 30000101 | but the first one is taken as it is
+    101/1 640x480 5, 30000101/2 32x24 0, 20000101/3 65536x32768 0 | 20000101 | sizes are multiplied in 32 bits)")) {
+    SCOPED_TRACE(row[2]);
+    const SystemDirectory directory = MakeDirectory(row[0]);
     const StreamSelection selection({SourceOf(1)}, directory);
-    EXPECT_EQ(selection.SubstituteOf(SourceOf(1)) != nullptr, row.substitute != 0);
+    EXPECT_EQ(selection.SubstituteOf(SourceOf(1)) != nullptr, row[1] != "0");
     const ClipSource source = FindClipSource(SourceOf(1), directory, selection);
     EXPECT_TRUE(source.mapped);
     EXPECT_EQ(static_cast<std::uint32_t>(source.streamId),
-              row.substitute == 0 ? std::stoul(row.streams, nullptr, 16) : row.substitute);
+              std::stoul(row[1] == "0" ? row[0] : row[1], nullptr, 16));
   }
 }
 

@@ -20,6 +20,7 @@
 #include "config/xml_document.h"
 #include "support/documents.h"
 #include "support/fake_host.h"
+#include "support/table.h"
 #include "video/video_buffer_set.h"
 
 namespace tvx::test {
@@ -116,11 +117,15 @@ class VideoTest : public ::testing::Test {
   }
 
   // Delivers frames written as "K0 d40 K80:500": key or dependent, tick from the start, bytes
-  // unless they are 100. A digit for each one's answer.
+  // unless they are 100; "L900" sets the limit. A digit for each one's answer.
   std::string Feed(const std::string& frames, std::int32_t streamId = kH264Stream) {
     std::string answers;
     std::istringstream words(frames);
     for (std::string word; words >> word;) {
+      if (word[0] == 'L') {
+        set->SetByteLimit(static_cast<std::uint32_t>(std::stoul(word.substr(1))));
+        continue;
+      }
       unsigned length = 100;
       std::sscanf(word.c_str() + 1, "%u:%u", &now, &length);
       now += start;
@@ -129,13 +134,13 @@ class VideoTest : public ::testing::Test {
     return answers;
   }
 
-  // Arrival times, groups parted by bars: "0 40|80 120".
+  // Arrival times, groups parted by slashes: "0 40/80 120".
   std::string Show(const VideoBuffer& buffer) const {
     std::string text;
     for (const FrameGroup& group : buffer.Groups()) {
-      if (!text.empty()) text += '|';
+      if (!text.empty()) text += '/';
       for (const VideoFrame& frame : group.frames) {
-        if (!text.empty() && text.back() != '|') text += ' ';
+        if (!text.empty() && text.back() != '/') text += ' ';
         text += std::to_string(frame.arrivalTime - start);
       }
     }
