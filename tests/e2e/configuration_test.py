@@ -36,8 +36,6 @@ class ConfigurationTest(RoadTest):
                 (self.folder / "data").touch()
             timeline = self.run_host("wait 0.1")
             self.assertEqual(timeline.levels(NOT_LOADED), [road.WARNING])
-            [module] = timeline.of_kind("module")
-            self.assertEqual((module["name"], module["version"]), ("NotifyPI", "19.03.10.153605"))
             self.assertEqual([it["profiles"] for it in timeline.of_kind("config")], [[]])
             self.assertEqual(exchanged, any(
                 it.startswith("Exception while clearing data subdirectory: ")

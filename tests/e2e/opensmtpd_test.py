@@ -1,8 +1,7 @@
 """A mail server as people run it takes what the plug-in sends, bare line feeds and all.
 
-OpenSMTPD wants to be started by root, users of its own and fixed folders. It gets them in a mount
-namespace that ends with the test; the machine keeps its users and folders as they are.
-NOTIFYPI_OPENSMTPD is the folder where script/bootstrap unpacked it.
+OpenSMTPD, which script/bootstrap unpacks to NOTIFYPI_OPENSMTPD, wants root, users of its own and
+fixed folders. It gets them in a mount namespace that ends with the test.
 """
 import os
 import pathlib

@@ -111,18 +111,20 @@ def subjects(mails):
 class HostRun:
     """A running host. What happens, in order, as its JSON lines tell it, can be read meanwhile."""
 
-    def __init__(self, arguments, errors):
-        self._errors = errors
-        with errors.open("wb") as file:
+    def __init__(self, test, *arguments):
+        self._errors = test.new_path("errors")
+        with self._errors.open("wb") as file:
             self._process = subprocess.Popen(arguments, stdin=subprocess.DEVNULL,
                                              stdout=subprocess.PIPE, stderr=file)
+        test.addCleanup(self._process.communicate)
+        test.addCleanup(self._process.kill)
         self.happenings = []
 
     def read_until(self, times=1, **beginnings):
         """Reads on until so many more happenings have fields that begin so."""
         for line in self._process.stdout:
             self.happenings.append(json.loads(line))
-            times -= all(str(self.happenings[-1].get(field, "")).startswith(beginning)
+            times -= all(str(self.happenings[-1].get(field)).startswith(beginning)
                          for field, beginning in beginnings.items())
             if times == 0:
                 return
@@ -138,10 +140,6 @@ class HostRun:
             raise AssertionError(f"exit status {status}, {self.of_kind('fault')}\n{errors[:4000]}",
                                  [str(it)[:300] for it in self.happenings[-8:]])
         return self
-
-    def kill(self):
-        self._process.kill()
-        self._process.communicate()
 
     def of_kind(self, kind):
         return [it for it in self.happenings if it["kind"] == kind]
@@ -218,11 +216,9 @@ class RoadTest(unittest.TestCase):
                     path.write_bytes(step[1])
                     step = f"{step[0]} {path.name}"
                 file.write(step + "\n")
-        run = HostRun([*wrapper, COMMAND, "host", "--plugin", plugin, "--directory", self.folder,
+        return HostRun(self, *wrapper, COMMAND, "host", "--plugin", plugin, "--directory", self.folder,
                        "--json", "--timeout", str(RUN_LIMIT), "--script", scenario,
-                       *map(str, options)], self.new_path("errors"))
-        self.addCleanup(run.kill)
-        return run
+                       *map(str, options))
 
     def run_host(self, *steps, **options):
         return self.start_host(*steps, **options).finish()

@@ -11,7 +11,6 @@ EXAMPLES = pathlib.Path(__file__).parents[2] / "demo" / "scenarios"
 
 class ScenarioTest(SpeedTest):
     def run_example(self, name, *options, speed=1):
-        """With a configuration that names the mail server's port."""
         shutil.copytree(EXAMPLES, self.top, dirs_exist_ok=True)
         configuration = self.top / "configuration.xml"
         configuration.write_text(configuration.read_text().replace("2525", str(self.port)))

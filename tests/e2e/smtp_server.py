@@ -1,10 +1,9 @@
 #!/usr/bin/python3
 """An SMTP server on loopback that keeps what it receives, byte for byte, and refuses on demand.
 
-The first line on standard output is the port it listens on. Every accepted message is written to
-the mailbox folder, before the client is told so, as 0001.eml (the bytes between DATA and the final
-dot, transparency dots removed) and then 0001.json (envelope, TLS, user): who sees the .json can read
-the .eml. It wants the distribution's python3-aiosmtpd, hence the full path of the interpreter above.
+It prints the port it listens on. Every accepted message is written to the mailbox folder, before the
+client is told so, as 0001.eml (what stood between DATA and the final dot, transparency dots removed)
+and then 0001.json (envelope, TLS, user). The interpreter is the one that has python3-aiosmtpd.
 """
 import argparse
 import asyncio
