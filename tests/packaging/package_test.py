@@ -14,9 +14,8 @@ BUILD = os.environ["NOTIFYPI_BUILD"]
 BINARIES = ["bin/notifypi", "lib/notifypi/notifypi.so", "lib/notifypi/notifypi-speed.so"]
 
 # Prints what bash itself is asked to complete, then the answers to the words typed.
-COMPLETE = """compopt() { [ "$1" = +o ] || echo "$@"; }
-source "$0"; COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)); _notifypi "$1"
-printf '%s\\n' "${COMPREPLY[@]}" """
+COMPLETE = """compopt() { [ "$1" = +o ] || echo "$@"; }; source "$0"
+COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)); _notifypi "$1"; printf '%s\\n' "${COMPREPLY[@]}" """
 
 
 def run(*arguments, **options):
