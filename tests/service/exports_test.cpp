@@ -3,11 +3,9 @@
 
 #include <cstring>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/documents.h"
-#include "support/fake_programs.h"
 #include "support/plugin_driver.h"
 #include "support/temporary_folder.h"
 
@@ -38,14 +36,6 @@ WriteRequest Record(std::uint32_t kind, std::uint32_t addressee, const std::stri
   return request;
 }
 
-IoctlRequest Ioctl(std::uint32_t code, const std::string& payload = "") {
-  IoctlRequest request{};
-  request.code = static_cast<ControlCode>(code);
-  request.payload = payload.data();
-  request.length = static_cast<std::uint32_t>(payload.size());
-  return request;
-}
-
 class ExportsTest : public testing::Test {
  protected:
   ~ExportsTest() override { EXPECT_EQ(host_.Problems(), std::vector<std::string>{}); }
@@ -53,21 +43,6 @@ class ExportsTest : public testing::Test {
   test::TemporaryFolder folder_;
   test::FakeHost host_;
 };
-
-// First: once closed, the process channel stays closed for the life of the process.
-TEST_F(ExportsTest, RunsFromLoadToUnloadWithThreadsOfTheHost) {
-  test::PluginDriver plugin(host_, test::LinkedExports());
-  test::FakePrograms programs(host_, [&](const std::string& chunk) { plugin.Report(chunk); });
-  test::WriteFile("notify.xml", test::Root(test::Notify(test::Profile(1, "description='Gate'"))));
-  plugin.Open();
-  plugin.StartLoops();
-  plugin.Event(test::EventDocument(test::EventEntry(1)));
-  EXPECT_TRUE(host_.WaitFor([&] {
-    return host_.Logged("Profile Description: Gate. Notification attempt return code= 0") == 1;
-  }));
-  EXPECT_EQ(programs.Launches().size(), 2u);  // what curl can do, and the transfer
-  plugin.Close();
-}
 
 TEST_F(ExportsTest, WriteTheListedBytesAndNothingElse) {
   const test::Exports call = test::LinkedExports();
@@ -85,7 +60,9 @@ TEST_F(ExportsTest, WriteTheListedBytesAndNothingElse) {
     EXPECT_EQ(Written(call.Seek, ReadRequest{}), (Offsets{8}));
     EXPECT_EQ(Written(call.Read, isLoaded ? ReadRequest{} : watch), (Offsets{16}));  // at once
     for (const std::uint32_t code : {99u, 2u, 4u, isLoaded ? 3u : 1u}) {
-      EXPECT_EQ(Written(call.Ioctl, Ioctl(code, "<tDVR/>")), (Offsets{12})) << code;
+      IoctlRequest request{};
+      request.code = static_cast<ControlCode>(code);
+      EXPECT_EQ(Written(call.Ioctl, request), (Offsets{12})) << code;
     }
     EXPECT_EQ(Written(call.Write, Record(2, 7, "x")), (Offsets{16}));
     EXPECT_EQ(Written(call.Write, Record(32, kModuleId, "")), (Offsets{16}));
