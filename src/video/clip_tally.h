@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <list>
 
 #include "video/video_frame.h"
 
@@ -16,16 +17,36 @@ class ClipTally {
  public:
   std::uint64_t Bytes() const { return bytes_.load(std::memory_order_relaxed); }
 
-  void Hold(const VideoFrame& frame) {
-    bytes_.fetch_add(frame.data->HoldForClip() ? kReference + frame.data->Length() : kReference,
-                     std::memory_order_relaxed);
-  }
+  void Hold(const VideoFrame& frame) { bytes_.fetch_add(Held(frame), std::memory_order_relaxed); }
   void Drop(const VideoFrame& frame) {
-    bytes_.fetch_sub(frame.data->DropFromClip() ? kReference + frame.data->Length() : kReference,
-                     std::memory_order_relaxed);
+    bytes_.fetch_sub(Dropped(frame), std::memory_order_relaxed);
+  }
+
+  // Of many frames at once, as each change of the sum costs as much as one of a frame.
+  void Hold(const std::list<FrameGroup>& groups) {
+    bytes_.fetch_add(Sum(groups, Held), std::memory_order_relaxed);
+  }
+  void Drop(const std::list<FrameGroup>& groups) {
+    bytes_.fetch_sub(Sum(groups, Dropped), std::memory_order_relaxed);
   }
 
  private:
+  static std::uint64_t Held(const VideoFrame& frame) {
+    return kReference + (frame.data->HoldForClip() ? frame.data->Length() : 0);
+  }
+  static std::uint64_t Dropped(const VideoFrame& frame) {
+    return kReference + (frame.data->DropFromClip() ? frame.data->Length() : 0);
+  }
+
+  template <typename Bytes>
+  static std::uint64_t Sum(const std::list<FrameGroup>& groups, Bytes bytes) {
+    std::uint64_t sum = 0;
+    for (const FrameGroup& group : groups) {
+      for (const VideoFrame& frame : group.frames) sum += bytes(frame);
+    }
+    return sum;
+  }
+
   static constexpr std::uint64_t kReference = sizeof(VideoFrame);
 
   std::atomic<std::uint64_t> bytes_{0};

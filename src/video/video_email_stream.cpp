@@ -16,18 +16,6 @@ std::uint32_t DurationOf(std::int32_t seconds) {
       std::min<std::uint64_t>(milliseconds, std::numeric_limits<std::uint32_t>::max()));
 }
 
-void HoldAll(const VideoBuffer& frames, ClipTally& tally) {
-  for (const FrameGroup& group : frames.Groups()) {
-    for (const VideoFrame& frame : group.frames) tally.Hold(frame);
-  }
-}
-
-void DropAll(const VideoBuffer& frames, ClipTally& tally) {
-  for (const FrameGroup& group : frames.Groups()) {
-    for (const VideoFrame& frame : group.frames) tally.Drop(frame);
-  }
-}
-
 }  // namespace
 
 CVideoEmailStream::CVideoEmailStream(const VideoBuffer& history, std::uint32_t triggerTime,
@@ -43,13 +31,13 @@ CVideoEmailStream::CVideoEmailStream(const VideoBuffer& history, std::uint32_t t
   if (!history.Empty()) Cut(history, preTriggerSeconds);
   if (complete_) Signal();
   // Last, as nobody would take back what was counted before a failure.
-  HoldAll(clip_, *tally_);
-  HoldAll(heldBack_, *tally_);
+  tally_->Hold(clip_.Groups());
+  tally_->Hold(heldBack_.Groups());
 }
 
 CVideoEmailStream::~CVideoEmailStream() {
-  DropAll(clip_, *tally_);
-  DropAll(heldBack_, *tally_);
+  tally_->Drop(clip_.Groups());
+  tally_->Drop(heldBack_.Groups());
 }
 
 void CVideoEmailStream::Cut(const VideoBuffer& history, std::int32_t preTriggerSeconds) {
@@ -131,12 +119,12 @@ void CVideoEmailStream::SetComplete(FrameBin& bin) {
 }
 
 void CVideoEmailStream::ClearHeldBack(FrameBin& bin) noexcept {
-  DropAll(heldBack_, *tally_);
+  tally_->Drop(heldBack_.Groups());
   heldBack_.Clear(bin);
 }
 
 void CVideoEmailStream::LetGo(FrameBin& bin) {
-  DropAll(clip_, *tally_);
+  tally_->Drop(clip_.Groups());
   clip_.Clear(bin);
   wasLetGo_ = true;
   SetComplete(bin);
