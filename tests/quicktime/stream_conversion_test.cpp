@@ -1,70 +1,55 @@
 // What becomes of each unit of a stream: kept in its sample, moved to the description, or dropped.
 // The streams are made by hand, so that they hold what encoders at hand do not send.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <algorithm>
+#include <cstring>
 #include <map>
-#include <sstream>
-#include <string>
-#include <vector>
+#include <set>
 
-#include "quicktime/movie_file.h"
-#include "quicktime/notation.h"
-#include "support/table.h"
-#include "support/temporary_folder.h"
+#include "quicktime/movie_fixture.h"
+#include "quicktime/start_code.h"
 
 namespace quicktime::test {
 namespace {
 
 using namespace std::string_literals;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
-// The units that the rows speak of: sets of the Main profile, and one of High, 1920 x 1080 cropped
-// from macroblocks.
-std::map<std::string, std::string> MakeUnits() {
+using Units = std::map<std::string, std::string>;
+
+// Name, first byte and fields; "x" and "y" are neither picture nor set, "a" is a partition. Sets are
+// of the Main profile, H0 of High, 1920 x 1080 cropped from macroblocks.
+Units MakeUnits() {
   const std::string size = " e0 e2 e1 0:1 e119 e67 1:1 1:1 1:1 e0 e0 e0 e4 0:1";
-  std::map<std::string, std::string> units;
+  Units units;
   for (const auto& row : tvx::test::Rows(R"(
-      I      | 65 | 7:8 0:16 1:8 7:8
-      s      | 41 | 154:8
-      a      | 02 | 154:8 | a partition
-      E      | 06 | 5:8
-      x      | 0E | 154:8 | neither picture nor set
-      y      | 75 | 154:8 | nor this
-      D      | 09 | 16:8
-      Q      | 0A | 128:8
-      T      | 0B | 128:8
-      F      | 0C | 255:8
-      S0     | 67 | 77:8 0:8 31:8 e0 size
-      S1     | 67 | 77:8 0:8 31:8 e1 size
-      S32    | 67 | 77:8 0:8 31:8 e32 size
-      H0     | 67 | 100:8 64:8 40:8 e0 e2 e1 e0 0:2 size
-      Z0     | 67 | 77:8 0:8 0:8 e0 size
-      cutS   | 67 | 77:8 0:8
-      P0     | 68 | e0 e0 0:2
-      P0new  | 68 | e0 e0 3:2
-      P1     | 68 | e1 e0 0:2
-      P3     | 68 | e3 e0 0:2
-      P255   | 68 | e255 e0 0:2
-      P256   | 68 | e256 e0 0:2
-      P7of1  | 68 | e7 e1 0:2
-      P1of5  | 68 | e1 e5 0:2
-      P1of32 | 68 | e1 e32 0:2
-      cutP   | 68 | 0:32
-      full   | 68 | e1 e0 0:2 85:8*508
-      over   | 68 | e2 e0 0:2 85:8*509)")) {
-    std::string fields = row[2];
-    if (fields.find(" size") != std::string::npos) fields.replace(fields.find(" size"), 5, size);
-    units[row[0]] = CodedUnit(static_cast<char>(std::stoi(row[1], nullptr, 16)), fields);
+      I 65 7:8 0:16 1:8 7:8 | s 41 154:8 | a 02 154:8 | E 06 5:8 | x 0E 154:8 | y 75 154:8
+      D 09 16:8 | Q 0A 128:8 | T 0B 128:8 | F 0C 255:8 | S0 67 77:8 0:8 31:8 e0 size
+      S1 67 77:8 0:8 31:8 e1 size | S32 67 77:8 0:8 31:8 e32 size
+      H0 67 100:8 64:8 40:8 e0 e2 e1 e0 0:2 size | Z0 67 77:8 0:8 0:8 e0 size | cutS 67 77:8 0:8
+      P0 68 e0 e0 0:2 | P0new 68 e0 e0 3:2 | P1 68 e1 e0 0:2 | P3 68 e3 e0 0:2
+      P255 68 e255 e0 0:2 | P256 68 e256 e0 0:2 | P7of1 68 e7 e1 0:2 | P1of5 68 e1 e5 0:2
+      P1of32 68 e1 e32 0:2 | cutP 68 0:32 | full 68 e1 e0 0:2 85:8*508
+      over 68 e2 e0 0:2 85:8*509 |)")) {
+    for (const std::string& cell : row) {
+      std::istringstream text(cell);
+      std::string name, fields;
+      int first = 0;
+      std::getline(text >> name >> std::hex >> first, fields);
+      const std::size_t at = std::min(fields.find(" size"), fields.size());
+      if (at != fields.size()) fields.replace(at, 5, size);
+      units[name] = CodedUnit(static_cast<char>(first), fields);
+    }
   }
   return units;
 }
 
+const Units& KnownUnits() {
+  static const Units units = MakeUnits();
+  return units;
+}
+
 const std::string& Unit(const std::string& name) {
-  static const auto units = MakeUnits();
-  return units.at(name);
+  return KnownUnits().at(name);
 }
 
 // Units apart by blanks, frames by "/"; "*" begins a key frame. A "." is a start code of three
@@ -95,57 +80,50 @@ CodedFrames Frames(const std::string& notation) {
 // ends in chroma format and depths.
 std::string Record(const std::string& held) {
   std::string sets[2];
-  int counts[2] = {};
+  char counts[2] = {'\xE0', 0};
   std::istringstream names(held);
   for (std::string name; names >> name;) {
     const std::string& set = Unit(name);
     const bool isPicture = set[0] == '\x68';
     ++counts[isPicture];
-    sets[isPicture] += static_cast<char>(set.size() >> 8);
-    sets[isPicture] += static_cast<char>(set.size()) + set;
+    sets[isPicture] += {static_cast<char>(set.size() >> 8), static_cast<char>(set.size())};
+    sets[isPicture] += set;
   }
-  const std::string profile = held[0] == 'H'   ? "\x64\x40\x28"
-                              : held[0] == 'Z' ? "\x4D\0\0"s
-                                               : "\x4D\0\x1F"s;
-  return "\1" + profile + "\xFF" + static_cast<char>(0xE0 | counts[0]) + sets[0] +
-         static_cast<char>(counts[1]) + sets[1] + (held[0] == 'H' ? "\xFE\xF9\xF8\0"s : "");
+  return "\1" + sets[0].substr(3, 3) + "\xFF" + counts[0] + sets[0] + counts[1] + sets[1] +
+         (held[0] == 'H' ? "\xFE\xF9\xF8\0"s : "");
 }
 
-std::string Names(const std::vector<std::string>& units) {
-  std::string names;
-  for (const std::string& unit : units) {
-    std::string name = "?";
-    for (const auto& [known, bytes] : MakeUnits()) {
-      if (bytes == unit) name = known;
-    }
-    names += (names.empty() ? "" : " ") + name;
-  }
-  return names;
-}
-
-class StreamConversion : public ::testing::Test {
+class StreamConversion : public MovieTest {
  protected:
-  void Convert(FourCharacterCode code, const CodedFrames& frames, unsigned width = 320,
-               unsigned height = 240) {
-    WriteMovie("clip.mov", code, width, height, 1.5, frames);
-    movie_ = ReadMovie("clip.mov");
-    EXPECT_THAT(movie_.brokenRules, IsEmpty());
-  }
   // In the notation of the frames.
   std::string Samples() {
     const auto& sync = movie_.syncSamples;
     std::string text;
     for (std::uint32_t i = 1; i <= movie_.samples.size(); ++i) {
       const bool isSync = sync.empty() || std::count(sync.begin(), sync.end(), i) != 0;
-      text += (i == 1 ? "" : " / ") + (isSync ? "* "s : "") +
-              Names(SampleUnits(movie_.samples[i - 1], movie_.brokenRules));
+      text += (i == 1 ? ""s : " /"s) + (i != 1 && isSync ? " *" : isSync ? "*" : "");
+      for (const std::string& unit : SampleUnits(movie_.samples[i - 1], movie_.brokenRules)) {
+        const auto known = std::find_if(KnownUnits().begin(), KnownUnits().end(),
+                                        [&](const auto& each) { return each.second == unit; });
+        text += " " + (known != KnownUnits().end() ? known->first : "?");
+      }
     }
     return text;
   }
-  void TearDown() override { EXPECT_THAT(movie_.brokenRules, IsEmpty()); }
-
-  tvx::test::TemporaryFolder folder_;
-  MovieFile movie_;
+  // The chroma fields of the record, if any, and the size. A picture set names the sequence's number.
+  std::string Sequence(const std::string& fields, const std::string& id) {
+    const std::string code = "\0\0\1"s, set = CodedUnit('\x67', fields);
+    const std::string pictureSet = CodedUnit('\x68', "e0 e" + id);
+    Convert(kH264Video, {{code + set + code + pictureSet + code + Unit("I"), true}}, 1, 0, 0);
+    if (movie_.format != "avc1") return "none";
+    const std::string chroma =
+        Words(movie_.description.substr(11 + set.size() + pictureSet.size()));
+    return chroma + (chroma.empty() ? "" : " ") + Size();
+  }
+  std::string Size() const {
+    return std::to_string(movie_.width) + "x" + std::to_string(movie_.height);
+  }
+  void TearDown() override { EXPECT_THAT(movie_.brokenRules, testing::IsEmpty()); }
 };
 
 // Delimiters, end marks, filler and sets leave their samples, all else stays. Sets with new numbers
@@ -193,69 +171,175 @@ TEST_F(StreamConversion, HoldsAsManySetsAsTheRecordCounts) {
   }
 }
 
-// Descriptors inside each other, each behind its tag and four bytes of length.
-TEST_F(StreamConversion, Mpeg4HeadersAreInTheDescriptionToo) {
-  const auto number = [](std::size_t value, int width) {
-    std::string bytes;
-    while (width-- > 0) bytes += static_cast<char>(value >> 8 * width);
-    return bytes;
-  };
-  const auto descriptor = [](char tag, const std::string& content) {
-    std::string bytes(1, tag);
-    for (int shift = 21; shift >= 0; shift -= 7) {
-      bytes += static_cast<char>((content.size() >> shift & 0x7F) | (shift != 0 ? 0x80 : 0));
+// "main" and "high" are profiles with their level. "middle" is frame number bits, picture order,
+// reference frames and gaps. "whole" is 120 x 68 macroblocks of frames, and "cut" the same with 1,
+// 2, 3 and 4 cropped away on the left, right, top and bottom.
+TEST_F(StreamConversion, H264SequencesAreReadBehindAllThatMayStandBeforeTheFields) {
+  const char* const names[][2] = {{"main", "77:8 0:8 31:8"},
+                                  {"high", "100:8 0:8 31:8"},
+                                  {"middle", "e4 e0 e5 e3 1:1"},
+                                  {"whole", "e119 e67 1:1 0:1 0:1 0:1"},
+                                  {"cut", "e119 e67 1:1 1:1 1:1 e1 e2 e3 e4 0:1"}};
+  for (auto row : tvx::test::Rows(R"(
+      main e0 middle whole | 0 | 1920x1088
+      main e31 middle cut | 31 | 1914x1074
+      main e32 middle whole | 0 | none
+      main e0 e7 e1610612735 e3 1:1 cut | 0 | 1914x1074 | 00 00 03 00 03
+      main e1 e0 e1 0:1 s-3 s4 e3 s1 s-2 s70000 e3 0:1 whole | 1 | 1920x1088 | order 1
+      main e1 e0 e2 e3 0:1 whole | 1 | 1920x1088 | and 2
+      main e0 middle e44 e17 0:1 1:1 0:1 1:1 e0 e1 e1 e1 0:1 | 0 | 718x568 | fields
+      high e0 e0 e0 e0 0:1 0:1 middle cut | 0 | FCF8F800 1917x1081 | cropped in chroma samples
+      high e0 e1 e2 e6 1:1 0:1 middle cut | 0 | FDFAFE00 1914x1074
+      high e0 e2 e6 e1 0:1 0:1 middle cut | 0 | FEFEF900 1914x1081
+      high e0 e3 0:1 e0 e0 0:1 0:1 middle cut | 0 | FFF8F800 1917x1081
+      high e0 e3 1:1 e0 e0 0:1 0:1 middle cut | 0 | FFF8F800 1917x1081
+      high e0 e4 e0 e0 0:1 0:1 middle whole | 0 | none
+      high e0 e1 e7 e0 0:1 0:1 middle whole | 0 | none
+      high e0 e1 e0 e7 0:1 0:1 middle whole | 0 | none
+      high e0 e1 e0 e0 0:1 1:1 0:1*8 middle whole | 0 | FDF8F800 1920x1088 | scaling lists left out,
+      high e0 e3 0:1 e0 e0 0:1 1:1 0:1*11 1:1 s3*64 middle whole | 0 | FFF8F800 1920x1088 | in full,
+      high e0 e1 e0 e0 0:1 1:1 1:1 s1*16 1:1 s-8 1:1 s2 s-10 0:1*2 1:1 s-9 s1 1:1 s5*64 1:1 s2*12 s-32 middle whole | 0 | FDF8F800 1920x1088 | ended by a scale of 0
+      main e0 middle e119 e67 1:1 1:1 1:1 e959 e0 e0 e0 0:1 | 0 | 2x1088 | nonsense:
+      main e0 middle e119 e67 1:1 1:1 1:1 e959 e1 e0 e0 0:1 | 0 | 0x0
+      main e0 middle e119 e67 1:1 1:1 1:1 e0 e0 e500 e44 0:1 | 0 | 0x0
+      main e0 middle e4094 e4094 1:1 1:1 0:1 0:1 | 0 | 65520x65520
+      main e0 middle e4095 e67 1:1 1:1 0:1 0:1 | 0 | 0x0
+      main e0 middle e119 e4095 1:1 1:1 1:1 e0 e0 e0 e1 0:1 | 0 | 1920x65534
+      main e0 middle e119 | 0 | 0x0 | cut off
+      main 0:32 1:1 0:31 | 0 | none | more zeros than a number has)")) {
+    for (const auto& [name, fields] : names) {
+      const std::size_t at = row[0].find(name);
+      if (at != std::string::npos) row[0].replace(at, std::strlen(name), fields);
     }
-    return bytes + content;
+    SCOPED_TRACE(row[0]);
+    EXPECT_EQ(Sequence(row[0], row[1]), row[2]);
+  }
+  for (unsigned profile = 1; profile < 256; ++profile) {
+    const std::string fields = std::to_string(profile) + ":8 0:8 31:8 e0 e2 e2 e0 0:1*50";
+    const std::set<unsigned> withChroma = {100, 110, 122, 144, 244, 44,  83,
+                                           86,  118, 128, 134, 135, 138, 139};
+    const bool isTold = Sequence(fields, "0").substr(0, 8) == "FEFAF800";
+    EXPECT_EQ(isTold, withChroma.count(profile) != 0) << profile;
+  }
+}
+
+const std::string kLayer = "\0\0\1\x20"s;
+const std::string kVop = "\0\0\1\xB6picture"s;
+
+std::string Number(std::size_t value, int width) {
+  std::string bytes;
+  while (width-- > 0) bytes += static_cast<char>(value >> 8 * width);
+  return bytes;
+}
+
+// Its length takes four bytes.
+std::string Descriptor(char tag, const std::string& content) {
+  std::string bytes(1, tag);
+  for (int shift = 21; shift >= 0; shift -= 7) {
+    bytes += static_cast<char>((content.size() >> shift & 0x7F) | (shift != 0 ? 0x80 : 0));
+  }
+  return bytes + content;
+}
+
+// They reach from the first start code to the picture, and are described, too.
+TEST_F(StreamConversion, Mpeg4HeadersAreInTheDescriptionToo) {
+  const std::string fields =
+      CodedBits("0:1 1:8 0:1 1:4 0:1 0:2 1:1 25:16 1:1 0:1 1:1 704:13 1:1 480:13");
+  const std::string another =
+      CodedBits("0:1 1:8 0:1 1:4 0:1 0:2 1:1 25:16 1:1 0:1 1:1 16:13 1:1 16:13");
+  const std::string plain = kLayer + fields, user = "\0\0\1\xB2user"s;
+  struct Row {
+    std::string before, headers, behind;
+    bool found = true;
   };
-  const std::string layer =
-      "\0\0\1\x20"s +
-      CodedBits("0:1 1:8 0:1 1:4 0:1 0:2 1:1 25:16 1:1 0:1 1:1 704:13 1:1 480:13 0:3");
-  const std::string vop = "\0\0\1\xB6picture"s;
-  for (const std::size_t userData : {0U, 20U, 100U, 200U, 20000U}) {
-    const std::string headers = layer + std::string(userData, 'u');
-    const std::string first = headers + "\0\0\1\xB3group"s + vop;
-    Convert(kMpeg4Video, {{first, true}, {"\0\0\1\xB2user"s, false}, {vop, false}, {vop, true}}, 0,
-            0);
-    EXPECT_EQ(movie_.format, "mp4v");
-    EXPECT_THAT(movie_.samples, ElementsAre(first, "\0\0\1\xB2user"s + vop, vop));
+  const auto filled = [&](std::size_t size) {
+    return plain + std::string(size - plain.size(), 'u');
+  };
+  for (const Row& row :
+       {Row{"junk", "\0\0\1\xB0\1\0\0\1\xB5\x09"s + plain, kVop},
+        Row{"", plain + user, "\0\0\1\xB3group"s + kVop}, Row{"", plain + kLayer + another, kVop},
+        Row{"", "\0\0\1\x2F"s + fields, kVop}, Row{"", "\0\0\1\x1F"s + fields, kVop, false},
+        Row{"", "\0\0\1\x30"s + fields, kVop, false}, Row{"", user, kVop + plain, false},
+        Row{"", filled(100), kVop}, Row{"", filled(200), kVop}, Row{"", filled(20000), kVop},
+        Row{"", filled(0xFFFF), kVop}, Row{"", filled(0x10000), kVop, false}}) {
+    SCOPED_TRACE(row.headers.substr(0, 100));
+    const std::string first = row.before + row.headers + row.behind;
+    Convert(kMpeg4Video, {{first, true}, {"\0\0\1"s}, {user}, {kVop}, {kVop, true}}, 2, 0, 0);
+    EXPECT_EQ(movie_.format, row.found ? "mp4v" : "DIVX");
+    if (!row.found) continue;
+    EXPECT_THAT(movie_.samples, ElementsAre(first, "\0\0\1"s + user + kVop, kVop));
     EXPECT_THAT(movie_.syncSamples, ElementsAre(1, 3));
-    EXPECT_EQ(movie_.width, 704U);
-    EXPECT_EQ(movie_.height, 480U);
-    // Three samples of half a second each.
-    const std::size_t bytes = first.size() + 8 + 2 * vop.size();
-    const std::string config = "\x20\x11"s + number(first.size(), 3) +
-                               number(first.size() * 16, 4) + number(bytes * 16 / 3, 4) +
-                               descriptor(5, headers);
+    EXPECT_EQ(Size(), "704x480");
+    // Three samples of two thirds of a second each.
+    const std::size_t bytes = first.size() + 3 + user.size() + 2 * kVop.size();
+    const std::string config = "\x20\x11"s + Number(first.size(), 3) +
+                               Number(first.size() * 12, 4) + Number(bytes * 4, 4) +
+                               Descriptor(5, row.headers);
     EXPECT_EQ(
         movie_.description,
-        number(0, 4) + descriptor(3, number(0, 3) + descriptor(4, config) + descriptor(6, "\2")));
+        Number(0, 4) + Descriptor(3, Number(0, 3) + Descriptor(4, config) + Descriptor(6, "\2")));
+  }
+}
+
+// Version, aspect, control and buffer, shape, clock; no rectangle, no clock, no size, cut off.
+TEST_F(StreamConversion, Mpeg4SizesAreReadBehindAllThatMayStandBeforeThem) {
+  for (const auto& row : tvx::test::Rows(R"(
+      1:1 1:4 1:3 15:4 12:8 11:8 1:1 1:3 1:1 0:79 0:2 1:1 40000:16 1:1 1:1 1001:16 1:1 720:13 1:1 576:13 | 720x576
+      0:1 1:4 1:1 1:2 0:1 0:1 0:2 1:1 1:16 1:1 1:1 0:1 1:1 352:13 1:1 288:13 | 352x288
+      0:1 1:4 0:1 0:2 1:1     2:16 1:1 1:1  1:1 1:1  352:13 1:1  288:13 | 352x288
+      0:1 1:4 0:1 0:2 1:1     3:16 1:1 1:1  1:2 1:1  352:13 1:1  288:13 | 352x288
+      0:1 1:4 0:1 0:2 1:1 65535:16 1:1 1:1 1:16 1:1 8191:13 1:1 8190:13 | 8191x8190
+      0:1 1:4 0:1 1:2 1:1    25:16 1:1 0:1      1:1  704:13 1:1  480:13 | 0x0
+      0:1 1:4 0:1 0:2 1:1     0:16 1:1 0:1      1:1  704:13 1:1  480:13 | 0x0
+      0:1 1:4 0:1 0:2 1:1    25:16 1:1 0:1      1:1    0:13 1:1  480:13 | 0x0
+      0:1 1:4 0:1 0:2 1:1    25:16 1:1 0:1      1:1  704:13 1:1    0:13 | 0x0
+      0:1 1:4 0:1 0:2 1:1    25:16 1:1 0:1      1:1  704:13             | 0x0)")) {
+    Convert(kMpeg4Video, {{kLayer + CodedBits("0:1 1:8 " + row[0]) + kVop, true}}, 1, 0, 0);
+    EXPECT_EQ(movie_.format + Size(), "mp4v" + row[1]) << row[0];
   }
 }
 
 TEST_F(StreamConversion, StoresVideoWithoutHeadersAsItComes) {
   const std::string vop = "\0\0\1\xB6\x10picture"s;
   const std::string sets = Frames("S0 P0")[0].payload;
-  const std::pair<FourCharacterCode, std::string> cases[] = {
-      {kH264Video, Frames("E I")[0].payload},      {kH264Video, Frames("S0 I P0")[0].payload},
-      {kH264Video, std::string(5000, '\0')},       {kMpeg4Video, vop + "\0\0\1\x20\x08"s},
-      {MakeFourCharacterCode("WXYZ"), sets + vop},
-  };
-  for (const auto& [code, first] : cases) {
+  const std::tuple<FourCharacterCode, std::string, std::string> rows[] = {
+      {kH264Video, "H264", Frames("E I")[0].payload},
+      {kH264Video, "H264", Frames("S0 I P0")[0].payload},
+      {kH264Video, "H264", std::string(5000, '\0')},
+      {kMpeg4Video, "DIVX", vop + "\0\0\1\x20\x08"s},
+      {MakeFourCharacterCode("WXYZ"), "WXYZ", sets + vop}};
+  for (const auto& [code, format, first] : rows) {
     Convert(code, {{first, true}, {"anything", false}, {sets, false}});
-    EXPECT_EQ(movie_.format, code == kH264Video ? "H264" : code == kMpeg4Video ? "DIVX" : "WXYZ");
-    EXPECT_EQ(movie_.description, "");
+    EXPECT_EQ(movie_.format + movie_.description, format);
     EXPECT_THAT(movie_.samples, ElementsAre(first, "anything", sets));
   }
 }
 
 TEST_F(StreamConversion, TheSizeIsTheGivenOneOrElseThatOfTheHeaders) {
-  for (const auto& [width, height, expected] : {std::tuple(320U, 240U, "320x240"),
-                                                {0U, 0U, "1920x1080"},
-                                                {320U, 0U, "1920x1080"},
+  for (const auto& [width, height, expected] : {std::tuple(320U, 0U, "1920x1080"),
                                                 {0U, 240U, "1920x1080"},
                                                 {0x10140U, 0x100F0U, "320x240"}}) {
-    Convert(kH264Video, Frames("* S0 P0 I"), width, height);
-    EXPECT_EQ(std::to_string(movie_.width) + "x" + std::to_string(movie_.height), expected);
+    Convert(kH264Video, Frames("* S0 P0 I"), 1, width, height);
+    EXPECT_EQ(Size(), expected);
+  }
+}
+
+// At every distance from the search's blocks, behind look-alikes, in memory that ends with it.
+TEST(StartCode, IsFoundWhereverItIs) {
+  for (const std::string& filler : {"x"s, "\0"s, "\1"s, "\0\0\2"s, "\0\1"s}) {
+    std::string before;
+    while (before.size() < 140) before += filler;
+    for (std::size_t at = 0; at < 140; ++at) {
+      for (const std::size_t after : {0U, 1U, 62U, 63U, 64U, 65U}) {
+        for (const auto& code : {"\0\0\1"s, "\0\0\0\1"s, "\0\0\2"s, "\0\1"s, "\0\0"s}) {
+          const std::string text = before.substr(0, at) + code + std::string(after, 'x');
+          const std::vector<char> exact(text.begin(), text.end());
+          const auto* const bytes = reinterpret_cast<const std::uint8_t*>(exact.data());
+          ASSERT_EQ(FindStartCode(bytes, bytes + exact.size()) - bytes,
+                    static_cast<std::ptrdiff_t>(std::min(text.find("\0\0\1"s), text.size())));
+        }
+      }
+    }
   }
 }
 
