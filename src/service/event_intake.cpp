@@ -1,6 +1,7 @@
 #include "service/event_intake.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,6 +19,26 @@ namespace {
 
 // A clip may be late by this much before its notification goes out without waiting for it.
 constexpr std::int32_t kGraceSeconds = 2;
+
+std::string ShortFact(const std::string& text) {
+  return text.substr(0, Utf8Prefix(text, kMaxFactBytes));
+}
+
+// What a document does not say stays as it was.
+void TakeSystemFacts(const EventDocument& document, ServiceState& state) {
+  SystemFacts facts = *state.system;
+  bool isNew = false;
+  const auto take = [&](const std::optional<std::string>& told, std::string& fact) {
+    if (!told) return;
+    std::string text = ShortFact(*told);
+    isNew = isNew || text != fact;
+    fact = std::move(text);
+  };
+  take(document.serial, facts.serial);
+  take(document.description, facts.description);
+  take(document.macAddress, facts.macAddress);
+  if (isNew) state.system = std::make_shared<const SystemFacts>(std::move(facts));
+}
 
 // A later event of its source ends what a parked notification was waiting to show: the end of a
 // start, a new start after an end. Other entries of the document that parked it do not.
@@ -61,9 +82,8 @@ void StartCapture(SourceId input, const std::shared_ptr<SNOTIFY_CALLBACK>& callb
     callback->ExpectNoMore();
     LogNoFrames(outcome.log, source.streamId);
   }
-  std::string name = state.Directory().Name(NameKind::VideoInput, input);
-  name.resize(Utf8Prefix(name, kMaxFactBytes));
-  item.videos.push_back({std::move(name), std::move(clip)});
+  item.videos.push_back(
+      {ShortFact(state.Directory().Name(NameKind::VideoInput, input)), std::move(clip)});
 }
 
 const std::vector<EventReference>& SourcesOf(const ProfileEvent& event,
@@ -81,6 +101,7 @@ void TakeUp(const ProfileEvent& event, const std::shared_ptr<NotifyWorkItem>& it
     if (!item->attachVideo) continue;
     if (callback == nullptr) callback = MakeCallback(item, state);
     StartCapture(source.source, callback, state, outcome);
+    LimitWaitingVideo(state, outcome);  // one event may name thousands of sources
   }
   outcome.log.AddText(LogLevel::Information, ProfileLine(*item, event, state.Directory()));
   if (callback == nullptr) {
@@ -121,17 +142,11 @@ void ReceiveEvent(const ProfileEvent& event, ServiceState& state, IntakeOutcome&
 }  // namespace
 
 void ReceiveEvents(const EventDocument& document, ServiceState& state, IntakeOutcome& outcome) {
-  if (document.serial || document.description || document.macAddress) {
-    const SystemFacts& known = *state.system;
-    state.system = std::make_shared<const SystemFacts>(SystemFacts{
-        document.serial.value_or(known.serial), document.description.value_or(known.description),
-        document.macAddress.value_or(known.macAddress)});
-  }
+  TakeSystemFacts(document, state);
   const std::uint64_t youngest = state.parked.Newest();
   for (const ProfileEvent& event : document.events) {
     ReleaseEarlier(event, youngest, state);
     ReceiveEvent(event, state, outcome);
-    LimitWaitingVideo(state, outcome);
   }
   DispatchReady(state, outcome);
 }

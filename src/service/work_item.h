@@ -17,7 +17,7 @@
 
 namespace tvx {
 
-// What event documents say of the host system. May be long.
+// What event documents say of the host system, of kMaxFactBytes each at most.
 struct SystemFacts {
   std::string serial;
   std::string description;
