@@ -3,18 +3,20 @@
 #include <ctime>
 #include <utility>
 
+#include "base/immortal.h"
+
 namespace tvx {
 namespace {
 
-// Function-local, so that a library that is loaded and never used constructs nothing.
-TickClock& InstalledTickClock() {
-  static TickClock clock = MonotonicTick;
-  return clock;
-}
+struct Clocks {
+  TickClock tick = MonotonicTick;
+  WallClock wall;
+};
 
-WallClock& InstalledWallClock() {
-  static WallClock clock;
-  return clock;
+// Function-local, so that a library that is loaded and never used constructs nothing.
+Clocks& Installed() {
+  static Immortal<Clocks> clocks;
+  return clocks.value;
 }
 
 }  // namespace
@@ -27,19 +29,19 @@ std::uint32_t MonotonicTick() {
 }
 
 void SetTickClock(TickClock clock) {
-  InstalledTickClock() = std::move(clock);
+  Installed().tick = std::move(clock);
 }
 
 std::uint32_t TickNow() {
-  return InstalledTickClock()();
+  return Installed().tick();
 }
 
 void SetWallClock(WallClock clock) {
-  InstalledWallClock() = std::move(clock);
+  Installed().wall = std::move(clock);
 }
 
 std::int64_t WallSeconds() {
-  const WallClock& clock = InstalledWallClock();
+  const WallClock& clock = Installed().wall;
   return clock ? clock() : static_cast<std::int64_t>(std::time(nullptr));
 }
 

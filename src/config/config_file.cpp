@@ -5,11 +5,13 @@
 #include <tinyxml.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <fstream>
-#include <iterator>
+#include <cstdlib>
+#include <cstring>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "base/file.h"
@@ -23,43 +25,129 @@ namespace {
 
 constexpr mode_t kPrivate = S_IRUSR | S_IWUSR;
 
-mode_t ModeOf(const std::string& path) {
-  struct stat status {};
-  return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777u : kPrivate;
+// Only regular files are asked for, so a pipe in their place must not be waited for.
+constexpr int kCareful = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
+struct FreeText {
+  void operator()(char* text) const { std::free(text); }
+};
+using Text = std::unique_ptr<char, FreeText>;
+
+// Where the file itself lies, behind all links; the path itself when that is nowhere yet.
+std::string Resolved(const std::string& path) {
+  const Text resolved(::realpath(path.c_str(), nullptr));
+  if (!resolved && errno == ENOMEM) throw std::bad_alloc();
+  return resolved ? resolved.get() : path;
 }
 
-bool WriteFlushed(const std::string& path, mode_t mode, const TiXmlDocument& document) {
-  // Private from the first byte; opened up, if at all, only as far as the file that it replaces.
-  const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kPrivate);
-  if (descriptor < 0) return false;
+// 0, or the errno of what failed.
+int Write(int descriptor, const TiXmlDocument& document) {
   File file(::fdopen(descriptor, "wb"));
   if (!file) {
+    const int error = errno;
     ::close(descriptor);
-    return false;
+    return error;
   }
-  // A file system without permissions refuses; then there is nothing to keep either.
-  static_cast<void>(::fchmod(descriptor, mode));
+  errno = 0;
   document.Print(file.get(), 0);
-  if (std::ferror(file.get()) != 0 || std::fflush(file.get()) != 0) return false;
-  if (::fsync(descriptor) != 0) return false;
-  return std::fclose(file.release()) == 0;
+  const bool written = std::ferror(file.get()) == 0 && std::fflush(file.get()) == 0 &&
+                       ::fsync(descriptor) == 0 && std::fclose(file.release()) == 0;
+  return written ? 0 : errno != 0 ? errno : EIO;
+}
+
+// Writes a new file with the owner and the permissions of the old one, if there is an old one, and
+// puts it into its place.
+int WriteBeside(const std::string& path, const struct stat* old, const TiXmlDocument& document) {
+  const std::string beside = path + ".new";
+  struct stat leftover {};
+  // Of an earlier process, which died. Something else in its place is nobody's to remove.
+  if (::lstat(beside.c_str(), &leftover) == 0 && S_ISREG(leftover.st_mode)) {
+    ::unlink(beside.c_str());
+  }
+  // Private from the first byte; opened up, if at all, only as far as the file that it replaces.
+  const int descriptor =
+      ::open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | kCareful, kPrivate);
+  if (descriptor < 0) return errno;
+  // Goes with the scope unless it has taken its place, also when memory runs out while it is
+  // written.
+  struct Removal {
+    ~Removal() { ::unlink(path.c_str()); }
+    const std::string& path;
+  } removal{beside};
+  if (old != nullptr) {
+    struct stat status {};
+    const bool isSameOwners = ::fstat(descriptor, &status) == 0 && status.st_uid == old->st_uid &&
+                              status.st_gid == old->st_gid;
+    if (!isSameOwners && ::fchown(descriptor, old->st_uid, old->st_gid) != 0) {
+      ::close(descriptor);
+      return EPERM;
+    }
+    // A file system without permissions refuses; then there is nothing to keep either.
+    static_cast<void>(::fchmod(descriptor, old->st_mode & 07777u));
+  }
+  const int error = Write(descriptor, document);
+  if (error != 0) return error;
+  return ::rename(beside.c_str(), path.c_str()) == 0 ? 0 : errno;
+}
+
+int WriteInPlace(const std::string& path, const TiXmlDocument& document) {
+  const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | kCareful, kPrivate);
+  if (descriptor < 0) return errno;
+  errno = 0;
+  struct stat status {};
+  const bool fits = ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
+                    ::ftruncate(descriptor, 0) == 0;
+  if (fits) return Write(descriptor, document);
+  const int error = errno != 0 ? errno : EINVAL;
+  ::close(descriptor);
+  return error;
+}
+
+// Whether a failure says that the file cannot be replaced, rather than that it cannot be written.
+bool IsReplacementRefused(int error) {
+  return error == EACCES || error == EPERM || error == EROFS || error == EEXIST || error == EBUSY ||
+         error == EXDEV;
+}
+
+constexpr const char* kNoRegularFile = "it is no regular file";
+
+ConfigDocument Failure(int error) {
+  return {LoadOutcome::Failed, nullptr, {std::strerror(error)}};
 }
 
 }  // namespace
 
 ConfigDocument ReadConfigFile(const std::string& path, Positions positions) {
-  struct stat status {};
-  if (::stat(path.c_str(), &status) != 0) return {};
-  // Asked first: reading a pipe might never end, and a huge file would not fit into the process.
-  if (!S_ISREG(status.st_mode)) {
-    return {LoadOutcome::Rejected, nullptr, {"it is no regular file"}};
+  const int descriptor = ::open(path.c_str(), O_RDONLY | kCareful);
+  if (descriptor < 0) {
+    if (errno == ENOENT) return {};
+    // A socket cannot be opened at all.
+    return errno == ENXIO ? ConfigDocument{LoadOutcome::Rejected, nullptr, {kNoRegularFile}}
+                          : Failure(errno);
   }
+  struct Closing {
+    ~Closing() { ::close(descriptor); }
+    const int descriptor;
+  } closing{descriptor};
+  struct stat status {};
+  if (::fstat(descriptor, &status) != 0) return Failure(errno);
+  if (!S_ISREG(status.st_mode)) return {LoadOutcome::Rejected, nullptr, {kNoRegularFile}};
   if (static_cast<std::uint64_t>(status.st_size) > kMaxDocumentBytes) {
     return {LoadOutcome::Rejected, nullptr, {RefusalReason(ParseOutcome::TooLarge)}};
   }
-  std::ifstream file(path, std::ios::binary);
-  const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  ParsedDocument parsed = ParseDocument(text.data(), text.size(), positions);
+  // One byte more than there should be, so that the end is seen.
+  std::string text(static_cast<std::size_t>(status.st_size) + 1, '\0');
+  std::size_t length = 0;
+  for (;;) {
+    const ssize_t count = ::read(descriptor, &text[length], text.size() - length);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return Failure(errno);
+    if (count == 0) break;
+    length += static_cast<std::size_t>(count);
+    if (length == text.size()) text.resize(2 * text.size());
+    if (length > kMaxDocumentBytes) break;
+  }
+  ParsedDocument parsed = ParseDocument(text.data(), length, positions);
   if (parsed.outcome == ParseOutcome::Empty) parsed.fault.text = "it is empty";
   return {parsed.document ? LoadOutcome::Loaded : LoadOutcome::Rejected, std::move(parsed.document),
           std::move(parsed.fault)};
@@ -81,18 +169,31 @@ LoadOutcome TakeConfigDocument(const ConfigDocument& file, NotifyConfig& config,
 }
 
 bool KeepRejectedFile(const std::string& path) {
-  return std::rename(path.c_str(), (path + ".rejected").c_str()) == 0;
+  // The file behind a link, which stays: what is saved next goes to where it points.
+  const std::string rejected = Resolved(path);
+  return std::rename(rejected.c_str(), (rejected + ".rejected").c_str()) == 0;
 }
 
-bool SaveConfigFile(const std::string& path, const TiXmlDocument& document) {
-  // Goes with the scope unless it has taken its place, also when memory runs out while it is
-  // written.
-  struct Beside {
-    ~Beside() { std::remove(path.c_str()); }
-    const std::string path;
-  } beside{path + ".new"};
-  return WriteFlushed(beside.path, ModeOf(path), document) &&
-         std::rename(beside.path.c_str(), path.c_str()) == 0;
+int SaveConfigFile(const std::string& path, const TiXmlDocument& document) {
+  const std::string target = Resolved(path);
+  struct stat old {};
+  const bool isThere = ::lstat(target.c_str(), &old) == 0;
+  if (isThere && S_ISLNK(old.st_mode)) return WriteInPlace(target, document);  // to nowhere yet
+  const int error = WriteBeside(target, isThere ? &old : nullptr, document);
+  return isThere && IsReplacementRefused(error) ? WriteInPlace(target, document) : error;
+}
+
+const char* WhyNotReadAgain(const TiXmlDocument& document) {
+  char* bytes = nullptr;
+  std::size_t length = 0;
+  File file(::open_memstream(&bytes, &length));
+  if (!file) throw std::bad_alloc();
+  document.Print(file.get(), 0);
+  const bool complete = std::fflush(file.get()) == 0 && std::ferror(file.get()) == 0;
+  file.reset();
+  const Text text(bytes);
+  if (!complete || !text) throw std::bad_alloc();
+  return RefusalReason(CheckMarkup(text.get(), length));
 }
 
 }  // namespace tvx

@@ -20,14 +20,16 @@ constexpr const char* kConfigFile = "notify.xml";
 enum class LoadOutcome {
   Loaded,
   Missing,
-  Rejected,  // there, but unreadable, too large, or without its essentials
+  Rejected,  // read, but no XML, too large, or without its essentials; or no regular file
+  Failed,    // there, but the system would not give it: what it holds is not known
 };
 
 // The file's document, unread yet. The outcome is Loaded when there is one.
 struct ConfigDocument {
   LoadOutcome outcome = LoadOutcome::Missing;
   std::unique_ptr<TiXmlDocument> document;
-  // Why the file is rejected. Without a text when that is the markup and positions are not tracked.
+  // Why the file is rejected or could not be read. Without a text when that is the markup and
+  // positions are not tracked.
   ParseFault fault;
 };
 ConfigDocument ReadConfigFile(const std::string& path, Positions positions = Positions::None);
@@ -42,9 +44,14 @@ LoadOutcome TakeConfigDocument(const ConfigDocument& file, NotifyConfig& config,
 // the next save does not destroy what an administrator may want to mend. False when that failed.
 bool KeepRejectedFile(const std::string& path);
 
-// Replaces a file whole or not at all: written beside it, flushed to the disk, renamed. An existing
-// file keeps its permissions; a new one is its owner's alone, as it holds passwords. False when
-// that failed; the old file is then untouched.
-bool SaveConfigFile(const std::string& path, const TiXmlDocument& document);
+// Replaces a file whole or not at all: written beside it, flushed to the disk, renamed. Where the
+// folder or the file's owner does not allow that, it is written in place. A link stays a link, and
+// an existing file keeps its owner and permissions; a new one is its owner's alone, as it holds
+// passwords. 0, or the errno of what failed; the old file is then untouched, unless that was the
+// writing in place.
+int SaveConfigFile(const std::string& path, const TiXmlDocument& document);
+
+// Why the next start would refuse this document as a file; null when it would not.
+const char* WhyNotReadAgain(const TiXmlDocument& document);
 
 }  // namespace tvx

@@ -1,50 +1,50 @@
 #include "config/event_types.h"
 
-#include <map>
+#include <cstddef>
+#include <iterator>
 
 namespace tvx {
 
-const std::string& EventTypeName(std::int32_t code) {
-  static const std::map<std::int32_t, std::string> names = {
-      {0, "Invalid"},
-      {1, "Video Loss"},
-      {2, "Video Motion"},
-      {3, "Input Trigger"},
-      {4, "Pos Port"},
-      {5, "Pos Profile"},
-      {6, "Button"},
-      {7, "Temperature"},
-      {8, "Storage"},
-      {9, "IP Connection"},
-      {10, "Record Content Age"},
-      {11, "Archive Content Age"},
-      {12, "Source Group"},
-      {13, "Power Supply"},
-      {14, "Outbound Connection"},
-      {15, "Security Integrations Health"},
-      {16, "Soft Trigger"},
-      {17, "License"},
-      {18, "Analytic"},
-      {19, "Device Failure"},
-      {20, "Audio Connection"},
-      {21, "Device Connection"},
-      {22, "Throttle"},
-      {23, "Fan"},
-      {24, "Time Trigger"},
-      {25, "Hardware Temperature"},
-      {26, "Hardware Fan"},
-      {27, "Hardware Voltage"},
-      {28, "Archive Connection"},
-      {29, "Archive Task"},
-      {30, "Security Integration Connection"},
-      {31, "Security Integration Alarm"},
-      {32, "Security Integration Alert"},
-      {33, "Serial Port Connection"},
-      {34, "Record Alarm"},
+const char* EventTypeName(std::int32_t code) {
+  static constexpr const char* kNames[] = {
+      "Invalid",
+      "Video Loss",
+      "Video Motion",
+      "Input Trigger",
+      "Pos Port",
+      "Pos Profile",
+      "Button",
+      "Temperature",
+      "Storage",
+      "IP Connection",
+      "Record Content Age",
+      "Archive Content Age",
+      "Source Group",
+      "Power Supply",
+      "Outbound Connection",
+      "Security Integrations Health",
+      "Soft Trigger",
+      "License",
+      "Analytic",
+      "Device Failure",
+      "Audio Connection",
+      "Device Connection",
+      "Throttle",
+      "Fan",
+      "Time Trigger",
+      "Hardware Temperature",
+      "Hardware Fan",
+      "Hardware Voltage",
+      "Archive Connection",
+      "Archive Task",
+      "Security Integration Connection",
+      "Security Integration Alarm",
+      "Security Integration Alert",
+      "Serial Port Connection",
+      "Record Alarm",
   };
-  static const std::string unknown = "Unknown";
-  const auto found = names.find(code);
-  return found == names.end() ? unknown : found->second;
+  const auto at = static_cast<std::size_t>(code);
+  return code >= 0 && at < std::size(kNames) ? kNames[at] : "Unknown";
 }
 
 bool IsVideoEvent(std::int32_t code) {

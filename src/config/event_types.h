@@ -1,10 +1,9 @@
 // The host's event types: their names, and the groups of types that are treated alike.
 //
-// Threads: any; nothing here changes after its first use.
+// Threads: any; nothing here changes.
 #pragma once
 
 #include <cstdint>
-#include <string>
 
 namespace tvx {
 
@@ -47,7 +46,7 @@ constexpr std::int32_t kRecordAlarm = 34;
 }  // namespace event_type
 
 // The display name of a code; "Unknown" for a code that there is none for.
-const std::string& EventTypeName(std::int32_t code);
+const char* EventTypeName(std::int32_t code);
 
 // Types whose source is a camera.
 bool IsVideoEvent(std::int32_t code);

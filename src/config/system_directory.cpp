@@ -7,6 +7,7 @@
 #include <tuple>
 #include <utility>
 
+#include "base/immortal.h"
 #include "config/event_source_key.h"
 #include "config/xml_children.h"
 #include "config/xml_document.h"
@@ -260,9 +261,9 @@ std::vector<const VideoStream*> SystemDirectory::StreamsOfCamera(std::int32_t st
 }
 
 const std::vector<EventReference>& SystemDirectory::GroupMembers(SourceId group) const {
-  static const std::vector<EventReference> none;
+  static const Immortal<std::vector<EventReference>> none;
   const auto found = groups_.find(group.value);
-  return found == groups_.end() ? none : found->second;
+  return found == groups_.end() ? none.value : found->second;
 }
 
 SystemDirectory::NameKey SystemDirectory::KeyOf(NameKind kind, SourceId id) {

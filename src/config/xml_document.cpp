@@ -32,20 +32,26 @@ constexpr std::array<bool, 256> kTagMarks = TagMarks();
 // survive: it recurses once a level, and looks every attribute up among all those before it.
 //
 // Levels are counted as the library nests, or too high, never too low. Markup that the library
-// reads in a way of its own (an end without a start, "<" inside a tag, a declaration below the top)
-// could hide levels from the count, so it is refused as unreadable.
+// reads in a way of its own (an end without a start, "<" inside a tag) could hide levels from the
+// count, so it is refused as unreadable. Declarations and processing instructions, which say
+// nothing to the plug-in and end elsewhere for the library, are blanked out.
 class MarkupScan {
  public:
-  // The text is terminated; the library reads to its first NUL.
-  explicit MarkupScan(const char* text) : at_(text), end_(text + std::strlen(text)) {}
+  // The text is terminated and changed in place; the library reads to its first NUL.
+  explicit MarkupScan(char* text) : at_(text), end_(text + std::strlen(text)) {}
 
   ParseOutcome Run() {
-    while ((at_ = std::strchr(at_, '<')) != nullptr) {
-      markup_ = at_;
+    for (;;) {
+      char* const next = std::strchr(at_, '<');
+      if (next == nullptr) return ParseOutcome::Parsed;
+      // A text, which costs an object as an element does, unless it is blank.
+      while (at_ != next && std::isspace(static_cast<unsigned char>(*at_)) != 0) ++at_;
+      if (at_ != next && ++nodes_ > kMaxNodes) return ParseOutcome::TooManyNodes;
+      at_ = next;
+      markup_ = next;
       const ParseOutcome outcome = TakeMarkup();
       if (outcome != ParseOutcome::Parsed) return outcome;
     }
-    return ParseOutcome::Parsed;
   }
 
   // Of the markup that was refused.
@@ -67,7 +73,8 @@ class MarkupScan {
         if (Begins(kCdata)) return SkipBehind(kCdata, "]]>");
         return SkipBehind("<!", ">");
       case '?':
-        return depth_ == 0 ? SkipDeclaration() : Unreadable("a declaration is inside an element");
+        if (++nodes_ > kMaxNodes) return ParseOutcome::TooManyNodes;
+        return BlankInstruction();
       case '/':
         return --depth_ < 0 ? Unreadable("an end tag has no start tag") : TakeTag();
       default:
@@ -93,23 +100,21 @@ class MarkupScan {
     return ParseOutcome::Parsed;
   }
 
-  // The library ends a declaration at its first ">", or the first outside quotes, as it happens;
-  // one without "<", and without ">" in quotes, ends at the same place either way.
-  ParseOutcome SkipDeclaration() {
-    char quote = '\0';
-    for (at_ += 2; *at_ != '\0' && *at_ != '<'; ++at_) {
-      if (*at_ == '>') {
-        if (quote != '\0') return Unreadable(kOpenDeclaration);
-        ++at_;
-        return ParseOutcome::Parsed;
-      }
-      if (quote != '\0') {
-        if (*at_ == quote) quote = '\0';
-      } else if (*at_ == '"' || *at_ == '\'') {
-        quote = *at_;
-      }
+  // Leaves the empty "<!   >" of an instruction, and its line ends. One for XML itself may lack its
+  // second "?", as long as the library has taken that.
+  ParseOutcome BlankInstruction() {
+    const bool isForXml =
+        Begins("<?xml") &&
+        (std::isspace(static_cast<unsigned char>(at_[5])) != 0 || at_[5] == '?' || at_[5] == '>');
+    char* const close = std::strstr(at_ + 2, isForXml ? ">" : "?>");
+    if (close == nullptr) return Unreadable("a declaration has no end");
+    at_[1] = '!';
+    char* const end = close + (isForXml ? 0 : 1);
+    for (at_ += 2; at_ != end; ++at_) {
+      if (*at_ != '\n' && *at_ != '\r') *at_ = ' ';
     }
-    return Unreadable(kOpenDeclaration);
+    ++at_;
+    return ParseOutcome::Parsed;
   }
 
   // Skips a start or end tag, quoted values in it included. An empty one ("/>") nests nothing.
@@ -119,9 +124,13 @@ class MarkupScan {
     for (;; ++at_) {
       while (!kTagMarks[static_cast<unsigned char>(*at_)]) ++at_;
       if (*at_ == '\0' || *at_ == '<') return Unreadable("a tag has no \">\"");
-      if (*at_ == '>') return ParseOutcome::Parsed;
+      if (*at_ == '>') {
+        ++at_;
+        return ParseOutcome::Parsed;
+      }
       if (*at_ == '/' && at_[1] == '>') {
         --depth_;
+        at_ += 2;
         return ParseOutcome::Parsed;
       }
       if (*at_ == '=') {
@@ -136,9 +145,8 @@ class MarkupScan {
 
   static constexpr std::string_view kComment = "<!--";
   static constexpr std::string_view kCdata = "<![CDATA[";
-  static constexpr const char* kOpenDeclaration = "a declaration has no end";
 
-  const char* at_;
+  char* at_;
   const char* const end_;
   const char* markup_ = at_;
   const char* what_ = nullptr;
@@ -209,8 +217,8 @@ ParsedDocument ParseDocument(const char* text, std::size_t length, Positions pos
     return parsed;
   }
   const bool isTracked = positions == Positions::Tracked;
-  const std::string copy(text, length);
-  MarkupScan scan(copy.c_str());
+  std::string copy(text, length);
+  MarkupScan scan(copy.data());
   parsed.outcome = scan.Run();
   if (parsed.outcome != ParseOutcome::Parsed) {
     const char* reason = RefusalReason(parsed.outcome);
@@ -229,6 +237,10 @@ ParsedDocument ParseDocument(const char* text, std::size_t length, Positions pos
   }
   parsed.document = std::move(document);
   return parsed;
+}
+
+ParseOutcome CheckMarkup(char* text, std::size_t length) {
+  return length > kMaxDocumentBytes ? ParseOutcome::TooLarge : MarkupScan(text).Run();
 }
 
 // The texts below name the limits.

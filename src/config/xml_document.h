@@ -49,6 +49,10 @@ struct ParsedDocument {
 ParsedDocument ParseDocument(const char* text, std::size_t length,
                              Positions positions = Positions::None);
 
+// What ParseDocument would say to this terminated text before it reads it, by its size and shape.
+// The text is not kept as it was.
+ParseOutcome CheckMarkup(char* text, std::size_t length);
+
 // What to tell an administrator about a document that was refused for its size or shape; null for
 // outcomes that are ignored without a word.
 const char* RefusalReason(ParseOutcome outcome);

@@ -1,14 +1,17 @@
 // The eight exports: each reads its record, calls the service, writes its result words.
 //
-// Every export returns 0, whatever happened inside; failures are the log's matter. Nothing is
-// caught here: running out of memory is the host's to know.
+// Every export returns 0, whatever happened inside; failures are the log's matter. Running out of
+// memory while the configuration is read or changed leaves the old one. Elsewhere it is not caught:
+// it is the host's to know.
 #include <cstdint>
 #include <memory>
+#include <new>
 
 #include "base/immortal.h"
 #include "host/host_entry.h"
 #include "host/host_records.h"
 #include "host/process_channel.h"
+#include "log/host_log.h"
 #include "service/notify_service.h"
 
 #define NOTIFYPI_EXPORT extern "C" __attribute__((visibility("default")))
@@ -42,6 +45,18 @@ void FillCapabilities(PluginCapabilities& capabilities) {
   constexpr std::uint8_t kFlags[] = {1, 0, 1, 1, 0, 0};
   for (std::size_t i = 0; i < sizeof(kFlags); ++i) capabilities.flags52[i] = kFlags[i];
   capabilities.word60 = 0;
+}
+
+// Runs what may run out of memory, on a thread of the host that goes on without it. The log line
+// needs none.
+template <typename Operation>
+void LogExhaustion(HostServiceEntry entry, Operation operation) {
+  try {
+    operation();
+  } catch (const std::bad_alloc&) {
+    HostLogText(kModuleId, entry, LogLevel::Error,
+                "Out of memory. The configuration, as far as it was not taken, stays as it was");
+  }
 }
 
 bool SendChunk(HostServiceEntry entry, void* chunk, std::uint32_t size) {
@@ -85,7 +100,8 @@ NOTIFYPI_EXPORT int Load(void* request, void* result) {
 }
 
 NOTIFYPI_EXPORT int Open(void* /*request*/, void* result) {
-  if (auto& service = tvx::ThePlugin().service) service->Open();
+  tvx::Plugin& plugin = tvx::ThePlugin();
+  if (plugin.service) tvx::LogExhaustion(plugin.entry, [&] { plugin.service->Open(); });
   auto& record = *static_cast<tvx::OpenResult*>(result);
   record.result = 0;
   record.result12 = 0;
@@ -128,7 +144,10 @@ NOTIFYPI_EXPORT int IOCTL(void* request, void* result) {
       if (service) service->RunWorker();
       break;
     case tvx::ControlCode::Update:
-      if (service) service->ApplyUpdate(static_cast<const char*>(record.payload), record.length);
+      if (!service) break;
+      tvx::LogExhaustion(tvx::ThePlugin().entry, [&] {
+        service->ApplyUpdate(static_cast<const char*>(record.payload), record.length);
+      });
       break;
     case tvx::ControlCode::ChannelMessage:
       tvx::TheProcessChannel().Receive(record.payload, record.length);

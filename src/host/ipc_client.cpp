@@ -1,15 +1,20 @@
 #include "host/ipc_client.h"
 
 #include <algorithm>
+#include <new>
 
 #include "base/input_limits.h"
 
 namespace tvx {
 namespace ipc {
 
-void LineBuffer::Append(const char* bytes, std::size_t length) {
+void LineBuffer::Append(const char* bytes, std::size_t length) noexcept {
   const std::size_t unread = bytes_.size() - start_;
-  bytes_.append(bytes, std::min(length, kMaxUnreadOutput - std::min(unread, kMaxUnreadOutput)));
+  try {
+    bytes_.append(bytes, std::min(length, kMaxUnreadOutput - std::min(unread, kMaxUnreadOutput)));
+  } catch (const std::bad_alloc&) {
+    // Dropped, as what is too much: the host's thread that brings it knows no exceptions.
+  }
 }
 
 bool LineBuffer::TakeLine(std::string& line) {

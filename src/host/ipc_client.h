@@ -19,7 +19,8 @@ namespace ipc {
 // Bytes of one output stream, taken out line by line. Not locked: its client's mutex covers it.
 class LineBuffer {
  public:
-  void Append(const char* bytes, std::size_t length);
+  // What is beyond the limit, or finds no memory, is dropped.
+  void Append(const char* bytes, std::size_t length) noexcept;
 
   // Takes the next line, without its line feed and without a carriage return before that.
   // False when no whole line is there.

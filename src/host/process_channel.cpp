@@ -86,13 +86,16 @@ std::shared_ptr<ipc::client> ProcessChannel::RunProgram(const std::vector<std::s
   {
     MutexLock lock(mutex_);
     std::uint32_t request = 0;
-    const bool fits = description.size() <= kMaxPayload;  // only input may be split
-    if (closed_ || !describable || !fits || !ChooseRequest(request)) {
+    if (closed_ || !ChooseRequest(request)) {
       SetState(*program, ipc::State::Failed, 0);
       return program;
     }
     lastRequest_ = request;
     program->request = request;
+    if (!describable || description.size() > kMaxPayload) {  // only input may be split
+      SetState(*program, ipc::State::Failed, 0);
+      return program;
+    }
     ChunkMemory launch = MakeChunk(kLaunch, kLaunchFlags, description);
     const auto entry = pending_.emplace(request, program).first;
     if (!Send(sender_.get(), request, std::move(launch))) {

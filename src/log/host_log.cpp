@@ -11,9 +11,12 @@ namespace tvx {
 
 namespace {
 
-// Sends a terminated line of this length.
-void SendLine(std::uint32_t module, HostServiceEntry entry, LogLevel level, const char* line,
+// Sends a terminated line of this length. Texts of others may hold line ends and the like; the log
+// has one line for one event.
+void SendLine(std::uint32_t module, HostServiceEntry entry, LogLevel level, char* line,
               std::size_t length) {
+  const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; };
+  std::replace_if(line, line + length, isControl, ' ');
   HostRequest request = MakeHostRequest(HostCommand::Log, PayloadKind::LogLine);
   request.module = module;
   request.length = static_cast<std::uint32_t>(length + 1);

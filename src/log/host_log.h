@@ -18,8 +18,8 @@ enum class LogLevel : std::uint32_t { Information = 25, Warning = 50, Error = 75
 // A line and its terminating NUL.
 constexpr std::size_t kLogLineSize = 512;
 
-// Formats as printf does, cut to 511 characters, and sends the text with its terminating NUL. The
-// host adds time and module name; no line end is appended.
+// Formats as printf does, cut to 511 characters, and sends the text with its terminating NUL, each
+// control character as a blank. The host adds time and module name; no line end is appended.
 [[gnu::format(printf, 4, 5)]] void HostLog(std::uint32_t module, HostServiceEntry entry,
                                            LogLevel level, const char* format, ...);
 

@@ -4,6 +4,8 @@
 
 #include <memory>
 
+#include "base/immortal.h"
+
 namespace tvx {
 
 std::ostream& LogImpl::Stream() {
@@ -31,8 +33,11 @@ void LogImpl::OpenForAppending() {
 }
 
 std::shared_ptr<ILgr> GetLogger() {
-  static const std::shared_ptr<ILgr> logger = std::make_shared<LogImpl>();
-  return logger;
+  struct TheLogger {
+    std::shared_ptr<ILgr> logger = std::make_shared<LogImpl>();
+  };
+  static Immortal<TheLogger> the;
+  return the.value.logger;
 }
 
 }  // namespace tvx

@@ -22,8 +22,7 @@ class ILgr {
   virtual void SetFileName(const std::string& name) = 0;
 };
 
-// The logger of this process, made at the first call; it lives until the library is unloaded or the
-// last holder lets go.
+// The logger of this process, made at the first call; it lives as long as the process.
 std::shared_ptr<ILgr> GetLogger();
 
 }  // namespace tvx

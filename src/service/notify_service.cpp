@@ -1,5 +1,6 @@
 #include "service/notify_service.h"
 
+#include <cstring>
 #include <new>
 #include <string>
 #include <utility>
@@ -66,6 +67,11 @@ LoadOutcome NotifyService::LoadConfiguration(bool curlSupportsSmtps) {
     config.curlSupportsSmtps = curlSupportsSmtps;
     outcome = TakeConfigDocument(file, config);
     ReplaceConfig(std::move(config), state_);
+    isFileUnread_ = outcome == LoadOutcome::Failed;
+  }
+  if (outcome == LoadOutcome::Failed) {
+    HostLog(kModuleId, host_, LogLevel::Error,
+            "notify.xml could not be read and stays as it is: %s", file.fault.text.c_str());
   }
   // It would be overwritten by the save that follows.
   if (outcome == LoadOutcome::Rejected && !KeepRejectedFile(kConfigFile)) {
@@ -74,7 +80,7 @@ LoadOutcome NotifyService::LoadConfiguration(bool curlSupportsSmtps) {
         "The rejected notify.xml could not be renamed to notify.xml.rejected and stays as it is "
         "until the next change of the configuration");
     MutexLock lock(intakeMutex_);
-    spareFile_ = true;
+    skipNextSave_ = true;
   }
   return outcome;
 }
@@ -100,13 +106,21 @@ void NotifyService::SaveAndPublish() {
 }
 
 void NotifyService::SaveAndPublish(Publication& publication) {
-  const auto document = BuildNotifyDocument(*publication.config);
-  bool spared = false;
+  bool isSkipped = false;
   {
     MutexLock lock(intakeMutex_);
-    spared = std::exchange(spareFile_, false);
+    isFileUnread_ = isFileUnread_ && !publication.config->loaded;
+    if (isFileUnread_) return;
+    isSkipped = std::exchange(skipNextSave_, false);
   }
-  if (!spared) SaveConfigFile(kConfigFile, *document);
+  const auto document = BuildNotifyDocument(*publication.config);
+  const int error = isSkipped ? 0 : SaveConfigFile(kConfigFile, *document);
+  if (error != 0) {
+    HostLog(kModuleId, host_, LogLevel::Warning,
+            "The configuration could not be saved to notify.xml and holds until the server stops: "
+            "%s",
+            std::strerror(error));
+  }
   SendHostDocument(host_, HostCommand::ConfigDocument, PrintDocument(*document));
   for (; !publication.changes.empty(); publication.changes.pop_front()) {
     SendHostDocument(
@@ -233,6 +247,15 @@ void NotifyService::ChangeNotification(const TiXmlElement& root) {
     }
     NotifyChange change = ReadNotifyChange(root, before);
     isAccepted = change.isAccepted;
+    const char* refusal =
+        isAccepted ? WhyNotReadAgain(*BuildNotifyDocument(change.config)) : nullptr;
+    if (refusal != nullptr) {
+      HostLog(kModuleId, host_, LogLevel::Warning,
+              "Refused a change of the configuration, as notify.xml would be refused at the next "
+              "start: %s",
+              refusal);
+      return;
+    }
     Changes changes;
     if (isAccepted) changes.push_back(std::move(change.affected));
     MutexLock lock(intakeMutex_);

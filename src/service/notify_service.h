@@ -99,7 +99,10 @@ class NotifyService : public IStatusReceiver {
   bool publishDue_ GUARDED_BY(intakeMutex_) = false;
   Changes unreported_ GUARDED_BY(intakeMutex_);
   // Set when a rejected file could not be kept aside: it is not overwritten by the first save.
-  bool spareFile_ GUARDED_BY(intakeMutex_) = false;
+  bool skipNextSave_ GUARDED_BY(intakeMutex_) = false;
+  // What the file holds is not known: as long as there is no configuration but the empty one, that
+  // one neither replaces the file nor is it published.
+  bool isFileUnread_ GUARDED_BY(intakeMutex_) = true;
 };
 
 }  // namespace tvx

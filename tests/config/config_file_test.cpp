@@ -2,12 +2,15 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <sstream>
 #include <string>
 
+#include "base/input_limits.h"
 #include "config/notify_writer.h"
-#include "config/xml_document.h"
 #include "support/temporary_folder.h"
 
 namespace tvx {
@@ -17,42 +20,88 @@ LoadOutcome Load(NotifyConfig& config) {
   return TakeConfigDocument(ReadConfigFile(kConfigFile), config);
 }
 
-TEST(ConfigFile, RejectedFilesLeaveTheDefaultsAndAreKeptBeside) {
+std::string Mode(const char* path) {
+  struct stat status {};
+  if (::lstat(path, &status) != 0) return "none";
+  std::ostringstream mode;
+  mode << std::oct << status.st_mode;
+  return mode.str();
+}
+
+TEST(ConfigFile, IsLoadedMissingRejectedOrCannotBeRead) {
   const test::TemporaryFolder folder;
   NotifyConfig config;
   EXPECT_EQ(Load(config), LoadOutcome::Missing);
-  test::WriteFile(kConfigFile, "<tDVR><Notify ID='786432' MaxRetryQueue='7'><Servers/></Notify>");
-  EXPECT_EQ(Load(config), LoadOutcome::Rejected);
-  EXPECT_EQ(config.MaxRetryQueue, 100);
+  const std::string block = "<any><Notify ID='786432'><Servers/><Profiles/></Notify></any>";
+  const struct {
+    std::string content;
+    LoadOutcome outcome;
+  } kCases[] = {
+      {"<tDVR><Notify ID='786432' MaxRetryQueue='7'><Servers/></Notify></tDVR>",
+       LoadOutcome::Rejected},
+      {"", LoadOutcome::Rejected},
+      {block + std::string(kMaxDocumentBytes - block.size(), ' '), LoadOutcome::Loaded},
+      {block + std::string(kMaxDocumentBytes - block.size() + 1, ' '), LoadOutcome::Rejected},
+  };
+  for (const auto& each : kCases) {
+    test::WriteFile(kConfigFile, each.content);
+    EXPECT_EQ(Load(config), each.outcome) << each.content.substr(0, 60);
+    EXPECT_EQ(config.MaxRetryQueue, 100) << "nothing is left of a rejected file";
+  }
+  ASSERT_EQ(::chmod(kConfigFile, 0640), 0);
   EXPECT_TRUE(KeepRejectedFile(kConfigFile));
-  EXPECT_TRUE(test::FileExists("notify.xml.rejected"));
+  EXPECT_EQ(Mode("notify.xml.rejected"), "100640");
   ASSERT_EQ(::mkfifo(kConfigFile, 0600), 0);  // would be waited for
   EXPECT_EQ(Load(config), LoadOutcome::Rejected);
   ASSERT_EQ(std::remove(kConfigFile), 0);
-  test::WriteFile(kConfigFile, std::string((16u << 20) + 1, ' '));
-  EXPECT_EQ(Load(config), LoadOutcome::Rejected);
-  // Neither the root's name nor its "Delta" is asked for.
-  test::WriteFile(kConfigFile, "<any><Notify ID='786432'><Servers/><Profiles/></Notify></any>");
-  EXPECT_EQ(Load(config), LoadOutcome::Loaded);
+  ASSERT_EQ(::symlink(kConfigFile, kConfigFile), 0);
+  EXPECT_EQ(ReadConfigFile(kConfigFile).fault.text, "Too many levels of symbolic links");
+  EXPECT_EQ(Load(config), LoadOutcome::Failed);
 }
 
-TEST(ConfigFile, IsReplacedWholeOrNotAtAllAndKeepsItsPermissions) {
+TEST(ConfigFile, IsReplacedWithItsPermissionsOrElseWrittenInPlace) {
   const test::TemporaryFolder folder;
   const auto document = BuildNotifyDocument(NotifyConfig{});
-  struct stat status {};
-  ASSERT_TRUE(SaveConfigFile(kConfigFile, *document));
-  ASSERT_EQ(::stat(kConfigFile, &status), 0);
-  EXPECT_EQ(status.st_mode & 0777u, 0600u);  // it may hold passwords
+  const auto isSaved = [](const char* path) {
+    return test::ReadFile(path).find("<?xml ?>") == 0 && Mode("notify.xml.new") != "100600";
+  };
+  EXPECT_EQ(SaveConfigFile(kConfigFile, *document), 0);
+  EXPECT_EQ(Mode(kConfigFile), "100600");  // it may hold passwords
   ASSERT_EQ(::chmod(kConfigFile, 0640), 0);
-  ASSERT_TRUE(SaveConfigFile(kConfigFile, *document));
-  ASSERT_EQ(::stat(kConfigFile, &status), 0);
-  EXPECT_EQ(status.st_mode & 0777u, 0640u);
+  test::WriteFile("notify.xml.new", "left by a process that died");
+  EXPECT_EQ(SaveConfigFile(kConfigFile, *document), 0);
+  EXPECT_EQ(Mode(kConfigFile), "100640");
+  EXPECT_EQ(Mode("notify.xml.new"), "none");
 
-  test::WriteFile(kConfigFile, "as it was");
-  ASSERT_EQ(::mkdir("notify.xml.new", 0700), 0);  // nothing can be written beside
-  EXPECT_FALSE(SaveConfigFile(kConfigFile, *document));
-  EXPECT_EQ(test::ReadFile(kConfigFile), "as it was");
-  EXPECT_FALSE(SaveConfigFile("missing/notify.xml", *document));
+  ASSERT_EQ(std::rename(kConfigFile, "elsewhere.xml"), 0);
+  ASSERT_EQ(::symlink("elsewhere.xml", kConfigFile), 0);
+  for (const char* content : {"", "old"}) {  // behind a link, which may lead nowhere yet
+    if (*content == '\0') std::remove("elsewhere.xml");
+    if (*content != '\0') test::WriteFile("elsewhere.xml", content);
+    EXPECT_EQ(SaveConfigFile(kConfigFile, *document), 0);
+    EXPECT_EQ(Mode(kConfigFile), "120777");
+    EXPECT_TRUE(isSaved("elsewhere.xml"));
+  }
+  EXPECT_TRUE(KeepRejectedFile(kConfigFile));
+  EXPECT_EQ(Mode(kConfigFile) + Mode("elsewhere.xml.rejected"), "120777100600");
+
+  ASSERT_EQ(std::remove(kConfigFile), 0);
+  test::WriteFile(kConfigFile, std::string(9999, 'x'));
+  ASSERT_EQ(::mkfifo("notify.xml.new", 0600), 0);  // neither waited for nor removed
+  EXPECT_EQ(SaveConfigFile(kConfigFile, *document), 0);
+  EXPECT_TRUE(isSaved(kConfigFile));
+  EXPECT_EQ(SaveConfigFile("missing/notify.xml", *document), ENOENT);
+  ASSERT_EQ(::mkdir("folder", 0700), 0);
+  EXPECT_NE(SaveConfigFile("folder", *document), 0);
+  EXPECT_EQ(Mode("folder.new"), "none");
+}
+
+TEST(ConfigFile, IsNotToBeRefusedByTheNextStart) {
+  NotifyConfig config;
+  config.webAddress = std::string(kMaxDocumentBytes / 6, '\n');  // each is written as "&#x0A;"
+  EXPECT_STREQ(WhyNotReadAgain(*BuildNotifyDocument(config)), "it is larger than 16 MiB");
+  config.webAddress.resize(100);
+  EXPECT_EQ(WhyNotReadAgain(*BuildNotifyDocument(config)), nullptr);
 }
 
 }  // namespace

@@ -161,7 +161,7 @@ TEST(EventTypes, HaveTheirNamesGroupsAndSources) {
   const SystemDirectory directory(*test::Parse(test::kSampleSystem).Root());
   const auto text = [&](const std::string& row) {
     const int type = std::stoi(row);
-    return EventTypeName(type) + (IsVideoEvent(type) ? "/video" : "") +
+    return std::string(EventTypeName(type)) + (IsVideoEvent(type) ? "/video" : "") +
            (IsSystemEvent(type) ? "/system" : "") + (IsDeviceHealthEvent(type) ? "/device" : "") +
            ", " + SourceText(directory, {Number(row.substr(row.find(' ')))}, type);
   };

@@ -47,7 +47,9 @@ TEST(ParseDocument, RefusesWhatIsNoDocumentOrOutOfBounds) {
       {Repeat("<a b='/>'>", 100000), ParseOutcome::TooDeep},
       {Repeat("<a><!-- </a> -->", 100000), ParseOutcome::TooDeep},
       {Repeat("<a><![CDATA[</a>]]>", 100000), ParseOutcome::TooDeep},
-      {"<?pi ><r>" + starts + "?>", ParseOutcome::TooDeep},
+      {"<?pi ><r>" + starts + "?><r/>", ParseOutcome::Parsed},  // an instruction ends at "?>"
+      {"<a><?pi x='>' <b ?>" + starts, ParseOutcome::TooDeep},
+      {"<a><?pi </a>", ParseOutcome::Unreadable},
       {"<?xml ><r>" + starts + "?>", ParseOutcome::TooDeep},
       {"<!--><![CDATA[ --><r>" + starts + "]]>", ParseOutcome::TooDeep},
       // Nor must ends that the library does not take for ends; each once overran the stack.
@@ -55,7 +57,7 @@ TEST(ParseDocument, RefusesWhatIsNoDocumentOrOutOfBounds) {
       {"<a><1 " + Repeat("</ ", 100000) + ">" + starts, ParseOutcome::Unreadable},
       {"<a><?xml version=\"" + ends + "\"?>" + starts, ParseOutcome::Unreadable},
       {"<a b=x<!-- >" + starts + "-->", ParseOutcome::Unreadable},
-      {"<?xml version=\"?><!-- \" ?><r>" + starts + "-->", ParseOutcome::Unreadable},
+      {"<?xml version=\"?><!-- \" ?><r>" + starts + "--><r/>", ParseOutcome::Parsed},
 
       {attributes(kMaxAttributes), ParseOutcome::Parsed},
       {attributes(kMaxAttributes + 1), ParseOutcome::TooManyAttributes},
@@ -63,6 +65,8 @@ TEST(ParseDocument, RefusesWhatIsNoDocumentOrOutOfBounds) {
       {"<a>" + Repeat("<b/>", kMaxNodes) + "</a>", ParseOutcome::TooManyNodes},
       {"<a>" + Repeat("x<!>", kMaxNodes) + "</a>", ParseOutcome::TooManyNodes},
       {"<a>" + Repeat("<!---->", kMaxNodes) + "</a>", ParseOutcome::TooManyNodes},
+      {"<a>" + Repeat("<?p?>", kMaxNodes) + "</a>", ParseOutcome::TooManyNodes},
+      {"<a>" + Repeat(" x <b/>", kMaxNodes / 2) + "</a>", ParseOutcome::TooManyNodes},
       {"<a>" + Repeat("<b c='' d='' e=''/>", kMaxNodes / 4) + "</a>", ParseOutcome::TooManyNodes},
   };
   for (const auto& each : kCases) {

@@ -127,7 +127,8 @@ TEST_F(ProcessChannelTest, LaunchesThatCannotBeSentFailAndNumbersWrap) {
   const std::size_t sent = host_.Chunks().size();
   EXPECT_EQ(end({"./curl", std::string("a\0b", 3)}), "-1 0");
   EXPECT_EQ(end({std::string(65521, 'x')}), "-1 0");
-  EXPECT_EQ(host_.Chunks().size(), sent);  // refused before anything was sent
+  EXPECT_EQ(host_.Chunks().size(), sent);                     // refused before anything was sent
+  EXPECT_EQ(channel_.RunProgram({"p"})->request, 0xC00005u);  // each had its number
   channel_.Register(kModuleId, [](void* chunk, std::uint32_t) { return std::free(chunk), false; });
   std::uint32_t request = channel_.RunProgram({"p"})->request;
   while (request < 0xCFFFFE) request = channel_.RunProgram({"p"})->request;

@@ -20,12 +20,12 @@ TEST(HostLog, SendsLinesOf511CharactersAtMostWithTheirLevel) {
   HostLogText(kModuleId, &test::FakeHost::Entry, LogLevel::Error, {"no %s\0 beyond", 13});
   DeferredLog deferred;
   deferred.Add(LogLevel::Error, "%d%s", 1, text.c_str());
-  deferred.AddText(LogLevel::Warning, "no %s");
+  deferred.AddText(LogLevel::Warning, "\rno\n%s\x7F");
   for (int twice = 0; twice < 2; ++twice) deferred.Write(&test::FakeHost::Entry);
   const std::string cut = "1" + text.substr(0, 510);
   EXPECT_EQ(host.Log(),
             (std::vector<test::LogLine>{
-                {50, cut}, {25, text.substr(89)}, {75, "no %s"}, {75, cut}, {50, "no %s"}}));
+                {50, cut}, {25, text.substr(89)}, {75, "no %s"}, {75, cut}, {50, " no %s "}}));
   EXPECT_TRUE(host.Problems().empty());                   // the length counts the NUL
   HostLog(kModuleId, nullptr, LogLevel::Error, "%d", 1);  // before the host is known
   HostLogText(kModuleId, nullptr, LogLevel::Error, "text");

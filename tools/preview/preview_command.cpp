@@ -77,6 +77,7 @@ std::shared_ptr<const NotifyConfig> ReadConfiguration(const std::string& path) {
     case LoadOutcome::Missing:
       WrongUse(path + ": there is no such file");
     case LoadOutcome::Rejected:
+    case LoadOutcome::Failed:
       break;
   }
   WrongUse(path + ": the plug-in cannot read this as a configuration: run \"notifypi check " +

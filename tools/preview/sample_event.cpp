@@ -90,7 +90,7 @@ std::optional<std::int32_t> ReadEventTime(const std::string& text) {
 std::optional<std::int32_t> ReadEventType(const std::string& text) {
   if (const auto code = ReadNumber(text)) return code;
   for (std::int32_t code = event_type::kInvalid; code <= event_type::kRecordAlarm; ++code) {
-    if (::strcasecmp(EventTypeName(code).c_str(), text.c_str()) == 0) return code;
+    if (::strcasecmp(EventTypeName(code), text.c_str()) == 0) return code;
   }
   return std::nullopt;
 }
