@@ -1,6 +1,7 @@
 // The service with its worker, in a folder of its own, over a host whose programs are scripted.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <boost/filesystem/operations.hpp>
 #include <boost/thread/exceptions.hpp>
@@ -8,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <ctime>
 #include <deque>
 #include <functional>
@@ -23,7 +25,10 @@
 
 #include "base/clock.h"
 #include "config/event_types.h"
+#include "config/system_directory.h"
 #include "host/host_entry.h"
+#include "log/logger.h"
+#include "mail/address.h"
 #include "service/message_text.h"
 #include "service/notify_service.h"
 #include "service/web_link_step.h"
@@ -207,6 +212,44 @@ TEST_F(ServiceTest, OpenGoesOnWithoutCurlAndWithoutAUsableFile) {
   EXPECT_TRUE(Saved("mine"));
   Update(Change(Notify(Gate())));
   EXPECT_TRUE(Saved("description=\"Gate\""));
+}
+
+TEST_F(ServiceTest, AFileThatCannotBeReadIsNeitherReplacedNorPublished) {
+  const std::string why = "Too many levels of symbolic links";
+  ASSERT_EQ(::symlink("notify.xml", "notify.xml"), 0);
+  service_.Open();
+  EXPECT_EQ(host_.Logged("notify.xml could not be read and stays as it is: " + why), 1);
+  Update(Reviewer("1"));
+  EXPECT_EQ(host_.Documents().size(), 1u);  // the registration
+  Update(Change(Notify(Gate())));
+  EXPECT_EQ(host_.Documents().size(), 3u);
+  EXPECT_EQ(
+      host_.Log().back().text,
+      "The configuration could not be saved to notify.xml and holds until the server stops: " +
+          why);
+  // A line end takes six bytes in the file.
+  Update(Change("<Notify ID='786432'><Web address='" + std::string(3'000'000, '\n') +
+                "'/><Servers/><Profiles/></Notify>"));
+  EXPECT_EQ(host_.Log().back().text,
+            "Refused a change of the configuration, as notify.xml would be refused at the next "
+            "start: it is larger than 16 MiB");
+  EXPECT_EQ(host_.Documents().size(), 3u);
+}
+
+// The host may exit while its threads are inside. What is registered first runs last.
+TEST(Exit, LeavesWhatLentThreadsUse) {
+  static constexpr auto kUse = [] {
+    std::string address = "to a@b.c";
+    GetLogger()->SetFileName("notifylog.txt");
+    return TickNow() == 'x' && ValidateAddress(address) &&
+           SystemDirectory().GroupMembers({1}).empty();
+  };
+  const auto exit = [] {
+    std::atexit([] { std::_Exit(kUse() ? 7 : 8); });
+    SetTickClock([text = std::string(99, 'x')] { return static_cast<std::uint32_t>(text[0]); });
+    std::exit(kUse() ? 0 : 1);
+  };
+  EXPECT_EXIT(exit(), testing::ExitedWithCode(7), "");
 }
 
 TEST_F(ServiceTest, ChangesAreSavedPublishedAndReported) {
