@@ -249,6 +249,7 @@ TEST(Exit, LeavesWhatLentThreadsUse) {
     SetTickClock([text = std::string(99, 'x')] { return static_cast<std::uint32_t>(text[0]); });
     std::exit(kUse() ? 0 : 1);
   };
+  testing::FLAGS_gtest_death_test_style = "threadsafe";  // in a process that has used nothing yet
   EXPECT_EXIT(exit(), testing::ExitedWithCode(7), "");
 }
 
