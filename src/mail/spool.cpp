@@ -3,26 +3,41 @@
 #include <boost/filesystem.hpp>
 #include <exception>
 
+#include "base/immortal.h"
 #include "log/host_log.h"
 
 namespace tvx {
 namespace fs = boost::filesystem;
 
-const std::string& DataDirectory() {
-  static const std::string directory = [] {
+namespace {
+
+// Kept for good, since the host may change its working directory later.
+struct Directory {
+  Directory() {
     boost::system::error_code error;
     const fs::path absolute = fs::absolute(kDataFolder, error);
-    return error ? std::string(kDataFolder) : absolute.string();
-  }();
-  return directory;
+    path = error ? std::string(kDataFolder) : absolute.string();
+  }
+  std::string path;
+};
+
+}  // namespace
+
+const std::string& DataDirectory() {
+  static Immortal<Directory> directory;
+  return directory.value.path;
 }
 
 void ClearSpool(HostServiceEntry host) {
   try {
-    if (!fs::exists(DataDirectory())) return;
+    // A link may lead to a folder whose files are somebody else's.
+    if (fs::symlink_status(DataDirectory()).type() != fs::directory_file) return;
     for (const fs::directory_entry& entry : fs::directory_iterator(DataDirectory())) {
       const bool isMessage = entry.path().filename().string().rfind(kMessagePrefix, 0) == 0;
-      if (isMessage && fs::is_regular_file(entry.symlink_status())) fs::remove(entry.path());
+      boost::system::error_code leadsNowhere;
+      if (isMessage && fs::is_regular_file(fs::status(entry.path(), leadsNowhere))) {
+        fs::remove(entry.path());
+      }
     }
   } catch (const std::exception& error) {
     HostLog(kModuleId, host, LogLevel::Information,

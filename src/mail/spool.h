@@ -14,9 +14,10 @@ constexpr const char* kMessagePrefix = "notify-mail-";
 // working directory later; relative when it cannot be made absolute. Any thread.
 const std::string& DataDirectory();
 
-// Removes the message files of an earlier life. They are not sent again: nobody knows any more how
-// old they are. Other files and folders stay. A directory that does not exist is nothing to report;
-// any other failure ends the sweep with a log line.
+// Removes the message files of an earlier life, and links to files that have such a name. They are
+// not sent again: nobody knows any more how old they are. Other files and folders stay, and all that
+// a linked directory holds. A directory that does not exist is nothing to report; any other failure
+// ends the sweep with a log line.
 void ClearSpool(HostServiceEntry host);
 
 }  // namespace tvx

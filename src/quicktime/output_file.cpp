@@ -44,9 +44,11 @@ int OutputFile::Open(const std::string& path) {
     descriptor_ = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK);
   } else {
     descriptor_ = ::open(partial.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW,
-                         S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH);
+                         S_IRUSR | S_IWUSR);
   }
   if (descriptor_ < 0) return errno;
+  // One that a killed host of an earlier version left may be open to others.
+  if (!inPlace) ::fchmod(descriptor_, S_IRUSR | S_IWUSR);
   partialPath_.swap(partial);
   buffered_ = 0;
   written_ = 0;

@@ -35,7 +35,7 @@ class OutputFile {
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  // 0 or errno. What is at the path and is no regular file (a device) is written in place.
+  // 0 or errno. The file is for this user alone. What is at the path and is no regular file (a device) is written in place.
   int Open(const std::string& path);
   bool IsOpen() const { return descriptor_ >= 0; }
 

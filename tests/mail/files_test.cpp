@@ -1,6 +1,9 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cstdio>
 #include <string>
 
 #include "mail/notify_file.h"
@@ -32,6 +35,40 @@ TEST(NotifyFileStream, KeepsItsErrorUntilItIsOpenedAgain) {
   EXPECT_TRUE(stream.good());
 }
 
+std::string Mode(const char* path) {
+  struct stat found {};
+  ::lstat(path, &found);
+  char text[8];
+  std::snprintf(text, sizeof(text), "%o", static_cast<unsigned>(found.st_mode & 07777));
+  return text;
+}
+
+TEST(NotifyFileStream, WritesFilesOfItsOwnOnly) {
+  const test::TemporaryFolder folder;
+  test::WriteFile("wide", "before, and longer");
+  ASSERT_EQ(::chmod("wide", 0666), 0);
+  test::WriteFile("elsewhere", "before");
+  ASSERT_EQ(::symlink("elsewhere", "link"), 0);
+  ASSERT_EQ(::mkfifo("fifo", 0600), 0);
+  const int reader = ::open("fifo", O_RDONLY | O_NONBLOCK);
+  for (const auto& [path, opens] : {std::pair("new", true),
+                                    {"wide", true},
+                                    {"link", false},
+                                    {"fifo", false},
+                                    {"missing/file", false}}) {
+    NotifyFileStreamImpl stream(nullptr);
+    EXPECT_EQ(stream.open(path, std::ios::binary | std::ios::trunc), opens) << path;
+    stream.write("mail");
+    stream.close();
+    EXPECT_EQ(stream.fail(), !opens);
+    if (!opens) continue;
+    EXPECT_EQ(test::ReadFile(path), "mail");
+    EXPECT_EQ(Mode(path), "600");
+  }
+  ::close(reader);
+  EXPECT_EQ(test::ReadFile("elsewhere"), "before");
+}
+
 TEST(NotifyFileStream, DirectoriesAndFreeSpace) {
   const test::TemporaryFolder folder;
   test::FakeHost host;
@@ -41,6 +78,10 @@ TEST(NotifyFileStream, DirectoriesAndFreeSpace) {
        {std::pair("data", true), {"data", true}, {"file", false}, {"missing/data", false}}) {
     EXPECT_EQ(stream.createDirectory(path), made) << path;
   }
+  EXPECT_EQ(Mode("data"), "700");
+  ASSERT_EQ(::chmod("data", 0755), 0);
+  EXPECT_TRUE(stream.createDirectory("data"));
+  EXPECT_EQ(Mode("data"), "700");
   test::WriteFile("data/file", "");
   for (const auto& [path, removed] :
        {std::pair("file", true), {"file", true}, {"data", false}, {"data/file/below", true}}) {
@@ -80,9 +121,17 @@ TEST(Spool, SweepsMessagesOnly) {
                                                 {"data/my-notify-mail-1", true},
                                                 {"notify-mail-1-2-3-4", true}};
   for (const auto& [path, stays] : files) test::WriteFile(path, "");
+  ASSERT_EQ(::symlink("../notify-mail-1-2-3-4", "data/notify-mail-link"), 0);
   ClearSpool(&test::FakeHost::Entry);
+  EXPECT_NE(::access("data/notify-mail-link", F_OK), 0);
   for (const auto& [path, stays] : files) EXPECT_EQ(test::FileExists(path), stays) << path;
   EXPECT_TRUE(test::FileExists("data/notify-mail-folder"));
+  // A folder behind a link is somebody else's.
+  test::WriteFile("data/notify-mail-5", "");
+  ASSERT_EQ(::rename("data", "others"), 0);
+  ASSERT_EQ(::symlink("others", "data"), 0);
+  ClearSpool(&test::FakeHost::Entry);
+  EXPECT_TRUE(test::FileExists("data/notify-mail-5"));
   EXPECT_TRUE(host.Log().empty());
 }
 
