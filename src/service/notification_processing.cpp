@@ -12,6 +12,7 @@
 #include "service/message_text.h"
 #include "service/web_link_step.h"
 #include "video/attachment_preparation.h"
+#include "web/http_get.h"
 
 namespace tvx {
 namespace {
@@ -101,8 +102,11 @@ ProfileStatus ProcessNotification(NotifyWorkItem& item, const NotifyConfig& snap
   item.videos.clear();  // the frames are the host's again while the mail is on its way
 
   MessageContent content = ContentOf(item);
+  const WebFetch fetch = [&](const WebServerAddress& address, const std::string& path) {
+    return HttpGet(address, path, kHttpDeadline, [&] { return helper.IsStopped(); });
+  };
   ExpandTexts(
-      item, [&] { return WebLinkFor(item, helper.Host()); }, content.subject, content.body);
+      item, [&] { return WebLinkFor(item, helper.Host(), fetch); }, content.subject, content.body);
 
   const auto partCount = static_cast<std::int32_t>(groups.size());
   bool delivered = true;

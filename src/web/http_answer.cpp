@@ -36,8 +36,10 @@ void CheckStatusLine(std::string_view line) {
   }
 }
 
+}  // namespace
+
 // The line comes without its line feed.
-void CheckHeaderLine(std::string_view line) {
+void HttpAnswer::ReadHeaderLine(std::string_view line) {
   constexpr std::string_view kLength = "Content-Length: ";
   if (line.substr(0, kLength.size()) != kLength) return;
   std::string_view value = line.substr(kLength.size());
@@ -45,15 +47,12 @@ void CheckHeaderLine(std::string_view line) {
   // Blanks around a value are no part of it.
   DropBlanks(value);
   value = value.substr(0, value.find_last_not_of(" \t") + 1);
-  std::uint64_t length = 0;
   const char* const end = value.data() + value.size();
-  const auto parsed = std::from_chars(value.data(), end, length);
+  const auto parsed = std::from_chars(value.data(), end, length_);
   if (parsed.ec != std::errc() || parsed.ptr != end) {
     throw std::runtime_error("Invalid Content-Length Value: " + std::string(value));
   }
 }
-
-}  // namespace
 
 void HttpAnswer::Append(std::string_view bytes) {
   if (bytes.size() > kHttpAnswerLimit - text_.size()) {
@@ -68,6 +67,7 @@ void HttpAnswer::Append(std::string_view bytes) {
 std::string HttpAnswer::TakeBody() {
   std::string body = std::exchange(text_, {});
   body.erase(0, std::exchange(body_, 0));
+  if (body.size() > length_) body.resize(static_cast<std::size_t>(length_));
   return body;
 }
 
@@ -102,7 +102,7 @@ void HttpAnswer::ReadHeaders() {
     const std::string_view line = std::string_view(text_).substr(at, lineEnd - at);
     at = lineEnd + 1;
     if (line == "\r") break;
-    CheckHeaderLine(line);
+    ReadHeaderLine(line);
   }
   body_ = at;
   stage_ = Stage::Body;

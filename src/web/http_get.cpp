@@ -1,5 +1,6 @@
 #include "web/http_get.h"
 
+#include <algorithm>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/error.hpp>
 #include <boost/asio/io_context.hpp>
@@ -21,11 +22,13 @@ using boost::system::system_error;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kReadSize = 8192;
+// How soon a stop is seen.
+constexpr std::chrono::milliseconds kStopSlice{50};
 
 class Exchange {
  public:
-  explicit Exchange(std::chrono::milliseconds deadline)
-      : deadline_(Clock::now() + deadline), socket_(context_) {}
+  Exchange(std::chrono::milliseconds deadline, const StopCheck& isStopped)
+      : deadline_(Clock::now() + deadline), isStopped_(isStopped), socket_(context_) {}
 
   void Connect(const WebServerAddress& address) {
     const tcp::resolver::results_type endpoints = Resolve(address);
@@ -96,15 +99,21 @@ class Exchange {
       transferred_ = count;
     });
     context_.restart();
-    context_.run_until(limit);
-    if (context_.stopped()) return result;
+    bool isStopped = false;
+    do {
+      context_.run_until(std::min(limit, Clock::now() + kStopSlice));
+      if (context_.stopped()) return result;
+      isStopped = isStopped_ && isStopped_();
+    } while (!isStopped && Clock::now() < limit);
     error_code ignored;
     socket_.close(ignored);
     context_.run();
+    if (isStopped) throw system_error(boost::asio::error::operation_aborted, "stop");
     return boost::asio::error::timed_out;
   }
 
   const Clock::time_point deadline_;
+  const StopCheck& isStopped_;
   boost::asio::io_context context_{1};
   tcp::socket socket_;
   std::size_t transferred_ = 0;
@@ -114,8 +123,8 @@ class Exchange {
 }  // namespace
 
 std::string HttpGet(const WebServerAddress& address, const std::string& path,
-                    std::chrono::milliseconds deadline) {
-  Exchange exchange(deadline);
+                    std::chrono::milliseconds deadline, const StopCheck& isStopped) {
+  Exchange exchange(deadline, isStopped);
   exchange.Connect(address);
   exchange.Write("GET " + path + " HTTP/1.0\r\n" +       //
                  "Host: " + address.hostPort + "\r\n" +  //
@@ -123,7 +132,7 @@ std::string HttpGet(const WebServerAddress& address, const std::string& path,
                  "Connection: close\r\n" +               //
                  "\r\n");
   HttpAnswer answer;
-  for (;;) {
+  while (!answer.IsComplete()) {
     const std::string_view bytes = exchange.Read();
     if (bytes.empty()) break;
     answer.Append(bytes);

@@ -13,6 +13,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <string>
 
 #include "base/input_limits.h"
@@ -20,13 +21,17 @@
 
 namespace tvx {
 
+// Is asked some twenty times a second whether the answer is still wanted.
+using StopCheck = std::function<bool()>;
+
 // Asks for the path, sent unchanged, and returns the body of the answer.
 //
 // Throws std::runtime_error: "Unable to connect to endpoint" when no address of the host accepted a
 // connection in time, and the texts of HttpAnswer. Throws boost::system::system_error when
 // resolving, writing or reading failed (the end of the stream inside the header is such an error)
-// or the deadline passed meanwhile (timed_out). The connection is closed on every path.
+// or the deadline passed meanwhile (timed_out), or a stop (operation_aborted). The connection is closed on every path.
 std::string HttpGet(const WebServerAddress& address, const std::string& path,
-                    std::chrono::milliseconds deadline = kHttpDeadline);
+                    std::chrono::milliseconds deadline = kHttpDeadline,
+                    const StopCheck& isStopped = {});
 
 }  // namespace tvx

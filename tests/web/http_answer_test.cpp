@@ -33,8 +33,9 @@ TEST(HttpAnswer, IsTheSameInOnePieceAndInMany) {
       HTTP/1.0 200 OK\r\n\r\n | <>
       HTTP/1.0 200 OK\r\nA: b\r\n\r\nline\r\n\r\nline\r\n\r\n | <line\r\n\r\nline\r\n\r\n>
       HTTP/1.0 200 OK\r\nA: b\n\r\nearly\r\n\r\nlate | <early\r\n\r\nlate>
-      HTTP/1.0 200 OK\r\nContent-Length: 2\r\n\r\nbody | <body> | checked, but it does not cut
+      HTTP/1.0 200 OK\r\nContent-Length: 2\r\n\r\nbody | <bo>
       HTTP/1.0 200 OK\r\nContent-Length:  18446744073709551615 \r\n\r\nbody | <body>
+      HTTP/1.0 200 OK\r\nContent-Length: 5\r\n\r\nbody | <body> | closed early
       HTTP/1.0 200 OK\r\nX-Content-Length: x\r\n\r\nbody | <body>
       HTTP/1.0 200 OK\r\nContent-Length: x\r\n\r\n | Invalid Content-Length Value: x
       HTTP/1.0 200 OK\r\nContent-Length: -1\r\n\r\n | Invalid Content-Length Value: -1
@@ -43,6 +44,8 @@ TEST(HttpAnswer, IsTheSameInOnePieceAndInMany) {
       HTTP/1.0 200 OK\r\n\r\nContent-Length: x\r\n\r\n | <Content-Length: x\r\n\r\n>
       HTTP/1.1 302 Found\r\nLocation: /\r\n\r\n | Invalid response status code: 302. Expecting 200
       HTTP/1.1 404 Gone\r\nContent-Length: x | Invalid response status code: 404. Expecting 200
+      HTTP/1.1 204 None\r\n | Invalid response status code: 204. Expecting 200
+      HTTP 200 OK\r\n\r\n | Invalid Get response
       HTTP/1.0 2000 OK\r\n | Invalid response status code: 2000. Expecting 200
       HTTP/1.0 99999999999 OK\r\n | Invalid Get response
       HTTP/1.0 -200 OK\r\n | Invalid Get response
