@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
+#include "base/utf8.h"
 #include "config/event_types.h"
 
 namespace tvx {
@@ -33,8 +35,13 @@ void Expand(Facts facts, Link webLink, bool isBody, std::string& text,
     if (placeholder.value == nullptr || (placeholder.isBodyOnly && !isBody)) continue;
     const std::size_t at = text.find(placeholder.token);
     if (at == std::string::npos) continue;
-    const Value value = placeholder.value(facts, webLink);
+    Value value = placeholder.value(facts, webLink);
     if (!value) continue;
+    *value = OneLine(std::move(*value));
+    // Mail servers take a full stop alone on a line for the end of the mail, some also where the
+    // lines end in a bare line feed.
+    const bool beginsLine = at == 0 || text[at - 1] == '\n';
+    if (isBody && beginsLine && value->rfind('.', 0) == 0) value->insert(0, 1, ' ');
     const std::size_t length = std::strlen(placeholder.token);
     if (observer) observer({at, length, *value, TokenFate::Replaced});
     text.replace(at, length, *value);

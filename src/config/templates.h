@@ -54,7 +54,9 @@ struct TemplateObservers {
   ReplacementObserver body;
 };
 
-// Replaces the placeholders of one message in place: each simple one at its first occurrence only,
+// Replaces the placeholders of one message in place. What replaces them holds no control characters
+// (a blank for each), nor a full stop at the beginning of a line of the body (a blank before it), so
+// that no name can end the mail; the template's own text stays as it is. Each simple one at its first occurrence only,
 // dates and times everywhere. A text with a date or time loses every other brace token.
 void ExpandTemplates(const TemplateFacts& facts, const WebLinkSource& webLink, std::string& subject,
                      std::string& body, const TemplateObservers& observers = {});

@@ -1,7 +1,9 @@
 #include "mail/composition.h"
 
 #include <boost/filesystem/path.hpp>
+#include <cstring>
 
+#include "base/utf8.h"
 #include "mail/address.h"
 #include "mail/base64_file.h"
 #include "mail/notify_file.h"
@@ -60,13 +62,23 @@ void WriteBoundary(INotifyFileStream& stream) {
   stream.write("--").write(kBoundary).write(kCrlf);
 }
 
+// A name that holds the boundary must not end the part that it stands in.
+std::string WithoutBoundary(std::string text) {
+  const std::size_t length = std::strlen(kBoundary);
+  for (std::size_t at = 0; (at = text.find(kBoundary, at)) != std::string::npos; at += length) {
+    text.insert(at, 1, ' ');
+  }
+  return text;
+}
+
 void WriteTextPart(const MessageContent& content, const std::vector<AttachmentEntry>& attachments,
                    INotifyFileStream& stream) {
   WriteBoundary(stream);
   stream.write("Content-Type: text/plain").write(kCrlf).write(kCrlf);
-  stream.write(content.body);
+  stream.write(WithoutBoundary(content.body));
   for (const AttachmentEntry& attachment : attachments) {
-    if (!attachment.note.empty()) stream.write("\n- ").write(attachment.note);
+    if (attachment.note.empty()) continue;
+    stream.write("\n- ").write(WithoutBoundary(OneLine(attachment.note)));
   }
 }
 
@@ -78,7 +90,7 @@ void WriteFilePart(const AttachmentEntry& attachment, INotifyFileStream& stream)
   stream.write("Content-Type: ").write(isMovie ? "video/quicktime" : "image/jpeg").write(kCrlf);
   stream.write("Content-Transfer-Encoding: base64").write(kCrlf);
   stream.write("Content-Disposition: attachment; filename=\"")
-      .write(path.filename().string())
+      .write(OneLine(path.filename().string()))
       .write("\"")
       .write(kCrlf)
       .write(kCrlf);
@@ -114,19 +126,24 @@ bool ComposeMessage(const MessageContent& content, const std::vector<AttachmentE
                     INotifyFileStream& stream, PendingMessage& pending) {
   const std::string path = MessagePath(content, part, partCount, sequence);
   if (!stream.open(path, std::ios::binary | std::ios::trunc)) return false;
-  pending.path = path;
-  if (!WriteAddresses(content, stream, pending)) {
+  try {
+    pending.path = path;
+    if (!WriteAddresses(content, stream, pending)) {
+      stream.close();
+      return false;
+    }
+    WriteSubject(content, part, partCount, stream);
+    if (attachments.empty()) {
+      stream.write(kCrlf).write(content.body);
+    } else {
+      WriteMultipart(content, attachments, stream);
+    }
+    pending.size = static_cast<std::uint32_t>(stream.position());
+    return !stream.fail();
+  } catch (...) {
     stream.close();
-    return false;
+    throw;
   }
-  WriteSubject(content, part, partCount, stream);
-  if (attachments.empty()) {
-    stream.write(kCrlf).write(content.body);
-  } else {
-    WriteMultipart(content, attachments, stream);
-  }
-  pending.size = static_cast<std::uint32_t>(stream.position());
-  return !stream.fail();
 }
 
 }  // namespace tvx

@@ -39,7 +39,7 @@ std::string MessagePath(const MessageContent& content, std::int32_t part, std::i
 // Writes the message and fills from, recipients, path and size of pending. False when an address is
 // no address (the file is then closed), or when the file could not be opened or written; the caller
 // removes what was written. On true the file is still open: the caller closes it through the
-// stream. sequence makes the file's name unique among the messages that exist.
+// stream. An exception, which only memory exhaustion is, leaves it closed. sequence makes the file's name unique among the messages that exist.
 bool ComposeMessage(const MessageContent& content, const std::vector<AttachmentEntry>& attachments,
                     std::int32_t part, std::int32_t partCount, std::uint32_t sequence,
                     INotifyFileStream& stream, PendingMessage& pending);

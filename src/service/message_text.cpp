@@ -10,10 +10,9 @@
 namespace tvx {
 namespace {
 
-// Names come from the host's documents: in a message they are one line, whatever they hold, and a
-// short one. Else a name could end the header, the part or the mail itself.
+// Names come from the host's documents: in a message they are short, whatever they hold.
 std::string Fact(const std::string& text) {
-  return OneLine(text.substr(0, Utf8Prefix(text, kMaxFactBytes)));
+  return text.substr(0, Utf8Prefix(text, kMaxFactBytes));
 }
 
 TemplateFacts FactsOf(const NotifyWorkItem& item) {

@@ -2,7 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include <sys/resource.h>
+
+#include <csignal>
 
 #include <sstream>
 #include <string>
@@ -127,6 +129,7 @@ Content-Disposition: attachment; filename="gone.MOV"
   EXPECT_EQ(pending_.size, expected.size());
 }
 
+// Nor a part: names are in file names and notes, and in the body by way of placeholders.
 TEST_F(CompositionTest, TextFromOutsideAddsNoHeaderLine) {
   content_.subject = "Gate\r\nBcc: thief@x.org\n\rX: y\r";
   content_.to = {"a@x.org\r\nBcc: thief@x.org"};
@@ -135,6 +138,29 @@ TEST_F(CompositionTest, TextFromOutsideAddsNoHeaderLine) {
   EXPECT_EQ(Written().substr(0, Written().find("\r\n\r\n")),
             "From: f@x.org\r\nTo: a@x.org\r\nCc: c@x.org\r\n"
             "Subject: Gate Bcc: thief@x.org X: y ");
+  const std::string boundary = "--b1914efc629febb89915e8a6f83ba6eb\r\nX: y";
+  content_.body = boundary;
+  ASSERT_TRUE(Compose({{false, "", "lost\r\n.\n" + boundary}, {true, "a\nb" + boundary, ""}}));
+  EXPECT_THAT(Written(),
+              testing::HasSubstr("\r\n\r\n-- b1914efc629febb89915e8a6f83ba6eb\r\nX: y\n"
+                                 "- lost  . -- b1914efc629febb89915e8a6f83ba6eb  X: y\r\n"));
+  EXPECT_THAT(Written(),
+              testing::HasSubstr("filename=\"a b--b1914efc629febb89915e8a6f83ba6eb  X: y\"\r\n"));
+}
+
+// The stream is closed whatever happens, or its descriptor would be the host's loss.
+TEST_F(CompositionTest, MemoryExhaustionLeavesTheFileClosed) {
+  struct Stream : NotifyFileStreamImpl {
+    using NotifyFileStreamImpl::NotifyFileStreamImpl;
+    INotifyFileStream& write(const std::string& text) override {
+      if (text == "Motion") throw std::bad_alloc();
+      return NotifyFileStreamImpl::write(text);
+    }
+    void close() override { (++closed, NotifyFileStreamImpl::close()); }
+    int closed = 0;
+  } stream(nullptr);
+  EXPECT_THROW(ComposeMessage(content_, {}, 0, 1, 17, stream, pending_), std::bad_alloc);
+  EXPECT_EQ(stream.closed, 2);  // by opening, too
 }
 
 TEST_F(CompositionTest, ABadAddressOrDiskRejectsTheMessage) {
@@ -147,10 +173,18 @@ TEST_F(CompositionTest, ABadAddressOrDiskRejectsTheMessage) {
   EXPECT_FALSE(Compose());
   content_.from = "f@x.org";
   EXPECT_TRUE(Compose());
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  const rlimit full{1000, before.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &full), 0);
   content_.body = std::string(1 << 20, 'x');
-  ASSERT_EQ(std::remove(pending_.path.c_str()), 0);
-  ASSERT_EQ(::symlink("/dev/full", pending_.path.c_str()), 0);
   EXPECT_FALSE(Compose());
+  content_.body = std::string(2000, 'x');  // which is written at the end only
+  EXPECT_TRUE(Compose());
+  EXPECT_TRUE(stream_.fail());
+  ::setrlimit(RLIMIT_FSIZE, &before);
+  std::signal(SIGXFSZ, handler);
   ASSERT_EQ(::rename("data", "moved"), 0);
   EXPECT_FALSE(Compose());
 }
