@@ -52,7 +52,7 @@ constexpr std::uint64_t kMaxWaitingVideoBytes = std::uint64_t{256} << 20;
 // Notifications that wait for their clips or for the worker. Beyond it the oldest ones end unsent.
 constexpr std::size_t kMaxWaitingNotifications = 20'000;
 
-// Lines kept of a transfer's output until its end, each cut to a log line. More than one ever says.
-constexpr std::size_t kMaxOutputLines = 1000;
+// Bytes of a transfer's output that are kept until its end, to be logged when it failed.
+constexpr std::size_t kMaxTransferOutput = 4u << 20;
 
 }  // namespace tvx

@@ -121,14 +121,18 @@ bool ProcessChannel::ChooseRequest(std::uint32_t& request) const {
   return false;
 }
 
-bool ProcessChannel::WriteInput(const ipc::client& program, ProgramInput input) {
+bool ProcessChannel::WriteInput(ipc::client& program, ProgramInput input) {
   std::shared_ptr<const Sender> sender;
   {
     MutexLock lock(mutex_);
     sender = sender_;
   }
   for (ChunkMemory& chunk : input.chunks_) {
-    if (!Send(sender.get(), program.request, std::move(chunk))) return false;
+    if (Send(sender.get(), program.request, std::move(chunk))) continue;
+    MutexLock lock(mutex_);
+    pending_.erase(program.request);
+    SetState(program, ipc::State::Failed, 0);
+    return false;
   }
   return true;
 }
@@ -178,6 +182,11 @@ void ProcessChannel::Close() {
   }
   pending_.clear();
   closed_ = true;
+}
+
+bool ProcessChannel::IsClosed() {
+  MutexLock lock(mutex_);
+  return closed_;
 }
 
 bool ReadLine(ipc::client& program, OutputStream stream, std::string& line) {

@@ -63,8 +63,9 @@ class ProcessChannel {
   std::shared_ptr<ipc::client> RunProgram(const std::vector<std::string>& arguments)
       EXCLUDES(mutex_);
 
-  // Sends this to the program's standard input. False when the host refused a chunk.
-  bool WriteInput(const ipc::client& program, ProgramInput input) EXCLUDES(mutex_);
+  // Sends this to the program's standard input. False when the host refused a chunk: the program,
+  // which would wait for it for ever, is then forgotten and counts as failed.
+  bool WriteInput(ipc::client& program, ProgramInput input) EXCLUDES(mutex_);
 
   // Takes one report of the host. False when it was ignored: no such program, or no such kind.
   bool Receive(const void* chunk, std::uint32_t length) EXCLUDES(mutex_);
@@ -72,6 +73,7 @@ class ProcessChannel {
   // Ends every wait: running programs count as finished with value 0, requested launches as failed.
   // From then on every launch fails at once.
   void Close() EXCLUDES(mutex_);
+  bool IsClosed() EXCLUDES(mutex_);
 
  private:
   bool ChooseRequest(std::uint32_t& request) const REQUIRES(mutex_);

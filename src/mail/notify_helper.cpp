@@ -1,10 +1,12 @@
 #include "mail/notify_helper.h"
 
+#include <algorithm>
 #include <memory>
 #include <new>
 #include <optional>
 #include <utility>
 
+#include "base/clock.h"
 #include "base/input_limits.h"
 #include "log/host_log.h"
 
@@ -28,9 +30,12 @@ bool HasFailed(ipc::client& program) {
 // Reads until the program has ended, or memory has: what it says goes to the log only.
 void ReadOutput(ipc::client& program, std::vector<std::string>& lines) {
   try {
+    std::size_t left = kMaxTransferOutput;
     for (std::string line; ReadLine(program, OutputStream::Output, line);) {
+      const std::size_t length = line.size() + 1;  // with its line feed
       // Copied, as a line's memory may be that of all the channel keeps.
-      if (lines.size() < kMaxOutputLines) lines.emplace_back(line, 0, kLogLineSize);
+      if (length <= left) lines.emplace_back(line, 0, kLogLineSize);
+      left -= std::min(left, length);
     }
   } catch (const std::bad_alloc&) {
     return;
@@ -50,12 +55,22 @@ bool NotifyHelper::RunTransfer(const std::vector<std::string>& arguments, const 
   ProgramInput preparedInput(input);
   const std::shared_ptr<ipc::client> program = channel_.RunProgram(arguments);
   if (HasFailed(*program)) return false;
-  channel_.WriteInput(*program, std::move(preparedInput));
+  if (!channel_.WriteInput(*program, std::move(preparedInput))) return false;
   ReadOutput(*program, lines);
   const std::optional<std::uint32_t> raw = WaitForEnd(*program);
-  if (!raw) return false;
+  if (!raw) {
+    wasAbandoned_ = true;
+    return false;
+  }
   exitValue = static_cast<std::int32_t>(((*raw << 8) & 0xFFFFu) | ((*raw >> 8) & 0xFFu));
   return true;
+}
+
+std::int64_t NotifyHelper::Now() {
+  const std::uint32_t tick = TickNow();
+  now_ += static_cast<std::uint32_t>(tick - tick_);
+  tick_ = tick;
+  return now_;
 }
 
 }  // namespace tvx

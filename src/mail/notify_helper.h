@@ -37,19 +37,30 @@ class NotifyHelper {
   virtual void ReportStatus(std::int32_t profileId, ProfileStatus status);
 
   // Runs a program with this standard input and waits for its end. False when it could not be
-  // launched, or the plug-in was stopped before its end. The exit value is the raw wait status with
-  // its two low bytes exchanged: a normal exit gives its code, an end by signal 256 times the
-  // signal. lines gets what the program wrote to its standard output, at most kMaxOutputLines of
-  // it, each cut to what a log line takes.
+  // launched, when the host refused its input, or when the plug-in was stopped before its end (see
+  // WasAbandoned). The exit value is the raw wait status with its two low bytes exchanged: a normal
+  // exit gives its code, an end by signal 256 times the signal. lines gets what the program wrote to
+  // its standard output, at most kMaxTransferOutput bytes of it, each line cut to what a log line
+  // takes.
   virtual bool RunTransfer(const std::vector<std::string>& arguments, const std::string& input,
                            std::int32_t& exitValue, std::vector<std::string>& lines);
 
+  // The plug-in was stopped while a program ran: nobody knows what became of it.
+  bool WasAbandoned() const { return wasAbandoned_; }
+
+  // Close was called: no program will run any more, and nothing else is waited for.
+  bool IsStopped() const { return channel_.IsClosed(); }
+
   HostServiceEntry Host() const { return host_; }
+
+  // The retry queue's clock: milliseconds that never wrap, as messages may wait for months. It is
+  // the tick clock, which must be read at least once in 49 days while messages wait.
+  std::int64_t Now();
 
   // Messages ever queued for retry. Part of message file names, which makes them unique.
   std::uint32_t messageCounter = 0;
-  std::uint32_t retryInterval = 0;  // milliseconds: the current back-off
-  std::uint32_t nextRetry = 0;      // tick at which the next round may start
+  std::int64_t retryInterval = 0;   // milliseconds: the current back-off
+  std::int64_t nextRetry = 0;       // when, by Now, the next round may start
   std::list<PendingMessage> queue;  // oldest at the front; a list, as any of them may leave
   // All before it have been tried in this round, so that a pass need not walk a long queue.
   std::list<PendingMessage>::iterator untried = queue.begin();
@@ -58,6 +69,9 @@ class NotifyHelper {
   IStatusReceiver& owner_;
   ProcessChannel& channel_;
   const HostServiceEntry host_;
+  bool wasAbandoned_ = false;
+  std::uint32_t tick_ = 0;  // at the latest look at the clock
+  std::int64_t now_ = 0;
 };
 
 }  // namespace tvx

@@ -17,8 +17,8 @@ struct PendingMessage {
   std::string profileDescription;
   std::int32_t profileId = 0;
   std::vector<SmtpServer> servers;  // as they were when the event came
-  std::uint32_t firstAttempt = 0;   // tick when the message was queued
-  std::uint32_t lastAttempt = 0;    // tick of the latest attempt of the retry queue
+  std::int64_t firstAttempt = 0;    // NotifyHelper::Now when the message was queued
+  std::int64_t lastAttempt = 0;     // and at the latest attempt of the retry queue
   std::uint32_t size = 0;           // bytes
 };
 

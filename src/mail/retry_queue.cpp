@@ -4,7 +4,6 @@
 #include <list>
 #include <utility>
 
-#include "base/clock.h"
 #include "log/host_log.h"
 #include "mail/spool.h"
 #include "mail/transfer.h"
@@ -12,10 +11,7 @@
 namespace tvx {
 namespace {
 
-constexpr std::uint32_t kFirstInterval = 60'000;  // milliseconds
-// Twelve days. Beyond half the clock's range a time to come would look like one gone by, and the
-// last attempt must still be in the same half.
-constexpr std::uint32_t kLongestInterval = 1u << 30;
+constexpr std::int64_t kFirstInterval = 60'000;  // milliseconds
 // Messages up to this size free too little to be worth losing.
 constexpr std::uint32_t kSmallMessage = 4096;
 
@@ -82,8 +78,8 @@ bool MakeRoom(NotifyHelper& helper, INotifyFileStream& stream) {
 
 // Whether the message leaves the queue after this attempt.
 bool IsFinished(NotifyHelper& helper, const PendingMessage& message, SendResult result,
-                std::uint32_t now, std::int32_t maxRetrySeconds) {
-  if (result == SendResult::Sent) return true;
+                std::int64_t now, std::int32_t maxRetrySeconds) {
+  if (result == SendResult::Sent || result == SendResult::Unknown) return true;
   const std::int64_t age = now - message.firstAttempt;
   if (result == SendResult::Retry && age < std::int64_t{maxRetrySeconds} * 1000) return false;
   HostLog(kModuleId, helper.Host(), LogLevel::Information,
@@ -109,7 +105,7 @@ void EnqueueForRetry(NotifyHelper& helper, std::list<PendingMessage> newMessage,
     stream.remove(message.path);
     return;
   }
-  const std::uint32_t now = TickNow();
+  const std::int64_t now = helper.Now();
   helper.retryInterval = kFirstInterval;
   if (helper.queue.empty()) helper.nextRetry = now + kFirstInterval;
   message.firstAttempt = now;
@@ -121,16 +117,14 @@ void EnqueueForRetry(NotifyHelper& helper, std::list<PendingMessage> newMessage,
 
 bool RetryPass(NotifyHelper& helper, INotifyFileStream& stream, std::int32_t maxRetrySeconds) {
   if (helper.queue.empty()) return false;
-  const std::uint32_t now = TickNow();
-  if (TickDifference(now, helper.nextRetry) < 0) return false;
+  const std::int64_t now = helper.Now();
+  if (now < helper.nextRetry) return false;
 
-  helper.untried =
-      std::find_if(helper.untried, helper.queue.end(), [&](const PendingMessage& message) {
-        return TickDifference(message.lastAttempt, helper.nextRetry) < 0;
-      });
+  helper.untried = std::find_if(
+      helper.untried, helper.queue.end(),
+      [&](const PendingMessage& message) { return message.lastAttempt < helper.nextRetry; });
   if (helper.untried == helper.queue.end()) {
-    helper.retryInterval =
-        helper.retryInterval > kLongestInterval / 2 ? kLongestInterval : helper.retryInterval * 2;
+    helper.retryInterval *= 2;
     helper.nextRetry = now + helper.retryInterval;
     helper.untried = helper.queue.begin();
     return false;

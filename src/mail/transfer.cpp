@@ -77,6 +77,13 @@ SendResult SendMessage(const PendingMessage& message, const std::vector<SmtpServ
     } catch (const std::bad_alloc&) {
       retryable = true;  // nothing was launched, and there may be memory later
     }
+    if (!executed && helper.WasAbandoned()) {
+      HostLog(kModuleId, helper.Host(), LogLevel::Warning,
+              "The host stopped while a message was being sent using server %s. Nobody knows "
+              "whether it arrived. (Profile Description: %s)",
+              server.description.c_str(), profile);
+      return SendResult::Unknown;
+    }
     if (!executed) {
       HostLog(kModuleId, helper.Host(), LogLevel::Error,
               "Failed to execute curl smtp operation using server %s. (Profile Description: %s)",

@@ -17,8 +17,9 @@ namespace tvx {
 
 enum class SendResult {
   Sent = 0,
-  Retry = 1,   // at least one server may accept it later
-  GiveUp = 2,  // trying again would not help
+  Retry = 1,    // at least one server may accept it later
+  GiveUp = 2,   // trying again would not help
+  Unknown = 3,  // the plug-in was stopped meanwhile, and a second try might be a second delivery
 };
 
 // Tries the servers in order. Logs every attempt, and the program's output when it failed.

@@ -82,6 +82,8 @@ TEST_F(RetryQueueTest, TheScheduleOfRounds) {
       +a 60000 30000 +b 59999 1               | 0      | 172800 | a - - b             | b   | the first one is given a minute
       +a 60000                                |        | 60     | a                   |     | a failure at the limit is the last
       +a 60000 120000                         |        | 61     | a a                 |     | before it it is not
+      +a 60000 2592000000 2592000000 2592000000 2592000000 | | 8640000 | a a a a a      |     | longer than the tick runs
+      +a 60000 1000000000 1000000000 1000000000 1000000000 1000000000 1000000000 1000000000 1000000000 1000000000 1000000000 1000000000 1000000000 1000000000 1000000000 1966079999 1 | | 2147483647 | a a a a a a a a a a a a a a a - a | a | it has no ceiling
       +a 60000                                | 0      | 1      | a                   |     | an old one may still arrive
       +a +b 60000                             | 26     | 172800 | ab                  | b   | a permanent failure at any age
       +a 60000                                | -1     | 172800 | a                   |     | there is no program

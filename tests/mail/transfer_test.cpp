@@ -1,6 +1,7 @@
 #include "mail/transfer.h"
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "mail/mail_fixture.h"
@@ -120,6 +121,33 @@ TEST_F(TransferTest, ExitCodesTellWhetherLaterIsWorthATry) {
   }
 }
 
+// Nobody must wait for a program that waits for its input, or for one that the host will not end.
+TEST_F(TransferTest, WhatIsNeverToldIsNotWaitedFor) {
+  programs_.OnRun([this](const test::Launch&) {
+    host_.Answer(HostCommand::ChannelMessage, 1, 0);
+    return test::ProgramEnd{0, "", false, true};
+  });
+  EXPECT_EQ(Send({Server("a")}), SendResult::GiveUp);
+  EXPECT_EQ(host_.LogTexts()[0],
+            "Failed to execute curl smtp operation using server a. (Profile Description: Gate)");
+  host_.Answer(HostCommand::ChannelMessage, 0, 0);
+  std::thread closing;
+  programs_.OnRun([&](const test::Launch&) {
+    closing = std::thread([this] {
+      host_.WaitFor([this] { return host_.Chunks().size() == 4; });
+      channel_.Close();
+    });
+    return test::ProgramEnd{0, "", false, true};
+  });
+  EXPECT_EQ(Send({Server("a"), Server("b")}), SendResult::Unknown);
+  closing.join();
+  EXPECT_EQ(host_.Log(),
+            (std::vector<LogLine>{{50,
+                                   "The host stopped while a message was being sent using server "
+                                   "a. Nobody knows whether it arrived. (Profile Description: "
+                                   "Gate)"}}));
+}
+
 // A normal exit gives its code, an end by signal 256 times the signal.
 TEST_F(TransferTest, TheWaitStatusHasItsBytesExchanged) {
   for (const auto& [raw, expected] : {std::pair(67U << 8, 67), {9U, 2304}, {0x1234ABCDU, 0xCDAB}}) {
@@ -134,13 +162,17 @@ TEST_F(TransferTest, TheWaitStatusHasItsBytesExchanged) {
   }
 }
 
-// Whole, these lines would be as much as the channel keeps of a program, again and again.
+// Up to 4 MiB of it, each line cut to one of the log.
 TEST_F(TransferTest, OfATalkativeProgramThereRemainsWhatTheLogTakes) {
-  for (int i = 0; i < 1500; ++i) output_ += std::string(2000, 'x') + "\r\n";
+  for (int i = 0; i < 3000; ++i) output_ += std::string(1023, 'x') + "\n";
   std::int32_t exitValue = 0;
   Lines lines;
-  EXPECT_TRUE(helper_.RunTransfer({"./curl"}, "", exitValue, lines));
-  EXPECT_EQ(lines, Lines(1000, std::string(512, 'x')));
+  for (const std::size_t expected : {3000U, 4096U}) {
+    lines.clear();
+    EXPECT_TRUE(helper_.RunTransfer({"./curl"}, "", exitValue, lines));
+    EXPECT_EQ(lines, Lines(expected, std::string(512, 'x')));
+    output_ += output_;
+  }
 }
 
 }  // namespace
