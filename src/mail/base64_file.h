@@ -1,8 +1,8 @@
 // Attachments as MIME carries them.
 //
 // Standard: RFC 2045 base64 with the alphabet of RFC 4648, 57 bytes (76 characters) a line. Lines
-//           end in a bare LF, and a padded last line in nothing at all: receivers accept both, and
-//           a movie is a hundred kilobytes shorter for it.
+//           end in a bare LF, which servers and readers in common use take; some strict servers
+//           refuse mails with bare line feeds. A padded last line ends in nothing at all.
 // Threads:  any; no state.
 #pragma once
 

@@ -53,6 +53,15 @@ TEST_F(TemplatesTest, ReplacesEachSimplePlaceholderOnceInBodyAndSubject) {
   EXPECT_EQ(linksAsked_, 1);
 }
 
+// A name comes from other machines; the template is the administrator's.
+TEST_F(TemplatesTest, NoNameCanEndTheMail) {
+  facts_.sourceName = "Gate\n.\r\nMAIL\x7F";
+  facts_.systemName = ".";
+  EXPECT_EQ(Body("a\r\n.\n{source}\n{system name}\n", "{source}\n{system name}"),
+            "a\r\n.\nGate .  MAIL \n .\n");
+  EXPECT_EQ(subject_, "Gate .  MAIL \n.");
+}
+
 TEST_F(TemplatesTest, NamesTheKindOfEvent) {
   const auto row = [&](const std::string& type) {
     facts_.eventType = std::stoi(type);

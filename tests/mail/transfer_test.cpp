@@ -128,7 +128,7 @@ TEST_F(TransferTest, WhatIsNeverToldIsNotWaitedFor) {
     return test::ProgramEnd{0, "", false, true};
   });
   EXPECT_EQ(Send({Server("a")}), SendResult::GiveUp);
-  EXPECT_EQ(host_.LogTexts()[0],
+  EXPECT_EQ(host_.Log().at(0).text,
             "Failed to execute curl smtp operation using server a. (Profile Description: Gate)");
   host_.Answer(HostCommand::ChannelMessage, 0, 0);
   std::thread closing;
