@@ -309,7 +309,7 @@ TEST_F(ServiceTest, TheNewestConfigurationIsPublishedLast) {
 }
 
 TEST_F(ServiceTest, TheHostIsNeverCalledUnderTheIntakeMutex) {
-  int calls = 0;
+  std::atomic<int> calls{0};
   duringCalls = [&] {
     ++calls;
     auto other = std::async(std::launch::async, [&] { service_.Tick(); });
