@@ -16,7 +16,10 @@ namespace tvx {
 // much: ten thousand cameras need about 8 MB and some 700,000 nodes.
 constexpr std::size_t kMaxDocumentBytes = 16u << 20;
 
-// Elements, attributes, comments and the like of a document. Each costs the library an object,
+// From this size on the memory that a document's tree took is given back to the system at once.
+constexpr std::size_t kLargeDocumentBytes = 1u << 20;
+
+// Elements, attributes, texts, comments and the like of a document. Each costs the library an object,
 // however short it is.
 constexpr int kMaxNodes = 1'000'000;
 

@@ -1,5 +1,7 @@
 #include "service/notify_service.h"
 
+#include <malloc.h>
+
 #include <cstring>
 #include <new>
 #include <string>
@@ -7,6 +9,7 @@
 #include <vector>
 
 #include "base/clock.h"
+#include "base/input_limits.h"
 #include "config/config_file.h"
 #include "config/module_documents.h"
 #include "config/notify_writer.h"
@@ -28,6 +31,21 @@ void LogRefusal(HostServiceEntry host, const char* what, ParseOutcome outcome) {
   if (reason == nullptr) return;
   HostLog(kModuleId, host, LogLevel::Warning, "Ignored %s of the host: %s", what, reason);
 }
+
+// Gives back what a large document's tree took, once the tree is gone: the library's heap would keep
+// it for itself, and most of a 32-bit process is the host's. Frames have no part in it.
+class MemoryOfDocument {
+ public:
+  explicit MemoryOfDocument(std::size_t length) : length_(length) {}
+  ~MemoryOfDocument() {
+    if (length_ >= kLargeDocumentBytes) ::malloc_trim(0);
+  }
+  MemoryOfDocument(const MemoryOfDocument&) = delete;
+  MemoryOfDocument& operator=(const MemoryOfDocument&) = delete;
+
+ private:
+  const std::size_t length_;
+};
 
 }  // namespace
 
@@ -177,6 +195,7 @@ void NotifyService::UnderIntakeMutex(Operation operation) {
 }
 
 void NotifyService::ReceiveEventDocument(const char* text, std::size_t length) {
+  const MemoryOfDocument memory(length);
   const ParsedDocument parsed = ParseDocument(text, length);
   LogRefusal(host_, "an event document", parsed.outcome);
   const TiXmlElement* root = parsed.Root();
@@ -223,6 +242,7 @@ void NotifyService::Conclude(IntakeOutcome& outcome) {
 }
 
 void NotifyService::ApplyUpdate(const char* text, std::size_t length) {
+  const MemoryOfDocument memory(length);
   const ParsedDocument parsed = ParseDocument(text, length);
   LogRefusal(host_, "a configuration document", parsed.outcome);
   const TiXmlElement* root = parsed.Root();

@@ -1,4 +1,5 @@
-// Tables of a line a row: what is expected, " <= ", and what it is made of.
+// Tables of a line a row: what is expected, " <= ", and what it is made of, or several of these with
+// " & " between them.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -18,7 +19,11 @@ void ExpectRows(Function function, const std::string& table) {
   for (std::string row; std::getline(rows, row);) {
     const std::size_t at = row.find(" <= ");
     if (at == std::string::npos) continue;
-    EXPECT_EQ(function(row.substr(at + 4)), row.substr(0, at)) << row;
+    for (std::size_t from = at + 4, end = 0; end != std::string::npos; from = end + 3) {
+      end = row.find(" & ", from);
+      const std::string input = row.substr(from, end - from);
+      EXPECT_EQ(function(input), row.substr(0, at)) << input;
+    }
   }
 }
 

@@ -77,38 +77,19 @@ TEST(EventSourceKey, IsFoundInTheEventsElement) {
     return Hex(EventSourceKey(*Document(event).Root()).value);
   };
   test::ExpectRows(row, R"(
-10203 <= D65536(N2(V3))
-10203 <= D65536(N2)V3
-10203 <= D65536(V3N2)
-40010203 <= D65536(N2(C4(V3)))
-40010203 <= D65536(N2(V3))C4
+10203 <= D65536(N2(V3)) & D65536(N2)V3 & D65536(V3N2) & D65536(N2(CxV3)) & D65536(N2(V3))V9
+10203 <= D65536(NN2(VV3)) & D65536(N2(C(H3))) & A65536(N2I3) & A4026597376(N2(C1I3)) & A65536N2I3
+10203 <= A65536(N2(V3)) & DA65536(N2I3)
+40010203 <= D65536(N2(C4(V3))) & D65536(N2(V3))C4
 50010203 <= D65536(N2(C4C5(V3)))
-0 <= D65536(N2(C4(C5(V3))))
-10203 <= D65536(N2(CxV3))
-10203 <= D65536(N2(V3))V9
-10203 <= D65536(NN2(VV3))
+0 <= D65536(N2(C4(C5(V3)))) & D(N2(V3)) & D65536(N(V3)) & D65536(N2(I3)) & D65536(N2)X(C1(V3))
+0 <= D65536(N2(Cx(H3))) & D65536(N2(H3)) & D65536(N2(C1(H))) & A65536(N2) & D65536(N2)A65536(N2I3)
 20304 <= D65536D131072(N3)V4
 fffff03 <= D4294967295(N511(V259))
 fffffff <= D-1(N-1(V-1))
-0 <= D(N2(V3))
-0 <= D65536(N(V3))
-0 <= D65536(N2(I3))
-0 <= D65536(N2)X(C1(V3))
-10010203 <= D65536(N2(C1(H3)))
+10010203 <= D65536(N2(C1(H3))) & D65536(N2(C1H3))
 f0010203 <= D65536(N258(C31(H259)))
-10010203 <= D65536(N2(C1H3))
-10203 <= D65536(N2(C(H3)))
-0 <= D65536(N2(Cx(H3)))
-0 <= D65536(N2(H3))
-0 <= D65536(N2(C1(H)))
 10010204 <= D65536(N2(C1(H3V4)))
-10203 <= A65536(N2I3)
-10203 <= A4026597376(N2(C1I3))
-10203 <= A65536N2I3
-10203 <= A65536(N2(V3))
-0 <= A65536(N2)
-0 <= D65536(N2)A65536(N2I3)
-10203 <= DA65536(N2I3)
 )");
 }
 
@@ -123,16 +104,12 @@ TEST(EventActionTable, HoldsTheSourcesOfNotifyingEventsAndGroups) {
   };
   test::ExpectRows(row, R"(
 nothing said <= D65536
- <= S
-2 4  <= S(O(D0(N0(V4))X(M))O(D0(N0(V2))X(M))O(D0(N0(V4))X(M)))
-1  <= S(O(D0(N0(V1))XX(OM)))
- <= S(O(D0(N0(V1))X(O))O(D0(N0(V1))M)O(X(M)))
-7 8  <= S(G3(E(D0(N0(V7)))E(D0(N0(V8)))E)O(G3X(M)))
- <= S(G3(O(D0(N0(V7))))O(G3X(M)))
-7  <= S(O(GxG9G3X(M)))S(G3(E(D0(N0(V7)))))
-7  <= S(G259(E(D0(N0(V7))))G3(E(D0(N0(V8))))O(G259X(M)))
+ <= S & S(O(D0(N0(V1))X(O))O(D0(N0(V1))M)O(X(M))) & S(G3(O(D0(N0(V7))))O(G3X(M)))
  <= S(G3(E(D0(N0(V7))))O(G3))
-1  <= S(G3(E(D0(N0(V7))))O(D0(N0(V1))G3X(M)))
+2 4  <= S(O(D0(N0(V4))X(M))O(D0(N0(V2))X(M))O(D0(N0(V4))X(M)))
+1  <= S(O(D0(N0(V1))XX(OM))) & S(G3(E(D0(N0(V7))))O(D0(N0(V1))G3X(M)))
+7 8  <= S(G3(E(D0(N0(V7)))E(D0(N0(V8)))E)O(G3X(M)))
+7  <= S(O(GxG9G3X(M)))S(G3(E(D0(N0(V7))))) & S(G259(E(D0(N0(V7))))G3(E(D0(N0(V8))))O(G259X(M)))
 )");
 }
 
@@ -157,53 +134,42 @@ on <= <Users/><Users><SecondReviewer Enabled='x'/><SecondReviewer Enabled='-2'/>
 }
 
 TEST(EventTypes, HaveTheirNamesGroupsAndSources) {
-  // Which sources are named how: type, source, and the text of the sample's directory.
+  std::string names;
+  for (int type = -1; type <= 35; ++type) {
+    names += std::string(EventTypeName(type)) + (IsVideoEvent(type) ? "-V/" : "/") +
+             (IsSystemEvent(type) ? "S/" : "") + (IsDeviceHealthEvent(type) ? "D/" : "");
+  }
+  EXPECT_EQ(
+      names,
+      "Unknown/Invalid/Video Loss-V/Video Motion-V/Input Trigger/Pos Port/Pos Profile/Button/"
+      "Temperature/D/Storage/S/IP Connection-V/Record Content Age/S/Archive Content Age/S/"
+      "Source Group/Power Supply/D/Outbound Connection/Security Integrations Health/"
+      "Soft Trigger/License/S/Analytic-V/Device Failure/D/Audio Connection/Device Connection/"
+      "Throttle/S/Fan/D/Time Trigger/Hardware Temperature/S/Hardware Fan/S/Hardware Voltage/S/"
+      "Archive Connection/S/Archive Task/S/Security Integration Connection/"
+      "Security Integration Alarm/Security Integration Alert/Serial Port Connection/"
+      "Record Alarm/Unknown/");
+  // Type and source.
   const SystemDirectory directory(*test::Parse(test::kSampleSystem).Root());
   const auto text = [&](const std::string& row) {
-    const int type = std::stoi(row);
-    return std::string(EventTypeName(type)) + (IsVideoEvent(type) ? "/video" : "") +
-           (IsSystemEvent(type) ? "/system" : "") + (IsDeviceHealthEvent(type) ? "/device" : "") +
-           ", " + SourceText(directory, {Number(row.substr(row.find(' ')))}, type);
+    return SourceText(directory, {Number(row.substr(row.find(' ')))}, std::stoi(row));
   };
   test::ExpectRows(text, R"(
-Unknown, Unknown <= -1 10201
-Invalid, Unknown <= 0 10201
-Video Loss/video, Gate camera <= 1 10201
-Video Motion/video, Gate camera <= 2 10201
-Input Trigger, Gate contact <= 3 10203
-Pos Port, Till 4 <= 4 30102
-Pos Profile, Till 4 <= 5 20401
-Button, Button 5 <= 6 10500
-Temperature/device, Device Temperature 5 <= 7 10500
-Storage/system,  <= 8 10201
-IP Connection/video, Gate camera <= 9 10201
-Record Content Age/system,  <= 10 10201
-Archive Content Age/system,  <= 11 10201
-Source Group, Perimeter <= 12 a0003
-Power Supply/device, Power Supply 5 <= 13 10500
-Outbound Connection, North gate <= 14 10201
-Security Integrations Health, Unknown <= 15 10201
-Soft Trigger, Panic <= 16 40001
-License/system,  <= 17 10201
-Analytic/video, Gate camera <= 18 10201
-Device Failure/device, Device Failure 5 <= 19 10500
-Audio Connection, Gate microphone <= 20 10201
-Device Connection, North gate <= 21 10201
-Throttle/system,  <= 22 10201
-Fan/device, Device Fan 255 <= 23 1ff00
-Time Trigger, Night <= 24 50001
-Hardware Temperature/system,  <= 25 10201
-Hardware Fan/system,  <= 26 10201
-Hardware Voltage/system,  <= 27 10201
-Archive Connection/system,  <= 28 10201
-Archive Task/system,  <= 29 10201
-Security Integration Connection, North gate <= 30 10201
-Security Integration Alarm, Gate contact <= 31 10203
-Security Integration Alert, Gate contact <= 32 10203
-Serial Port Connection, North gate <= 33 10201
-Record Alarm, Unknown <= 34 10201
-Unknown, Unknown <= 35 10201
-Storage/system, Unknown <= 8 0
+Gate camera <= 1 10201 & 2 10201 & 9 10201 & 18 10201
+Gate contact <= 3 10203 & 31 10203 & 32 10203
+Till 4 <= 4 30102 & 5 20401
+Button 5 <= 6 10500
+Device Temperature 5 <= 7 10500
+Power Supply 5 <= 13 10500
+Device Failure 5 <= 19 10500
+Device Fan 255 <= 23 1ff00
+Perimeter <= 12 a0003
+North gate <= 14 10201 & 21 10201 & 30 10201 & 33 10201
+Panic <= 16 40001
+Gate microphone <= 20 10201
+Night <= 24 50001
+ <= 8 10201 & 10 1 & 11 1 & 17 1 & 22 1 & 25 1 & 26 1 & 27 1 & 28 1 & 29 1
+Unknown <= -1 10201 & 0 10201 & 15 10201 & 34 10201 & 35 10201 & 1 0 & 8 0
 )");
 }
 
@@ -216,9 +182,7 @@ TEST(EventReferences, NeedBothAttributesAndMaskAnalytics) {
 10201/2  <= <E ID='66049' Type='2'/>
 10001/18  <= <E ID='4026597377' Type='18'/>
 f0010001/2  <= <E ID='4026597377' Type='2'/>
-0/0  <= <E ID='66049'/>
-0/0  <= <E Type='2'/>
-0/0  <= <E ID='66049' Type='motion'/>
+0/0  <= <E ID='66049'/> & <E Type='2'/> & <E ID='66049' Type='motion'/>
 )");
   EXPECT_EQ(Text(ReadEventReference(nullptr)) + Text(ReadSourceGroupReference(nullptr)),
             "0/0 a0000/12 ");
@@ -241,9 +205,7 @@ Gate contact <= 3 50010203
 Trigger Input 2-1 <= 3 00010201
 Siren <= 4 00010201
 Trigger Output 2-3 <= 4 00010203
-Till 4 <= 5 00020400
-Till 4 <= 5 00020409
-Till 4 <= 5 00030107
+Till 4 <= 5 00020400 & 5 00020409 & 5 00030107
 Point of Sale 1-3 <= 5 00030103
 Source Group 3 <= 6 000B0003
 Panic <= 7 00040901
@@ -329,12 +291,9 @@ TEST(SystemDirectory, FindsStreamsByIdentifierSourceAndCamera) {
 20010106 #-1 0x180:0 of 20010106  <= stream 20010106
 10200 #-1 0x0:0 of 10200  <= stream 10200
 f0010001 #300 0x0:0 of 1022c  <= stream f0010001
-none <= stream 99
-none <= stream 63
-7 #1 0x0:0 of 10301  <= stream 7
+none <= stream 99 & stream 63 & source 10302
+7 #1 0x0:0 of 10301  <= stream 7 & source 10301
 8 #1 0x0:0 of 10301  <= stream 8
-7 #1 0x0:0 of 10301  <= source 10301
-none <= source 10302
 10200 #-1 0x0:0 of 10200 10010200 #0 1x0:5 of 10010200  <= camera 50010200
  <= camera 10201
 )");
