@@ -1,7 +1,6 @@
 #include "service/notification_builder.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "base/input_limits.h"
 #include "base/utf8.h"
@@ -71,7 +70,7 @@ std::string ProfileLine(const NotifyWorkItem& item, const ProfileEvent& event,
   }
   line.append(", event state (").append(EventState(event)).append(")");
   line.resize(std::min(line.size(), kProfileLineSize));
-  return OneLine(std::move(line));
+  return line;
 }
 
 }  // namespace tvx
