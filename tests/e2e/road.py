@@ -21,7 +21,7 @@ import unittest
 COMMAND, PLUGIN, SPEED_PLUGIN = (os.environ.get("NOTIFYPI_" + name, "")
                                  for name in ("COMMAND", "PLUGIN", "SPEED_PLUGIN"))
 CURL = shutil.which("curl")
-HERE = pathlib.Path(__file__).parent
+DEMO = pathlib.Path(__file__).parents[2] / "demo"  # whose servers take the mail
 PYTHON = ["/usr/bin/python3", "-B"]  # the one that has the distribution's modules
 
 RUN_LIMIT = 240  # seconds, far more than any run needs, so that a loaded machine does not fail tests
@@ -176,7 +176,7 @@ class RoadTest(unittest.TestCase):
 
     def start(self, program, *options):
         """Starts a server beside this file; the free port that it prints."""
-        process = subprocess.Popen([*PYTHON, HERE / program, *options], stdout=subprocess.PIPE)
+        process = subprocess.Popen([*PYTHON, DEMO / program, *options], stdout=subprocess.PIPE)
         self.addCleanup(process.communicate)
         self.addCleanup(process.terminate)
         return int(process.stdout.readline())
@@ -237,7 +237,7 @@ class SpeedTest(RoadTest):
         self.port, self.mailbox = self.closed_port(), self.top / "mailbox"
 
     def start_host(self, *steps, speed=300, options=(), **others):
-        server = [*PYTHON, HERE / "smtp_server.py", "--port", self.port, "--mailbox", self.mailbox]
+        server = [*PYTHON, DEMO / "smtp_server.py", "--port", self.port, "--mailbox", self.mailbox]
         return super().start_host(*steps, plugin=SPEED_PLUGIN, options=[
             "--speed", speed, "--mail-server", "exec " + shlex.join(map(str, server)), *options],
             **others)
