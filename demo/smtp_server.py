@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""For the demo, the documents and the tests: an SMTP server on loopback that keeps what it receives, byte for byte, and refuses on demand.
+"""An SMTP server on loopback that keeps what it receives, byte for byte, and refuses on demand.
 
 It prints the port it listens on. Every accepted message is written to the mailbox folder, before the
 client is told so, as 0001.eml (what stood between DATA and the final dot, transparency dots removed)
