@@ -1,7 +1,7 @@
-// The delivery code over a host that plays the transfer program, and a disk that fills as a test
-// says.
+// Delivery over a host that plays the transfer program, and a disk that fills as a test says.
 #pragma once
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <deque>
@@ -15,6 +15,7 @@
 #include "mail/notify_helper.h"
 #include "support/fake_host.h"
 #include "support/fake_programs.h"
+#include "support/table.h"
 #include "support/temporary_folder.h"
 
 namespace tvx::test {
@@ -61,6 +62,15 @@ class MailTest : public testing::Test, public IStatusReceiver {
 
   void ReportStatus(std::int32_t profileId, ProfileStatus status) override {
     reports_.emplace_back(profileId, status);
+  }
+
+  // Rows of level and text.
+  void ExpectLog(const std::string& table) const {
+    std::vector<LogLine> lines;
+    for (const auto& row : Rows(table)) {
+      lines.push_back({static_cast<std::uint32_t>(std::stoul(row[0])), row[1]});
+    }
+    EXPECT_EQ(host_.Log(), lines);
   }
 
   // Exit codes of the launches to come, kNotLaunched among them, then the usual one.

@@ -29,7 +29,7 @@ Units MakeUnits() {
       P0 68 e0 e0 0:2 | P0new 68 e0 e0 3:2 | P1 68 e1 e0 0:2 | P3 68 e3 e0 0:2
       P255 68 e255 e0 0:2 | P256 68 e256 e0 0:2 | P7of1 68 e7 e1 0:2 | P1of5 68 e1 e5 0:2
       P1of32 68 e1 e32 0:2 | cutP 68 0:32 | full 68 e1 e0 0:2 85:8*508
-      over 68 e2 e0 0:2 85:8*509 |)")) {
+      over 68 e2 e0 0:2 85:8*509 | wide 68 e1 e0 0:2 85:8*253 | less 68 e2 e0 0:2 85:8*252)")) {
     for (const std::string& cell : row) {
       std::istringstream text(cell);
       std::string name, fields;
@@ -137,6 +137,7 @@ TEST_F(StreamConversion, H264UnitsGoWhereTheyBelong) {
       * S0 P0 I / * S0 P0new I / * S0 P0 P1 I          | * I / * P0new I / * S0 P0 P1 I | S0 P0
       * S0 P0 I / * H0 P0 I                            | * I / * H0 P0 I        | S0 P0
       * S0 P0 I / * over full P3 I / full P3 s         | * I / * over P3 I / P3 s | S0 P0 full
+      * S0 P0 I / * wide less I                        | * I / * less I         | S0 P0 wide
       * S0 P0 full over I                              | * I                    | S0 P0 full over
       * S0 P0 cutS S32 P256 P1of5 P1of32 cutP I | * cutS S32 P256 P1of5 P1of32 cutP I | S0 P0
       * Z0 P0 I                                        | * I                    | Z0 P0
