@@ -45,21 +45,16 @@ void FrameBooks::GiveBack(const void* handle) {
     return;
   }
   Buffer& buffer = found->second;
-  switch (buffer.state) {
-    case State::Offered:
-      buffer.state = State::CameAtOnce;
-      break;
-    case State::Taken:
-      Retire(handle, buffer, State::GivenBack);
-      break;
-    case State::Refused:
-      return RecordFault(buffer, "was given back that Write had answered with 0");
-    case State::CameAtOnce:
-    case State::GivenBack:
-      return RecordFault(buffer, "was given back twice");
+  const bool taken = buffer.state == State::Taken;
+  if (buffer.state == State::Refused) {
+    return RecordFault(buffer, "was given back that Write had answered with 0");
   }
+  if (!taken && buffer.state != State::Offered) return RecordFault(buffer, "was given back twice");
   ++accounts_[buffer.stream].givenBack;
   timeline_.Record(FrameReturn{buffer.stream, buffer.size});
+  // Last, as the buffer may be too large to be kept.
+  if (taken) return Retire(handle, buffer, State::GivenBack);
+  buffer.state = State::CameAtOnce;
 }
 
 void FrameBooks::Retire(const void* handle, Buffer& buffer, State state) {
