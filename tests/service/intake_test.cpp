@@ -27,7 +27,6 @@ std::string From(std::uint32_t id, int type = 2) {
   return "<EventSource ID='" + std::to_string(id) + "' Type='" + std::to_string(type) + "'/>";
 }
 const char* const kGroup = "<SourceGroup ID='3'/>";
-const char* const kTest = "Message='Testing Profile'";
 
 // Two cameras, Source(2) "Gate" and Source(3) "Yard", which are also the source group 3.
 std::string TwoCameras() {
@@ -163,13 +162,13 @@ class IntakeTest : public testing::Test {
         std::string entries, entry;
         for (std::istringstream list(word); std::getline(list, entry, ',');) {
           const auto has = [&](char mark) { return entry.find(mark) != std::string::npos; };
-          entries += EventEntry(
-              entry[0] - '0', !has('-'),
-              std::string(has('\'') ? "Time='1500000009' " : "") + (has('t') ? kTest : ""),
-              has('n')   ? ""
-              : has('g') ? kGroup
-              : has('i') ? From(769, 3)
-                         : From(Source(has('y') ? 3 : 2)));
+          entries += EventEntry(entry[0] - '0', !has('-'),
+                                std::string(has('\'') ? "Time='1500000009' " : "") +
+                                    (has('t') ? "Message='Testing Profile'" : ""),
+                                has('n')   ? ""
+                                : has('g') ? kGroup
+                                : has('i') ? From(769, 3)
+                                           : From(Source(has('y') ? 3 : 2)));
         }
         ids = Send(entries);
       }
@@ -236,86 +235,63 @@ TEST_F(IntakeTest, SkipsWhatIsNotItsOwnOrIncomplete) {
                                          "9. Request will be ignored"}));
 }
 
-TEST_F(IntakeTest, FillsTheItemFromProfileConfigurationAndDocument) {
-  const auto configure = [&](const std::string& attributes, const std::string& body) {
-    Update(Notify(Profile(11, attributes, "<to>t@x</to><body>" + body + "</body>") + Profile(12)));
-  };
-  // Sends an event with a server and gives the facts.
-  const auto facts = [&](const std::string& entry, const std::string& server) {
-    Send(entry, "<Servers><Server " + server + "/><Server Serial='other'/></Servers>");
+// Alarm and attributes; sources, with their type where it is not usual; the server; the facts with
+// type, pre-trigger and videos; the rest of the profile's line.
+TEST_F(IntakeTest, DescribesTheEventInTheItemAndInTheLog) {
+  Update(Notify(Profile(11, "description='Door' EventEdge='2' attach='1' MaxVideoSeconds='0'"),
+                "EmailSizeLimitMB='3'"));
+  const auto config = state_->config;
+  for (const auto& row : Rows(R"(
+    1 | y i G     | Serial='S' Description='D' MAC='M' | Yard,Start,D,S,M 2 5 Yard | , event source (Yard), event source (Trigger Input 3-1), event state (Start)
+    0 | g y18     | Description='E' | Gate,End,E,S,M 2 5 Gate Yard        | , event source (Gate), event source (Yard), event state (End)
+    1 | G         | Serial=''       | Perimeter,Start,E,,M 12 5 Gate Yard | ,  event source group (Perimeter), event state (Start)
+    1 |           | Serial='T'      | Unknown,Start,E,T,M 0 5             | , event source (Unknown), event state (Start)
+    1 | g1 g2 g9  |                 | Gate,Start,E,T,M 1 5 Gate Gate Gate | , event source (Gate), event source (Gate), event source (Gate), event state (Start)
+    1 | u         |                 | Video Input 0-7,Start,E,T,M 2 5 Video Input 0-7? | , event source (Video Input 0-7), event state (Start)
+    1 Message='Testing Profile' | G | | [Test Event Source],Start,E,T,M -1 5 |
+    0 Action='9'  | i G     |       | Trigger Input 3-1,End,E,T,M 3 0     | , event source (Trigger Input 3-1), event state (End))")) {
+    std::string sources;
+    std::istringstream words(row[1]);
+    for (std::string word; words >> word;) {
+      const int type = word.size() > 1 ? std::stoi(word.substr(1)) : word[0] == 'i' ? 3 : 2;
+      const auto camera = static_cast<std::uint32_t>(Source(word[0] == 'g' ? 2 : 3));
+      sources += word == "G"      ? kGroup
+                 : word[0] == 'i' ? From(769, type)
+                                  : From(word[0] == 'u' ? 0xF0000007 : camera, type);
+    }
+    Send(EventEntry(11, row[0][0] == '1', row[0].substr(1), sources),
+         "<Servers><Server " + row[2] + "/><Server Serial='other'/></Servers>");
     const TemplateFacts& f = last_->facts;
     const SystemFacts& s = *last_->system;
-    return f.sourceName + "," + f.eventState + "," + s.description + "," + s.serial + "," +
-           s.macAddress;
-  };
-  configure("MaxVideoSeconds='30'", "{source}");
-  const auto config = state_->config;
-  EXPECT_EQ(facts(EventEntry(11, true, "", From(Source(3)) + From(769, 3) + kGroup),
-                  "Serial='S' Description='D' MAC='M'"),
-            "Yard,Start,D,S,M");
-  const auto item = last_;
-  EXPECT_EQ(item->config, config);
-  EXPECT_EQ(item->profile, &config->profiles.at(11));
-  EXPECT_EQ(item->eventSeconds + item->facts.eventTime, 3000000000);
-  EXPECT_EQ(item->eventMilliseconds, 250);
-  EXPECT_EQ(item->preTriggerSeconds, 5);
-  EXPECT_EQ(item->source.value, static_cast<std::uint32_t>(Source(3)));
-  EXPECT_EQ(item->facts.eventType, 2);
-  EXPECT_EQ(item->cameras, (std::vector<SourceId>{item->source})) << "also without attachments";
-  // What a later document does not say stays; what a later configuration says does not reach back.
-  configure("EventEdge='1'", "{event state}");
-  EXPECT_EQ(item->profile->body, "{source}");
-  EXPECT_EQ(facts(EventEntry(11, false), "Description='E'"), "Gate,End,E,S,M");
-  EXPECT_EQ(facts(EventEntry(11, false), "Serial=''"), "Gate,End,E,,M");
-  EXPECT_EQ(facts(EventEntry(12), "Serial='T'"), "Gate,Start,E,T,M");
-  EXPECT_EQ(facts(EventEntry(12, true, kTest, kGroup), ""), "[Test Event Source],Start,E,T,M");
-  EXPECT_TRUE(last_->isTest && last_->cameras.empty());
-  EXPECT_EQ(last_->facts.eventType, -1);
-  EXPECT_EQ(last_->source.value, 0xFFFFFFFFu);
-}
-
-TEST_F(IntakeTest, TheProfileLineSaysWhatSetItOff) {
-  const auto line = [&](bool starts, const std::string& attributes, const std::string& sources) {
-    Send(EventEntry(11, starts, attributes, sources));
-    EXPECT_EQ(host_.Log().back().level, 25u);
-    return host_.Log().back().text;
-  };
-  Update(Notify(Profile(11, "description='Door' EventEdge='2'"), "EmailSizeLimitMB='3'"));
-  const std::string intro = "Profile Door: PreTrigger(5), MaxDuration(0), MaxSizeMB(3)";
-  EXPECT_EQ(line(true, "", From(Source(2)) + From(Source(3), 18)),
-            intro + ", event source (Gate), event source (Yard), event state (Start)");
-  EXPECT_EQ(line(true, "", kGroup),
-            intro + ",  event source group (Perimeter), event state (Start)");
-  EXPECT_EQ(line(true, "", ""), intro + ", event source (Unknown), event state (Start)");
-  EXPECT_EQ(line(false, "Action='9'", kGroup + From(769, 3)),
-            "Profile Door: PreTrigger(0), MaxDuration(0), MaxSizeMB(3), event source (Trigger "
-            "Input 3-1), event state (End)");
-  Update(Notify(Profile(11, "description='" + std::string(600, 'x') + "'")));
-  EXPECT_EQ(line(true, "", ""), "Profile " + std::string(492, 'x'));
-}
-
-TEST_F(IntakeTest, CapturesEachSourceThatHasVideo) {
-  const auto videos = [&](const std::string& sources) {
-    Send(EventEntry(1, true, "", sources));
-    Tick(100);
-    std::string text;
+    std::string item = f.sourceName + "," + f.eventState + "," + s.description + "," + s.serial +
+                       "," + s.macAddress + " " + std::to_string(f.eventType) + " " +
+                       std::to_string(last_->preTriggerSeconds);
     for (const AttachmentSource& video : last_->videos) {
-      EXPECT_TRUE(video.clip == nullptr || video.clip->Complete());
-      text += video.name + (video.clip == nullptr ? "? " : " ");
+      item += " " + video.name + (video.clip == nullptr ? "?" : "");
     }
-    return text;
-  };
-  for (const int type : {1, 2, 9, 18}) EXPECT_EQ(videos(From(Source(2), type)), "Gate ");
-  EXPECT_EQ(videos(From(769, 3) + From(Source(3))), "Yard ");
-  EXPECT_EQ(videos(kGroup), "Gate Yard ");
-  EXPECT_EQ(videos(From(0xF0000007)), "Video Input 0-7? ");
+    EXPECT_EQ(item, row[3]);
+    EXPECT_EQ(last_->cameras.size(), last_->videos.size());
+    EXPECT_EQ(last_->isTest, row[4].empty());
+    if (last_->isTest) continue;
+    const std::string pre = std::to_string(last_->preTriggerSeconds);
+    EXPECT_EQ(host_.Log().back(), (LogLine{25, "Profile Door: PreTrigger(" + pre +
+                                                   "), MaxDuration(0), MaxSizeMB(3)" + row[4]}));
+  }
   for (const char* const line :
        {"Unable to map video input to stream/ channel id to locate video frame",
         "Unable to locate corresponding video frame for channel/stream id -268435449 to attach to "
         "this notification profile"}) {
-    const auto log = host_.Log();
-    EXPECT_EQ(std::count(log.begin(), log.end(), LogLine{50, line}), 1) << line;
+    EXPECT_EQ(host_.Logged(line), 1) << line;
   }
+  EXPECT_EQ(last_->eventSeconds + last_->facts.eventTime, 3000000000);
+  EXPECT_EQ(last_->eventMilliseconds, 250);
+  EXPECT_EQ(last_->source.value, 769u);
+  const auto item = last_;
+  Update(Notify(Profile(11, "description='" + std::string(600, 'x') + "'")));
+  EXPECT_EQ(item->profile, &config->profiles.at(11)) << "what comes later does not reach back";
+  EXPECT_EQ(item->config, config);
+  Send(EventEntry(11));
+  EXPECT_EQ(host_.Log().back().text, "Profile " + std::string(492, 'x'));
 }
 
 TEST_F(IntakeTest, TheOldestVideoIsLetGoWhenTooMuchWaits) {
@@ -344,32 +320,6 @@ TEST_F(IntakeTest, TheOldestVideoIsLetGoWhenTooMuchWaits) {
     Frame(2);
   }
   EXPECT_EQ(host_.Logged(line.text), 2) << "once each";
-}
-
-TEST_F(IntakeTest, TheOldestNotificationsEndWhenTooManyWait) {
-  EXPECT_EQ(Play("3+ 6+n"), "- 6");  // one is parked
-  const WorkQueue::Item item = last_;
-  WorkQueue queue;
-  queue.Enqueue(WorkQueue::Items(19'998, item));
-  const auto ended = [&](std::size_t dispatched) {
-    std::size_t count = 0;
-    Run([&](ServiceState& state, IntakeOutcome& outcome) {
-      outcome.dispatched.assign(dispatched, item);
-      LimitWaitingNotifications(queue, state, outcome);
-      count = outcome.ended.size();
-      EXPECT_EQ(outcome.dispatched.size() + queue.Size() + state.parked.Size(),
-                std::min<std::size_t>(20'000, 19'999 + dispatched));
-    });
-    return count;
-  };
-  EXPECT_EQ(ended(1), 0u) << "as many as may";
-  EXPECT_EQ(ended(3), 2u);
-  EXPECT_EQ(queue.Size(), 19'996u) << "those of the queue first";
-  EXPECT_EQ(state_->parked.Size(), 1u);
-  const LogLine line{
-      75, "More than 20000 notifications wait to be sent. The oldest ones will not be sent"};
-  EXPECT_EQ(host_.Log().back(), line);
-  EXPECT_EQ(host_.Logged(line.text), 1);
 }
 
 TEST(Throttle, AdmitsEachProfileOnceAnInterval) {

@@ -168,13 +168,6 @@ TEST_F(AttachmentPreparation, WhatCannotBeWrittenBecomesANoteAndNoFile) {
   EXPECT_EQ(ReadFile("data/Full.jpg"), "picture0") << "an earlier picture stays";
   boost::filesystem::remove("data/Full.jpg");
   EXPECT_TRUE(boost::filesystem::is_empty("data"));
-
-  boost::filesystem::remove("data");
-  EXPECT_EQ(notes({{"Gate", movie}, {"Gate", picture}}),
-            (Texts{failed + "Gate\"\", ", failed + "Gate\"\", "}));
-  EXPECT_EQ(host.Log(), (Lines{{50,
-                                "Failed to open file \"data/Gate.mov\"for writing in QuickTime "
-                                "format. Error 2"}}));
 }
 
 // Clips of 10 bytes, of 30, and refused ones; the limit; the groups, of clips by their number.
