@@ -52,7 +52,8 @@ class IntakeTest : public testing::Test {
     Update(Notify(Attaching(1, "EventEdge='0'") + Attaching(2, "EventEdge='1'") +
                   Attaching(3, "EventEdge='2'") + Attaching(4, "EventEdge='9'") +
                   Profile(5, "attach='1' EventEdge='2' MaxVideoSeconds='0'") + Profile(6) +
-                  Profile(7, "EventEdge='1'") + Profile(8, "EventEdge='2' ThrottleSeconds='10'")));
+                  Profile(7, "EventEdge='1' ThrottleSeconds='10'") +
+                  Profile(8, "EventEdge='2' ThrottleSeconds='10'")));
     Reset();
   }
   ~IntakeTest() override {
@@ -189,9 +190,9 @@ TEST_F(IntakeTest, DispatchesParksAndReleases) {
   for (const auto& row : Rows(R"(
     by the profile's edge                       | 6+,7+,8+ m10000 6-,7-,8-       | 68 - 78
     an edge of no meaning                       | 4+n,4-n                        | -
-    tests always                                | 6t,7t,8t,4t 6-t,7-t,4-t        | 6784 674
+    tests always                                | 6t,7t,8t,4t 6-t,4-t            | 6784 64
     but for the throttle                        | 8+ 8- 8t m9999 8+ m1 8- 8t     | 8 - - - - - 8 -
-    what is not due starts no interval          | 7+ 6- 8+,6+                    | - - 86
+    what is not due starts no interval          | 7+ 7- 7-                       | - 7 -
     at the first tick behind the deadline       | 1+ s5 3+y s27 s1 s4 s1 s99     | - - - - 1 - 3 -
     when the last clip is complete              | 1+g m30000 fg fy fy            | - - - 1 -
     at once without video                       | 1+n 1+i 2-i                    | 1 1 2
