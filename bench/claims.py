@@ -88,6 +88,7 @@ def counter(text: str, name: str, field: str, limit: float | None, form: str = "
 PROFILES = (1, 10, 100, 1000)
 STREAMS = (1, 16, 256, 1024)
 PLACES = (0, 5000, 9999)
+SLOPES = {"servers": 10_000, "profiles": 2_000, "cameras": 1_000, "entries": 1_900, "sources": 5_000}
 
 SECTIONS: dict[str, list[Row]] = {
     "Write of an event document": [
@@ -98,6 +99,11 @@ SECTIONS: dict[str, list[Row]] = {
               "event_write:parse/bare", 1.5),
         flat("throttled event, 1 to 1,000 profiles", [f"event_write:throttled/{n}" for n in PROFILES], 1.2),
         flat("event that notifies, 1 to 1,000 profiles", [f"event_write:due/{n}" for n in PROFILES], 1.2),
+    ],
+    "Large documents": [
+        ratio(f"{10 * n:,} {what} : {n:,}", f"document_slope:{what}/{10 * n}",
+              f"document_slope:{what}/{n}", 13)
+        for what, n in SLOPES.items()
     ],
     "Composition with a 10 MiB attachment": [
         microseconds("read 10 MiB, write 4/3 of it, 1 MiB pieces", "composition:copy", None),
