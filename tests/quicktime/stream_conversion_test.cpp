@@ -18,9 +18,10 @@ using Units = std::map<std::string, std::string>;
 
 // Name, first byte and fields; "x" and "y" are neither picture nor set, "a" is a partition. Sets are
 // of the Main profile, H0 of High, 1920 x 1080 cropped from macroblocks.
-Units MakeUnits() {
+const Units& KnownUnits() {
+  static Units units;
+  if (!units.empty()) return units;
   const std::string size = " e0 e2 e1 0:1 e119 e67 1:1 1:1 1:1 e0 e0 e0 e4 0:1";
-  Units units;
   for (const auto& row : tvx::test::Rows(R"(
       I 65 7:8 0:16 1:8 7:8 | s 41 154:8 | a 02 154:8 | E 06 5:8 | x 0E 154:8 | y 75 154:8
       D 09 16:8 | Q 0A 128:8 | T 0B 128:8 | F 0C 255:8 | S0 67 77:8 0:8 31:8 e0 size
@@ -40,11 +41,6 @@ Units MakeUnits() {
       units[name] = CodedUnit(static_cast<char>(first), fields);
     }
   }
-  return units;
-}
-
-const Units& KnownUnits() {
-  static const Units units = MakeUnits();
   return units;
 }
 
@@ -317,11 +313,9 @@ TEST_F(StreamConversion, StoresVideoWithoutHeadersAsItComes) {
 }
 
 TEST_F(StreamConversion, TheSizeIsTheGivenOneOrElseThatOfTheHeaders) {
-  for (const auto& [width, height, expected] : {std::tuple(320U, 0U, "1920x1080"),
-                                                {0U, 240U, "1920x1080"},
-                                                {0x10140U, 0x100F0U, "320x240"}}) {
+  for (const auto& [width, height] : {std::pair(320U, 0U), {0U, 240U}, {0x10140U, 0x100F0U}}) {
     Convert(kH264Video, Frames("* S0 P0 I"), 1, width, height);
-    EXPECT_EQ(Size(), expected);
+    EXPECT_EQ(Size(), width > 320 ? "320x240" : "1920x1080");
   }
 }
 

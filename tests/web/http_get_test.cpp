@@ -112,6 +112,21 @@ TEST(HttpGet, SendsFiveLinesInOneWriteAndReturnsTheBody) {
                                   "\r\nAccept: */*\r\nConnection: close\r\n\r\n");
 }
 
+// A server that keeps the connection open costs nothing, and a stop ends the wait for any.
+TEST(HttpGet, WaitsNoLongerThanItMust) {
+  Server keeping("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nbody", "silence");
+  EXPECT_EQ(HttpGet(ParseWebServerAddress(keeping.Address()), "/", std::chrono::hours(1)), "body");
+  Server silent("", "silence");
+  int asked = 0;
+  try {
+    HttpGet(ParseWebServerAddress(silent.Address()), "/", std::chrono::hours(1),
+            [&asked] { return ++asked == 3; });
+    ADD_FAILURE() << "an answer of a server that says nothing";
+  } catch (const boost::system::system_error& error) {
+    EXPECT_EQ(error.code(), boost::asio::error::operation_aborted);
+  }
+}
+
 // Only those that go on without an end need the short deadline, at which they are given up.
 TEST(HttpGet, EveryFaultOfAServerEndsInTimeAndInTheLog) {
   for (const auto& row : test::Rows(R"(
