@@ -90,11 +90,14 @@ class MarkupScan {
     return std::strncmp(at_, mark.data(), mark.size()) == 0;
   }
 
+  std::string_view Rest(std::ptrdiff_t from) const {
+    return {at_ + from, static_cast<std::size_t>(end_ - at_ - from)};
+  }
+
   // Skips behind the end of a construct that begins here with the mark.
   ParseOutcome SkipBehind(std::string_view mark, std::string_view end) {
     at_ += mark.size();
-    const std::size_t length =
-        std::string_view(at_, static_cast<std::size_t>(end_ - at_)).find(end);
+    const std::size_t length = Rest(0).find(end);
     if (length == std::string_view::npos) return Unreadable("a comment or the like has no end");
     at_ += length + end.size();
     return ParseOutcome::Parsed;
@@ -106,10 +109,10 @@ class MarkupScan {
     const bool isForXml =
         Begins("<?xml") &&
         (std::isspace(static_cast<unsigned char>(at_[5])) != 0 || at_[5] == '?' || at_[5] == '>');
-    char* const close = std::strstr(at_ + 2, isForXml ? ">" : "?>");
-    if (close == nullptr) return Unreadable("a declaration has no end");
+    const std::size_t length = Rest(2).find(isForXml ? ">" : "?>");
+    if (length == std::string_view::npos) return Unreadable("a declaration has no end");
     at_[1] = '!';
-    char* const end = close + (isForXml ? 0 : 1);
+    char* const end = at_ + 2 + length + (isForXml ? 0 : 1);
     for (at_ += 2; at_ != end; ++at_) {
       if (*at_ != '\n' && *at_ != '\r') *at_ = ' ';
     }

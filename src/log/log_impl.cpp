@@ -33,11 +33,9 @@ void LogImpl::OpenForAppending() {
 }
 
 std::shared_ptr<ILgr> GetLogger() {
-  struct TheLogger {
-    std::shared_ptr<ILgr> logger = std::make_shared<LogImpl>();
-  };
-  static Immortal<TheLogger> the;
-  return the.value.logger;
+  // In place and owned by nobody: nothing of it is lost with an unloaded library.
+  static Immortal<LogImpl> logger;
+  return {std::shared_ptr<ILgr>(), &logger.value};
 }
 
 }  // namespace tvx

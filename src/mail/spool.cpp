@@ -1,9 +1,9 @@
 #include "mail/spool.h"
 
 #include <boost/filesystem.hpp>
+#include <climits>
 #include <exception>
 
-#include "base/immortal.h"
 #include "log/host_log.h"
 
 namespace tvx {
@@ -11,21 +11,23 @@ namespace fs = boost::filesystem;
 
 namespace {
 
-// Kept for good, since the host may change its working directory later.
+// Kept for good, since the host may change its working directory later; in place, as threads of the
+// host may outlive what is destroyed at exit.
 struct Directory {
   Directory() {
     boost::system::error_code error;
-    const fs::path absolute = fs::absolute(kDataFolder, error);
-    path = error ? std::string(kDataFolder) : absolute.string();
+    std::string absolute = fs::absolute(kDataFolder, error).string();
+    if (error || absolute.size() >= sizeof(path)) absolute = kDataFolder;
+    absolute.copy(path, sizeof(path) - 1);
   }
-  std::string path;
+  char path[PATH_MAX] = {};
 };
 
 }  // namespace
 
-const std::string& DataDirectory() {
-  static Immortal<Directory> directory;
-  return directory.value.path;
+std::string DataDirectory() {
+  static const Directory directory;
+  return directory.path;
 }
 
 void ClearSpool(HostServiceEntry host) {

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <bitset>
-#include <regex>
 #include <sstream>
 #include <string>
 
@@ -79,8 +78,17 @@ inline std::string CodedBits(const std::string& fields) {
 
 // A unit of H.264: its first byte and the fields, without anything that looks like a start code.
 inline std::string CodedUnit(char first, const std::string& fields) {
-  static const std::regex codeLike(R"(\x00\x00(?=[\x00-\x03]))");
-  return first + std::regex_replace(CodedBits(fields), codeLike, std::string("\0\0\3", 3));
+  std::string unit(1, first);
+  int zeros = 0;
+  for (const char c : CodedBits(fields)) {
+    if (zeros >= 2 && (c & ~3) == 0) {
+      unit += '\3';
+      zeros = 0;
+    }
+    unit += c;
+    zeros = c == 0 ? zeros + 1 : 0;
+  }
+  return unit;
 }
 
 }  // namespace quicktime::test

@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ostream>
-#include <regex>
 #include <stdexcept>
 #include <utility>
 
@@ -184,10 +183,14 @@ std::vector<std::string> FakeHost::Statuses() const {
   std::vector<std::string> statuses;
   for (const SentDocument& document : Documents()) {
     if (document.command != HostCommand::StatusDocument) continue;
-    static const std::regex entry("<Profile ID=\"(-?[0-9]+)\" Status=\"([0-9]+)\"");
     const std::string& text = document.text;
-    for (std::sregex_iterator at(text.begin(), text.end(), entry), end; at != end; ++at) {
-      statuses.push_back((*at)[1].str() + ":" + (*at)[2].str());
+    const auto value = [&](const std::string& name, std::size_t from) {
+      from = text.find(name + "=\"", from) + name.size() + 2;
+      return text.substr(from, text.find('"', from) - from);
+    };
+    for (std::size_t at = 0; (at = text.find("<Profile ", at)) != std::string::npos; ++at) {
+      if (value("Status", at) == "-1") continue;  // a change, no result
+      statuses.push_back(value("ID", at) + ":" + value("Status", at));
     }
   }
   return statuses;

@@ -30,7 +30,7 @@ FakePrograms::FakePrograms(FakeHost& host, std::function<void(const std::string&
 FakePrograms::~FakePrograms() {
   End();
   host_.OnChunk(nullptr);
-  for (std::thread& thread : threads_) thread.join();
+  for (auto& [request, thread] : threads_) thread.join();
 }
 
 void FakePrograms::OnChunk(const SentChunk& chunk) {
@@ -39,8 +39,14 @@ void FakePrograms::OnChunk(const SentChunk& chunk) {
     input_[chunk.request] += chunk.payload;
     changed_.notify_all();
   } else if (chunk.kind == kLaunch) {
+    // A 32-bit process has room for some hundred stacks.
+    for (const std::uint32_t request : std::exchange(finished_, {})) {
+      threads_.at(request).join();
+      threads_.erase(request);
+    }
     launches_.push_back(Split(chunk.payload));
-    threads_.emplace_back(&FakePrograms::Run, this, Launch{chunk.request, launches_.back()});
+    threads_.emplace(chunk.request, std::thread(&FakePrograms::Run, this,
+                                                Launch{chunk.request, launches_.back()}));
   }
 }
 
@@ -77,9 +83,12 @@ void FakePrograms::Run(const Launch& launch) {
   }
   const ProgramEnd end = run ? run(launch) : ProgramEnd{};
   deliver_(MakeReport(launch.request, end.fails ? kFailed : kRunning, end.fails ? 2 : 1));
-  if (end.fails || end.runsOn) return;
-  if (!end.output.empty()) deliver_(MakeReport(launch.request, kOutput, 0, end.output));
-  deliver_(MakeReport(launch.request, kFinished, end.rawStatus));
+  if (!end.fails && !end.runsOn) {
+    if (!end.output.empty()) deliver_(MakeReport(launch.request, kOutput, 0, end.output));
+    deliver_(MakeReport(launch.request, kFinished, end.rawStatus));
+  }
+  const std::lock_guard<std::mutex> lock(mutex_);
+  finished_.push_back(launch.request);
 }
 
 }  // namespace tvx::test

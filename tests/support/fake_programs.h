@@ -64,7 +64,8 @@ class FakePrograms {
   std::vector<Arguments> launches_;
   std::map<std::uint32_t, std::string> input_;  // of each request
   bool ended_ = false;
-  std::vector<std::thread> threads_;
+  std::map<std::uint32_t, std::thread> threads_;  // of each request
+  std::vector<std::uint32_t> finished_;           // requests whose threads can be joined
 };
 
 }  // namespace tvx::test
