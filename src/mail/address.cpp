@@ -3,15 +3,22 @@
 #include <boost/regex.hpp>
 #include <exception>
 
+#include "base/immortal.h"
+
 namespace tvx {
+namespace {
+
+struct Pattern {
+  boost::regex address{"[a-zA-Z0-9.!#$%&'*+/=?^_`{}|~-]+@[a-zA-Z0-9.-]+"};
+};
+
+}  // namespace
 
 bool ValidateAddress(std::string& text) {
   try {
-    // Made anew each time: a static one would be destroyed under the worker when a host exits, and
-    // one that is not would be lost with each unloaded library.
-    const boost::regex address("[a-zA-Z0-9.!#$%&'*+/=?^_`{}|~-]+@[a-zA-Z0-9.-]+");
+    static const Immortal<Pattern> pattern;
     boost::smatch match;
-    if (!boost::regex_search(text, match, address)) return false;
+    if (!boost::regex_search(text, match, pattern.value.address)) return false;
     text = std::string(match[0].first, match[0].second);
     return true;
   } catch (const std::exception&) {

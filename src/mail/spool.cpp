@@ -1,9 +1,9 @@
 #include "mail/spool.h"
 
 #include <boost/filesystem.hpp>
-#include <climits>
 #include <exception>
 
+#include "base/immortal.h"
 #include "log/host_log.h"
 
 namespace tvx {
@@ -11,29 +11,28 @@ namespace fs = boost::filesystem;
 
 namespace {
 
-// Kept for good, since the host may change its working directory later; in place, as threads of the
-// host may outlive what is destroyed at exit.
+// Kept for good, since the host may change its working directory later.
 struct Directory {
   Directory() {
     boost::system::error_code error;
-    std::string absolute = fs::absolute(kDataFolder, error).string();
-    if (error || absolute.size() >= sizeof(path)) absolute = kDataFolder;
-    absolute.copy(path, sizeof(path) - 1);
+    const fs::path absolute = fs::absolute(kDataFolder, error);
+    path = error ? std::string(kDataFolder) : absolute.string();
   }
-  char path[PATH_MAX] = {};
+  std::string path;
 };
 
 }  // namespace
 
-std::string DataDirectory() {
-  static const Directory directory;
-  return directory.path;
+const std::string& DataDirectory() {
+  static Immortal<Directory> directory;
+  return directory.value.path;
 }
 
 void ClearSpool(HostServiceEntry host) {
   try {
     // A link may lead to a folder whose files are somebody else's.
-    if (fs::symlink_status(DataDirectory()).type() != fs::directory_file) return;
+    const fs::file_type type = fs::symlink_status(DataDirectory()).type();
+    if (type == fs::symlink_file || type == fs::file_not_found) return;
     for (const fs::directory_entry& entry : fs::directory_iterator(DataDirectory())) {
       const bool isMessage = entry.path().filename().string().rfind(kMessagePrefix, 0) == 0;
       boost::system::error_code leadsNowhere;

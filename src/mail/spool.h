@@ -12,7 +12,7 @@ constexpr const char* kMessagePrefix = "notify-mail-";
 
 // The directory's absolute path, found at the first call and kept, since the host may change its
 // working directory later; relative when it cannot be made absolute. Any thread.
-std::string DataDirectory();
+const std::string& DataDirectory();
 
 // Removes the message files of an earlier life, and links to files that have such a name. They are
 // not sent again: nobody knows any more how old they are. Other files and folders stay, and all that
