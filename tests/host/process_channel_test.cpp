@@ -32,11 +32,7 @@ class ProcessChannelTest : public testing::Test {
  protected:
   ProcessChannelTest() {
     channel_.Register(kModuleId, [this](void* chunk, std::uint32_t size) {
-      HostRequest request = MakeHostRequest(HostCommand::ChannelMessage, PayloadKind::None);
-      request.length = size;
-      request.payload = chunk;
-      HostReply reply = MakeHostReply();
-      return test::FakeHost::Entry(&request, &reply) == 0 && !refuse_;
+      return test::FakeHost::SendChunk(chunk, size) && !refuse_;
     });
   }
   ~ProcessChannelTest() override { EXPECT_TRUE(host_.Problems().empty()); }
@@ -194,8 +190,8 @@ TEST(HostEntry, SendsTheRecordsAndHandsBackTheAnswers) {
   EXPECT_EQ(SendHostDocument(entry, HostCommand::StatusDocument, "<a/>"), 7u);
   ASSERT_EQ(host.Documents().size(), 1u);
   EXPECT_EQ(host.Documents()[0].text, "<a/>");
-  ReleaseHostFrame(entry, &host);
-  EXPECT_EQ(host.ReleasedFrames(), std::vector<const void*>{&host});
+  ReleaseHostFrame(entry, host.Lend());
+  EXPECT_EQ(host.FramesOut(), 0u);
   const WatchdogOutcome outcome = SendWatchdogEvent(entry);
   EXPECT_TRUE(outcome.returned == 3 && outcome.status == 4);
   EXPECT_TRUE(host.Problems().empty());

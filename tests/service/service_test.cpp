@@ -70,31 +70,12 @@ std::string Reviewer(const char* enabled) {
   return SystemDocument("<Users><SecondReviewer Enabled='" + std::string(enabled) + "'/></Users>");
 }
 
-std::function<void()> duringCalls;  // what the host does with each call before it answers
-
-int Entry(HostRequest* request, HostReply* reply) {
-  thread_local bool inside = false;
-  if (duringCalls && !inside) {
-    inside = true;
-    duringCalls();
-    inside = false;
-  }
-  return FakeHost::Entry(request, reply);
-}
-
 class ServiceTest : public testing::Test {
  protected:
   using Texts = std::vector<std::string>;
   static constexpr int kEndless = -1;
 
   ServiceTest() {
-    channel_.Register(kModuleId, [](void* chunk, std::uint32_t size) {
-      HostRequest request = MakeHostRequest(HostCommand::ChannelMessage, PayloadKind::None);
-      request.length = size;
-      request.payload = chunk;
-      HostReply reply = MakeHostReply();
-      return FakeHost::Entry(&request, &reply) == 0;
-    });
     programs_.OnRun([this](const Launch& launch) {
       if (launch.arguments.size() == 2) return ProgramEnd{0, version_};
       mails_.push_back(*(launch.arguments.end() - 2));
@@ -115,7 +96,6 @@ class ServiceTest : public testing::Test {
   }
   ~ServiceTest() override {
     Stop();
-    duringCalls = nullptr;
     SetTickClock(MonotonicTick);
     SetWallClock({});
     EXPECT_EQ(host_.Problems(), Texts{});
@@ -181,10 +161,8 @@ class ServiceTest : public testing::Test {
   Texts mails_, texts_;                    // that were sent
   std::atomic<std::uint32_t> tick_{0};
   std::atomic<int> secondsAhead_{0};  // of the wall clock
-  NotifyService service_{&Entry, channel_};
-  FakePrograms programs_{host_, [this](const std::string& chunk) {
-                           channel_.Receive(chunk.data(), static_cast<std::uint32_t>(chunk.size()));
-                         }};
+  NotifyService service_{&FakeHost::Entry, channel_};
+  FakePrograms programs_{host_, channel_};
   std::thread worker_;
 };
 
@@ -313,11 +291,11 @@ TEST_F(ServiceTest, TheNewestConfigurationIsPublishedLast) {
 
 TEST_F(ServiceTest, TheHostIsNeverCalledUnderTheIntakeMutex) {
   std::atomic<int> calls{0};
-  duringCalls = [&] {
+  host_.OnCall([&] {
     ++calls;
     auto other = std::async(std::launch::async, [&] { service_.Tick(); });
     EXPECT_EQ(other.wait_for(std::chrono::seconds(10)), std::future_status::ready);
-  };
+  });
   Open();
   Start();
   Update(Cameras());

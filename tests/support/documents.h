@@ -10,47 +10,117 @@
 
 namespace tvx::test {
 
+// An attribute that is there unless the case names it itself.
+inline std::string Usually(const std::string& attributes, const std::string& name,
+                           const std::string& value) {
+  if ((" " + attributes).find(" " + name + "=") != std::string::npos) return {};
+  return " " + name + "='" + value + "'";
+}
+
 // "tDVR" around the content. Delta 1 is a change, 0 a full system document.
-std::string Root(const std::string& content, const std::string& attributes = "");
-std::string Change(const std::string& content);
-std::string SystemDocument(const std::string& content);
+inline std::string Root(const std::string& content, const std::string& attributes = "") {
+  return "<tDVR " + attributes + ">" + content + "</tDVR>";
+}
+inline std::string Change(const std::string& content) {
+  return Root(content, "Delta='1'");
+}
+inline std::string SystemDocument(const std::string& content) {
+  return Root(content, "Delta='0'");
+}
 
 // --- notification configuration -----------------------------------------------------------------
 
-extern const char* const kServer;
+inline constexpr const char* kServer =
+    "<smtp description='Main' address='mail.example'>"
+    "<Authentication username='user' password='secret'/></smtp>";
 
 // description 'Profile ID', from, subject, one recipient and a body, unless others are named.
-std::string Profile(std::int32_t id, const std::string& attributes = "",
-                    const std::string& elements = "<to>t@x</to><body>b</body>");
+inline std::string Profile(std::int32_t id, const std::string& attributes = "",
+                           const std::string& elements = "<to>t@x</to><body>b</body>") {
+  return "<smtp ID='" + std::to_string(id) + "' " + attributes +
+         Usually(attributes, "description", "Profile " + std::to_string(id)) +
+         Usually(attributes, "from", "f@x") + Usually(attributes, "subject", "s") + ">" + elements +
+         "</smtp>";
+}
 
 // The "Notify" element; goes into Root for notify.xml, into Change for an update.
-std::string Notify(const std::string& profiles, const std::string& attributes = "",
-                   const std::string& servers = kServer);
+inline std::string Notify(const std::string& profiles, const std::string& attributes = "",
+                          const std::string& servers = kServer) {
+  return "<Notify" + Usually(attributes, "ID", "786432") + " " + attributes + "><Servers>" +
+         servers + "</Servers><Profiles>" + profiles + "</Profiles></Notify>";
+}
 
 // --- events -------------------------------------------------------------------------------------
 
 // A motion event of the first camera unless other sources are named.
-std::string EventEntry(std::int32_t profile, bool starts = true, const std::string& attributes = "",
-                       const std::string& sources = "<EventSource ID='66049' Type='2'/>");
+inline std::string EventEntry(std::int32_t profile, bool starts = true,
+                              const std::string& attributes = "",
+                              const std::string& sources = "<EventSource ID='66049' Type='2'/>") {
+  return "<Profile ID='" + std::to_string(profile) + "' Alarm='" + (starts ? "1" : "0") + "' " +
+         attributes + Usually(attributes, "Action", "7") +
+         Usually(attributes, "Time", "1500000000") + Usually(attributes, "Milliseconds", "250") +
+         ">" + sources + "</Profile>";
+}
 // elements stand before the "Notify" element, as the host's "Servers" do.
-std::string EventDocument(const std::string& entries, const std::string& elements = "");
+inline std::string EventDocument(const std::string& entries, const std::string& elements = "") {
+  return Root(elements + "<Notify ID='786432'><Profiles>" + entries + "</Profiles></Notify>");
+}
 
 // --- cameras ------------------------------------------------------------------------------------
 
 // A device with one video input and one encoder channel, each with this number on it; without a
 // stream identifier its frames carry the source key, Source(number).
-std::string Camera(std::uint32_t device, const std::string& name, int standard = 5,
-                   const std::string& channelAttributes = "Number='1' Width='64' Height='64'");
+inline std::string Camera(
+    std::uint32_t device, const std::string& name, int standard = 5,
+    const std::string& channelAttributes = "Number='1' Width='64' Height='64'") {
+  return "<Device Number='" + std::to_string(device) +
+         "'><Context Number='0'><Video><Input Number='1' Name='" + name +
+         "'/></Video><Codec><Encoder><Channel " + channelAttributes + " Standard='" +
+         std::to_string(standard) + "'/></Encoder></Codec></Context></Device>";
+}
 // The device parts of a document, around cameras and inputs.
-std::string Devices(const std::string& devices, const std::string& id = "65536");
+inline std::string Devices(const std::string& devices, const std::string& id = "65536") {
+  return "<Devices ID='" + id + "'>" + devices + "</Devices>";
+}
 // An event whose source is the device's first video input, and which notifies.
-std::string NotifyingEvent(std::uint32_t id, std::uint32_t device);
+inline std::string NotifyingEvent(std::uint32_t id, std::uint32_t device) {
+  return "<Event ID='" + std::to_string(id) + "' PreAlarm='5'>" +
+         "<Devices ID='65536'><Device Number='" + std::to_string(device) +
+         "'><Video><Input Number='1'/></Video></Device></Devices>" +
+         "<Action><Notify/></Action></Event>";
+}
 // The source key of a device's first video input: device part 0x10000, index 1.
 constexpr std::int32_t Source(std::uint32_t device) {
   return static_cast<std::int32_t>(0x10000U | device << 8 | 1U);
 }
 
 // One device with two sub-channels, and one of everything else that a system document may hold.
-extern const char* const kSampleSystem;
+inline constexpr const char* kSampleSystem = R"(<tDVR Delta="0"><Devices ID="65536">
+  <Device Number="2" Name="North gate" Serial="" Description="">
+    <Context Number="0">
+      <Video><Input Number="1" Name="Gate camera"/></Video>
+      <Audio><Input Number="1" Name="Gate microphone"/></Audio>
+      <Codec><Encoder><Channel ID="66049" Number="1" Width="1280" Height="720" Standard="5"/></Encoder></Codec>
+    </Context>
+    <Context Number="1">
+      <Codec><Encoder><Channel Number="1" Width="320" Height="180" Standard="0"/></Encoder></Codec>
+    </Context>
+    <Trigger><Input Number="3" Name="Gate contact"/><Output Number="1" Name="Siren"/></Trigger>
+  </Device></Devices>
+  <POSATM ID="131072"><Profile Number="4" Name="Till 4"><Keyword Value="VOID"/></Profile></POSATM>
+  <Serial ID="196608"><Input Device="1" StreamID="2" Profile="4" RawStreamID="7"/></Serial>
+  <SoftTriggers ID="262144"><SoftTrigger Number="1" Name="Panic"/></SoftTriggers>
+  <TimeTriggers ID="327680"><TimeTrigger Number="1" Name="Night"/></TimeTriggers>
+  <Events>
+    <SourceGroup ID="3" Name="Perimeter">
+      <Entry><Devices ID="65536"><Device Number="2"><Video><Input Number="1"/></Video></Device></Devices></Entry>
+    </SourceGroup>
+    <Event ID="7" PreAlarm="5">
+      <Devices ID="65536"><Device Number="2"><Video><Input Number="1"/></Video></Device></Devices>
+      <Action><Notify/></Action>
+    </Event>
+    <Event ID="8"><SourceGroup ID="3"/><Action><Notify/></Action></Event>
+  </Events>
+  <Users><SecondReviewer Enabled="0"/></Users></tDVR>)";
 
 }  // namespace tvx::test

@@ -11,10 +11,14 @@
 #include <dlfcn.h>
 
 #include <cstdint>
+#include <exception>
+#include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 #include "host/host_records.h"
 #include "support/fake_host.h"
@@ -54,42 +58,112 @@ inline Exports LoadedExports(const char* path) {
 
 class PluginDriver {
  public:
-  PluginDriver(FakeHost& host, const Exports& exports);
+  PluginDriver(FakeHost& host, const Exports& exports) : host_(host), exports_(exports) {
+    Call<PluginCapabilities>("Load", exports_.Load, LoadRequest{{}, 4711, &FakeHost::Entry});
+  }
   // Close and Unload, where they have not been called.
-  ~PluginDriver();
+  ~PluginDriver() {
+    Close();
+    Unload();
+  }
   PluginDriver(const PluginDriver&) = delete;
   PluginDriver& operator=(const PluginDriver&) = delete;
 
   // Each is false when memory exhaustion came back to the host as an exception.
-  bool Open();
+  bool Open() { return Call<OpenResult>("Open", exports_.Open, ReadRequest{}).first; }
   bool Update(std::string_view document) { return Control(ControlCode::Update, document); }
-  bool Event(std::string_view document);
-  bool Tick();
+  bool Event(std::string_view document) { return WriteRecord(Record(2, 0), document).hasMemory; }
+  bool Tick() { return WriteRecord(Record(32, kModuleId), {}).hasMemory; }
   // IOCTL; the payload is copied into a block of exactly its size first.
-  bool Control(ControlCode code, std::string_view payload = {});
+  bool Control(ControlCode code, std::string_view payload = {}) {
+    const auto copy = Copy(payload);
+    const auto length = static_cast<std::uint32_t>(payload.size());
+    return Call<IoctlResult>("IOCTL", exports_.Ioctl,
+                             IoctlRequest{{}, code, {}, length, copy.get()})
+        .first;
+  }
   // A report of a program, as IOCTL 4.
   void Report(std::string_view chunk) { Control(ControlCode::ChannelMessage, chunk); }
 
   // A frame in a buffer of the host's own. True when the plug-in took it.
-  bool Frame(std::uint32_t stream, bool isKey, std::string_view payload = "frame");
+  bool Frame(std::uint32_t stream, bool isKey, std::string_view payload = "frame") {
+    return WriteRecord(Record(1, stream, isKey ? 1 : 0), payload).isTaken;
+  }
+  static WriteRequest Record(std::uint32_t kind, std::uint32_t addressee,
+                             std::uint32_t frameType = 0) {
+    WriteRequest record{};
+    record.kind = static_cast<RecordKind>(kind);
+    record.addressee = addressee;
+    record.frameType = frameType;
+    return record;
+  }
   // Any record, its data and length replaced by the payload, or by null where noData says so.
   struct Written {
     bool hasMemory;
     bool isTaken;  // the frame
   };
-  Written WriteRecord(WriteRequest record, std::string_view payload, bool noData = false);
+  Written WriteRecord(WriteRequest record, std::string_view payload, bool noData = false) {
+    const bool isFrame = record.kind == RecordKind::Frame && !noData;
+    const auto copy = isFrame ? nullptr : Copy(payload);
+    record.length = static_cast<std::uint32_t>(payload.size());
+    record.data = isFrame ? host_.Lend(payload) : noData ? nullptr : copy.get();
+    const auto [hasMemory, result] = Call<WriteResult>("Write", exports_.Write, record);
+    const bool isTaken = result.frameAccepted != 0;
+    if (isTaken && !isFrame) host_.AddProblem("what is no frame was taken");
+    if (isFrame && !isTaken) host_.TakeBack(record.data);
+    return {hasMemory, isTaken};
+  }
 
   // Lends the threads for worker and watchdog.
-  void StartLoops();
+  void StartLoops() {
+    worker_ = std::thread([this] { Control(ControlCode::RunWorker); });
+    watchdog_ = std::thread([this] {
+      Call<ReadResult>("Read", exports_.Read, ReadRequest{{}, 1});
+    });
+  }
   // Close; the lent threads come back. Unload; all frames are back. Each once, the rest is nothing.
-  void Close();
-  void Unload();
+  void Close() {
+    if (std::exchange(isClosed_, true)) return;
+    if (!Call<PlainResult>("Close", exports_.Close, ReadRequest{}).first) {
+      host_.AddProblem("no memory ended Close");
+    }
+    for (std::thread* thread : {&worker_, &watchdog_}) {
+      if (thread->joinable()) thread->join();
+    }
+  }
+  void Unload() {
+    if (std::exchange(isUnloaded_, true)) return;
+    if (!Call<PlainResult>("Unload", exports_.Unload, ReadRequest{}).first) {
+      host_.AddProblem("no memory ended Unload");
+    }
+    const std::size_t out = host_.FramesOut();
+    if (out != 0) host_.AddProblem(std::to_string(out) + " frames never came back");
+  }
 
   const Exports& Functions() const { return exports_; }
 
  private:
-  template <typename Request, typename Result>
-  bool Call(const char* name, Export function, Request& request, Result& result);
+  // A block of exactly this size, so that reading beyond it is noticed.
+  static std::unique_ptr<char[]> Copy(std::string_view bytes) {
+    std::unique_ptr<char[]> copy(new char[bytes.size()]);
+    bytes.copy(copy.get(), bytes.size());
+    return copy;
+  }
+
+  // False when there was no memory.
+  template <typename Result, typename Request>
+  std::pair<bool, Result> Call(const char* name, Export function, Request request) {
+    Result result{};
+    try {
+      const Crossing in(true);
+      if (function(&request, &result) != 0) host_.AddProblem(std::string(name) + " is not 0");
+    } catch (const std::bad_alloc&) {
+      return {false, result};
+    } catch (const std::exception& error) {
+      host_.AddProblem(std::string(name) + " threw: " + error.what());
+    }
+    return {true, result};
+  }
 
   FakeHost& host_;
   const Exports exports_;
