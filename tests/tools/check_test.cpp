@@ -7,13 +7,10 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <fstream>
-#include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <string>
 
-#include "config/templates.h"
 #include "support/temporary_folder.h"
 
 namespace tvx::tool {
@@ -24,11 +21,10 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-std::string BlockWith(const std::string& servers, const std::string& body = "x") {
+std::string BlockWith(const std::string& servers) {
   return "<tDVR><Notify ID='786432'><Web address='web'/><Servers>" + servers +
          "</Servers><Profiles autoincrement='9'><smtp ID='1' description='Gate' from='a@b' "
-         "subject='s'><to>c@d</to><body>" +
-         body + "</body></smtp></Profiles></Notify></tDVR>";
+         "subject='s'><to>c@d</to><body>x</body></smtp></Profiles></Notify></tDVR>";
 }
 
 class Check : public testing::Test {
@@ -99,30 +95,6 @@ TEST_F(Check, PrintsNeitherPasswordsNorWhatATerminalObeys) {
             std::string::npos);
   EXPECT_EQ(nlohmann::json::parse(json)["kept"]["servers"][0]["description"],
             "\x1b[2J\xEF\xBF\xBD\xC2\x9B\xE2\x80\xAE\xC3\xBC");
-}
-
-TEST_F(Check, DocumentedPlaceholdersAreThoseThatThereAre) {
-  const std::string server = "<smtp description='d' address='localhost'/>";
-  std::map<std::string, std::string> documented;  // placeholder to the texts that may hold it
-  std::ifstream file(DOCUMENTS "/templates.md");
-  std::string line;
-  while (std::getline(file, line) && line.compare(0, 13, "| Placeholder") != 0) continue;
-  while (std::getline(file, line) && line[0] == '|') {
-    const std::size_t second = line.find(" | ");
-    const std::string where = line.substr(second + 3, line.find(" | ", second + 3) - second - 3);
-    for (auto at = line.find("`{"); at < second; at = line.find("`{", at + 1)) {
-      const std::string token = line.substr(at + 1, line.find('`', at + 1) - at - 1);
-      documented[token] = where;
-      EXPECT_EQ(Lines(Text(BlockWith(server, "{date}" + token))), "") << token;
-    }
-  }
-  EXPECT_FALSE(documented.empty());
-  for (const Placeholder& placeholder : kPlaceholders) {
-    const auto found = documented.lower_bound(placeholder.token);
-    ASSERT_NE(found, documented.end()) << placeholder.token;
-    EXPECT_EQ(found->first.find(placeholder.token), 0u) << placeholder.token;
-    EXPECT_EQ(found->second, placeholder.isBodyOnly ? "body only" : "subject, body");
-  }
 }
 
 }  // namespace

@@ -4,11 +4,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <boost/algorithm/string/replace.hpp>
 #include <cstdlib>
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
+#include <utility>
+
+#include "support/table.h"
+#include "support/temporary_folder.h"
 
 namespace tvx::tool {
 namespace {
@@ -31,65 +35,28 @@ Preview PreviewOf(const std::string& subject, const std::string& body, SampleEve
 }
 
 TEST(Preview, TellsWhatBecameOfEachToken) {
-  const std::string first = "only the first is replaced\n";
-  const std::string inDate = "read only in a text with {date}, {time} or {date format=...}\n";
-  const std::string stray = "is dropped: its first \"{\" reaches to the next \"}\"\n";
-  const struct {
-    std::string subject, body, lines;
-  } cases[] = {
-      {"no braces", "} no { token", ""},
-      {"s", "Tür\r\nan {source}{serial}",
-       "+ body 2:4 {source} -> Camera 1\n+ body 2:12 {serial} -> A-1001\n"},
-      {"{serial} {serial}", "€{foo} {Serial}",
-       "+ subject 1:1 {serial} -> A-1001\n= subject 1:10 {serial} stays: " + first +
-           "= body 1:2 {foo} stays: no placeholder\n= body 1:8 {Serial} stays: no placeholder\n"},
-      // An empty value is not the same as nothing.
-      {"{licensed mac}", "{foo}{licensed mac}{date}",
-       "+ subject 1:1 {licensed mac} -> (nothing)\n- body 1:1 {foo} is dropped: no placeholder\n"
-       "+ body 1:6 {licensed mac} -> (nothing)\n+ body 1:20 {date} -> 07/20/26\n"},
-      {"s", "{date format=\"%Q\"} {date format=\"50%\"}",
-       "! body 1:1 {date format=\"%Q\"} -> [invalid format specified]\n"
-       "! body 1:20 {date format=\"50%\"} -> [invalid format specified]\n"},
-      {"{ time} {time format=\"%H\"}", "{ time} {time format=\"%H\"} {date format=\"\"}",
-       "= subject 1:1 { time} stays: " + inDate +
-           "= subject 1:9 {time format=\"%H\"} stays: " + inDate +
-           "+ body 1:1 { time} -> 12:00:00\n+ body 1:9 {time format=\"%H\"} -> 12\n"
-           "- body 1:28 {date format=\"\"} is dropped: its format gives no text, or too much of "
-           "it, or cannot be read\n"},
-      // Braces within braces: the inner ones are replaced first, what is around them goes.
-      {"{foo {source}} {", "{foo {source}} {time} {source}",
-       "+ subject 1:6 {source} -> Camera 1\n"
-       "- body 1:1 {foo {source}} is dropped: inside of other braces\n"
-       "+ body 1:16 {time} -> 12:00:00\n- body 1:23 {source} is dropped: " +
-           first},
-      // A stray brace takes along all up to the next end.
-      {"a {time {date} b", "at { {time} in {source}",
-       "- subject 1:3 {time {date} " + stray + "- body 1:4 { {time} " + stray +
-           "+ body 1:16 {source} -> Camera 1\n"},
-      {"{weblink}", "{weblink}",
-       "= subject 1:1 {weblink} stays: only the body can have a link\n"
-       "+ body 1:1 {weblink} -> [No Valid Web Server Address]\n"},
-      // A value may hold what looks like another token.
-      {"s", "{system name}{system name} {time}",
-       "- body 1:1 {system name} is dropped: inside of other braces\n- body 1:14 {system name} is "
-       "dropped: " +
-           first + "+ body 1:28 {time} -> 12:00:00\n"},
-  };
+  std::string table = test::ReadFile(PLACEHOLDERS);
+  for (const auto& [word, reason] :
+       {std::pair("FIRST", "only the first is replaced\\n"),
+        {"DATE", "read only in a text with {date}, {time} or {date format=...}\\n"},
+        {"STRAY", "is dropped: its first \"{\" reaches to the next \"}\"\\n"}}) {
+    boost::replace_all(table, word, reason);
+  }
   SampleEvent event;
   event.macAddress = "";
   event.systemName = "{North}";
-  for (const auto& one : cases) {
-    SCOPED_TRACE(one.body);
-    const Preview preview = PreviewOf(one.subject, one.body, event);
+  for (const auto& row : test::Rows(table.substr(table.find("\n\n")))) {
+    SCOPED_TRACE(row[1]);
+    const Preview preview = PreviewOf(row[0], row[1], event);
     const std::string text = PreviewText(preview, Palette(false));
     const std::size_t lines = text.find("\n\n", text.find("\n\n", text.find("\n\n") + 2) + 2);
-    EXPECT_EQ(lines == std::string::npos ? "" : text.substr(lines + 2), one.lines);
+    EXPECT_EQ(lines == std::string::npos ? "" : text.substr(lines + 2), row[2]);
     std::string before, after;
     for (const Piece& piece : preview.bodyPieces) {
       before += piece.before;
       after += piece.after;
     }
-    EXPECT_EQ(before, one.body);
+    EXPECT_EQ(before, row[1]);
     EXPECT_EQ(after, preview.body);
   }
 }
