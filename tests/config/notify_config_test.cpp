@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <regex>
 #include <string>
-#include <vector>
 
 #include "config/module_documents.h"
 #include "config/notify_reader.h"
 #include "config/notify_writer.h"
-#include "config/rows.h"
+#include "config/parse.h"
 
 namespace tvx {
 namespace {
@@ -17,66 +17,53 @@ bool Read(NotifyConfig& config, const std::string& notify) {
   return ReadNotify(*test::Parse(test::Change(notify)).Root(), config);
 }
 
+// Of a tag a line, without indentation.
 std::string Print(const NotifyConfig& config) {
-  return PrintDocument(*BuildNotifyDocument(config));
+  static const std::regex indentation("\n +");
+  return std::regex_replace(PrintDocument(*BuildNotifyDocument(config)), indentation, "\n");
 }
 
 TEST(NotifyWriter, WritesEveryElementInItsOrderAndTheReaderReadsThem) {
-  NotifyConfig config;
-  ASSERT_TRUE(Read(config, R"(
-      <Notify ID='786432' MaxRetrySeconds='60' MaxRetryQueue='5' EmailSizeLimitMB='3'>
-      <Web address='http://web:81'/><Servers><smtp description='A' address='mail' port='465'/>
-      <smtp description='B' address='mx' UseSSL='2'><Authentication username='u' password='p&amp;'/>
-      </smtp><smtp description='C' address='m'><Authentication username='' password='p'/></smtp>
-      </Servers><Profiles autoincrement='9'><smtp ID='4' attach='1' description='Gate'
-      ThrottleSeconds='30' from='f@x' subject='At {time}' MaxVideoSeconds='20' EventEdge='2'>
-      <to>a@x</to><cc>c@x</cc><to>b@x</to><bcc>d@x</bcc><body>Line 1
-Line 2</body></smtp></Profiles></Notify>)"));
-  EXPECT_TRUE(config.loaded);
-  EXPECT_TRUE(config.profiles.at(4).usesPlaceholders);
-  config.curlSupportsSmtps = true;
   const std::string printed = R"(<?xml ?>
 <tDVR Delta="0">
-    <Notify ID="786432" SupportsThrottleSeconds="1" SupportsAttach="1" SupportsVideoAttach="1" SupportsStatus="1" SupportsEventEdge="1" TemplateSupportLevel="3" IsSupported="1" SSL="2" MaxRetrySeconds="60" MaxRetryQueue="5" EmailSizeLimitMB="3">
-        <Web address="http://web:81" />
-        <Servers>
-            <smtp description="A" address="mail" port="465" UseSSL="1" />
-            <smtp description="B" address="mx" port="25" UseSSL="2">
-                <Authentication username="u" password="p&amp;" />
-            </smtp>
-            <smtp description="C" address="m" port="25" UseSSL="0">
-                <Authentication username="" password="p" />
-            </smtp>
-        </Servers>
-        <Profiles autoincrement="9">
-            <smtp ID="4" attach="1" description="Gate" ThrottleSeconds="30" from="f@x" subject="At {time}" MaxVideoSeconds="20" EventEdge="2">
-                <to>a@x</to>
-                <to>b@x</to>
-                <cc>c@x</cc>
-                <bcc>d@x</bcc>
-                <body>Line 1&#x0A;Line 2</body>
-            </smtp>
-        </Profiles>
-    </Notify>
+<Notify ID="786432" SupportsThrottleSeconds="1" SupportsAttach="1" SupportsVideoAttach="1" SupportsStatus="1" SupportsEventEdge="1" TemplateSupportLevel="3" IsSupported="1" SSL="2" MaxRetrySeconds="60" MaxRetryQueue="5" EmailSizeLimitMB="3">
+<Web address="http://web:81" />
+<Servers>
+<smtp description="A" address="mail" port="465" UseSSL="1" />
+<smtp description="B" address="mx" port="25" UseSSL="2">
+<Authentication username="u" password="p&amp;" />
+</smtp>
+<smtp description="C" address="m" port="25" UseSSL="0">
+<Authentication username="" password="p" />
+</smtp>
+</Servers>
+<Profiles autoincrement="9">
+<smtp ID="4" attach="1" description="Gate" ThrottleSeconds="30" from="f@x" subject="At {time}" MaxVideoSeconds="20" EventEdge="2">
+<to>a@x</to>
+<to>b@x</to>
+<cc>c@x</cc>
+<bcc>d@x</bcc>
+<body>Line 1&#x0A;Line 2</body>
+</smtp>
+</Profiles>
+</Notify>
 </tDVR>
 )";
-  EXPECT_EQ(Print(config), printed);
-  NotifyConfig again;
-  again.curlSupportsSmtps = true;
-  ASSERT_TRUE(ReadNotify(*test::Parse(printed).Root(), again));
-  EXPECT_EQ(Print(again), printed);
-}
-
-TEST(NotifyWriter, AnEmptyConfigurationInSecondReviewerModeHasItsFrame) {
   NotifyConfig config;
-  config.secondReviewerMode = true;
-  EXPECT_EQ(Print(config), R"(<?xml ?>
+  ASSERT_TRUE(ReadNotify(*test::Parse(printed).Root(), config));
+  EXPECT_TRUE(config.loaded && config.profiles.at(4).usesPlaceholders);
+  config.curlSupportsSmtps = true;
+  EXPECT_EQ(Print(config), printed);
+
+  NotifyConfig empty;
+  empty.secondReviewerMode = true;
+  EXPECT_EQ(Print(empty), R"(<?xml ?>
 <tDVR Delta="0">
-    <Notify ID="786432" SupportsThrottleSeconds="1" SupportsAttach="0" SupportsVideoAttach="0" SupportsStatus="1" SupportsEventEdge="1" TemplateSupportLevel="3" IsSupported="1" MaxRetrySeconds="172800" MaxRetryQueue="100" EmailSizeLimitMB="10">
-        <Web address="" />
-        <Servers />
-        <Profiles autoincrement="1" />
-    </Notify>
+<Notify ID="786432" SupportsThrottleSeconds="1" SupportsAttach="0" SupportsVideoAttach="0" SupportsStatus="1" SupportsEventEdge="1" TemplateSupportLevel="3" IsSupported="1" MaxRetrySeconds="172800" MaxRetryQueue="100" EmailSizeLimitMB="10">
+<Web address="" />
+<Servers />
+<Profiles autoincrement="1" />
+</Notify>
 </tDVR>
 )");
 }
@@ -92,19 +79,18 @@ TEST(NotifyReader, RejectsABlockWithoutItsEssentials) {
     return std::to_string(config.MaxRetryQueue);
   };
   test::ExpectRows(row, R"(
-100 <= <Other/>
-100 <= <Notify ID='786433' MaxRetryQueue='7'><Servers/><Profiles/></Notify>
+100 <= <Other/> & <Notify ID='786433' MaxRetryQueue='7'><Servers/><Profiles/></Notify>
 100 <= <Notify MaxRetryQueue='7'><Servers/><Profiles/></Notify>
 7 <= <Notify ID='786432' MaxRetryQueue='7'><Servers/></Notify>
-100 <= <Notify ID='786432' MaxRetryQueue='x'><Profiles/></Notify>
-)");
+100 <= <Notify ID='786432' MaxRetryQueue='x'><Profiles/></Notify>)");
 }
 
-// Port and UseSSL of the servers. Half credentials drop a server.
+// Port and UseSSL of the servers, from the rest of the first one's element on. Half credentials drop
+// a server.
 TEST(NotifyReader, ServersFallBackOrAreSkipped) {
   NotifyConfig config;
   const auto row = [&](const std::string& xml) {
-    EXPECT_TRUE(Read(config, test::Notify("", "", xml)));
+    EXPECT_TRUE(Read(config, test::Notify("", "", "<smtp description='' address='' " + xml)));
     std::string servers;
     for (const SmtpServer& server : config.servers) {
       servers += std::to_string(server.port) + '/' + std::to_string(server.UseSSL) + ' ';
@@ -112,24 +98,20 @@ TEST(NotifyReader, ServersFallBackOrAreSkipped) {
     return servers;
   };
   test::ExpectRows(row, R"(
-25/0  <= <smtp description='d' address='a'/>
-465/1  <= <smtp description='d' address='a' port='465'/>
-465/1  <= <smtp description='d' address='a' port='465' UseSSL='x'/>
-465/0  <= <smtp description='d' address='a' port='465' UseSSL='0'/>
-25/9  <= <smtp description='d' address='a' port='x' UseSSL='9'/>
- <= <smtp description='d'/><smtp address='a'/>
- <= <smtp description='d' address='a'><Authentication username='u'/></smtp>
- <= <smtp description='d' address='a'><Authentication password='p'/></smtp>
-25/0  <= <smtp description='' address=''><Authentication username='' password=''/></smtp>
-25/0 9/0  <= <smtp description='' address=''/></Servers><Servers><smtp description='' address='' port='9'/>
-)");
+25/0 <= /> & /><smtp description='d'/><smtp address='a'/> & ><Authentication username='' password=''/></smtp>
+465/1 <= port='465'/> & port='465' UseSSL='x'/>   465/0 <= port='465' UseSSL='0'/>
+25/9 <= port='x' UseSSL='9'/>   25/0 9/0 <= /></Servers><Servers><smtp description='' address='' port='9'/>
+<= ><Authentication username='u'/></smtp> & ><Authentication password='p'/></smtp>)");
 }
 
 // Each row replaces the profiles of the one before. The numbers are ID, attach, MaxVideoSeconds,
-// EventEdge and ThrottleSeconds; the last is the counter of identifiers.
+// EventEdge and ThrottleSeconds; the last is the counter of identifiers. "~" stands for empty texts,
+// "@" for a recipient.
 TEST(NotifyReader, ProfilesInheritAreNumberedOrSkipped) {
   NotifyConfig config;
-  const auto row = [&](const std::string& smtp) {
+  const auto row = [&](std::string smtp) {
+    smtp = std::regex_replace(smtp, std::regex("~"), "from='' subject=''");
+    smtp = std::regex_replace(smtp, std::regex("@"), "<to>t</to>");
     EXPECT_TRUE(Read(config, test::Notify("<smtp description='' " + smtp + "</smtp>")));
     std::ostringstream text;
     for (const auto& [id, profile] : config.profiles) {
@@ -144,26 +126,19 @@ TEST(NotifyReader, ProfilesInheritAreNumberedOrSkipped) {
     return text.str();
   };
   test::ExpectRows(row, R"(
-1:1,20,2,9 t ~ 1 <= ID='1' from='' subject='{time}' attach='1' MaxVideoSeconds='20' EventEdge='2' ThrottleSeconds='9'><to>t</to>
-1:1,20,2,0 t 1 <= ID='1' from='' subject=''><to>t</to>
-1:1,20,1,0 t 1 <= ID='1' from='' subject='' MaxVideoSeconds='x' EventEdge='1'><to>t</to>
-1:0,20,1,0 t 1 <= ID='1' from='' subject='' attach='2'><to>t</to>
-1:1,20,1,0 t 1 <= ID='1' from='' subject='' attach='1'><to>t</to>
-1:0,20,1,0 t 1 <= ID='1' from='' subject='' attach=''><to>t</to>
-1 <= ID='x' from='' subject=''><to>t</to>
-1 <= from='' subject=''><to>t</to>
-1 <= ID='1' subject=''><to>t</to>
-1 <= ID='1' from=''><to>t</to>
-1 <= ID='1' from='' subject=''><to></to><cc>t</cc>
-1 <= ID='1' from='' subject=''><to>t</to><body>a</body><body>b</body>
-4:0,0,0,0 tucb{serial} ~ 1 <= ID='4' from='' subject=''><to/><to>t</to><bcc>b</bcc><cc/><cc>c</cc><to>u</to><body>{serial}</body>
-5:0,0,0,2 u 1 <= ID='5' from='' subject=''><to>t</to></smtp><smtp description='' ID='5' from='' subject='' ThrottleSeconds='2'><to>u</to>
-1:0,0,0,0 t 2 <= ID='0' from='' subject=''><to>t</to>
+1:1,20,2,9 t ~ 1 <= ID='1' from='' subject='{time}' attach='1' MaxVideoSeconds='20' EventEdge='2' ThrottleSeconds='9'>@
+1:1,20,2,0 t 1 <= ID='1' ~>@   1:1,20,1,0 t 1 <= ID='1' ~ MaxVideoSeconds='x' EventEdge='1'>@
+1:0,20,1,0 t 1 <= ID='1' ~ attach='2'>@   1:1,20,1,0 t 1 <= ID='1' ~ attach='1'>@
+1:0,20,1,0 t 1 <= ID='1' ~ attach=''>@   1 <= ID='x' ~>@   1 <= ~>@   1 <= ID='1' subject=''>@
+1 <= ID='1' from=''>@   1 <= ID='1' ~><to></to><cc>t</cc>
+1 <= ID='1' ~>@<body>a</body><body>b</body>
+4:0,0,0,0 tucb{serial} ~ 1 <= ID='4' ~><to/>@<bcc>b</bcc><cc/><cc>c</cc><to>u</to><body>{serial}</body>
+5:0,0,0,2 u 1 <= ID='5' ~>@</smtp><smtp description='' ID='5' ~ ThrottleSeconds='2'><to>u</to>
+1:0,0,0,0 t 2 <= ID='0' ~>@
 4 <= ID='0'></smtp></Profiles><Profiles autoincrement='3'><smtp ID='0'>
-4:0,0,0,0 t 5 <= ID='0' from='' subject=''><to>t</to>
-8:0,0,0,0 t 9 <= ID='7'></smtp></Profiles><Profiles autoincrement='8'><smtp description='' ID='0' from='' subject=''><to>t</to>
-9 <= ID='7'></smtp></Profiles><Profiles autoincrement='3'><smtp>
-)");
+4:0,0,0,0 t 5 <= ID='0' ~>@
+8:0,0,0,0 t 9 <= ID='7'></smtp></Profiles><Profiles autoincrement='8'><smtp description='' ID='0' ~>@
+9 <= ID='7'></smtp></Profiles><Profiles autoincrement='3'><smtp>)");
   config.secondReviewerMode = true;
   EXPECT_TRUE(Read(config, test::Notify(test::Profile(1, "attach='1'"))));
   EXPECT_FALSE(config.profiles.at(1).attach);
@@ -173,11 +148,10 @@ TEST(NotifyReader, ProfilesInheritAreNumberedOrSkipped) {
 }
 
 TEST(Megabytes, SaturateInsteadOfWrapping) {
-  EXPECT_EQ(MegabytesToBytes(0), 0u);
-  EXPECT_EQ(MegabytesToBytes(10), 10485760u);
-  EXPECT_EQ(MegabytesToBytes(4095), 4293918720u);
-  EXPECT_EQ(MegabytesToBytes(4096), 0xFFFFFFFFu);
-  EXPECT_EQ(MegabytesToBytes(-1), 0xFFFFFFFFu);
+  const auto row = [](const std::string& megabytes) {
+    return std::to_string(MegabytesToBytes(std::stoi(megabytes)));
+  };
+  test::ExpectRows(row, "0<=0   10485760<=10   4293918720<=4095   4294967295<=4096 & -1");
 }
 
 TEST(ModuleDocuments, HaveTheirFixedForm) {

@@ -1,5 +1,7 @@
-// Tables of cases, as text: a row a line, however many cells it has.
+// Tables of cases, as text.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <sstream>
@@ -8,8 +10,23 @@
 
 namespace tvx::test {
 
-// The rows of lines that hold a "|", which stands between their cells. Blanks around a cell are none
-// of it; "\r", "\n" and "\\" mean what they mean in C++. Cells that are not there are empty.
+inline std::string WithoutBlanksAround(std::string text) {
+  text.erase(text.find_last_not_of(' ') + 1);
+  return text.erase(0, text.find_first_not_of(' '));
+}
+
+// A cell: blanks around it are none of it; "\r", "\n" and "\\" mean what they mean in C++.
+inline std::string Cell(std::string text) {
+  text = WithoutBlanksAround(text);
+  for (std::size_t at = 0; (at = text.find('\\', at)) != std::string::npos; ++at) {
+    const char c = text[at + 1];
+    text.replace(at, 2, 1, c == 'r' ? '\r' : c == 'n' ? '\n' : c);
+  }
+  return text;
+}
+
+// The rows of lines that hold a "|", which stands between their cells. Cells that are not there are
+// empty.
 inline std::vector<std::vector<std::string>> Rows(const std::string& table) {
   std::vector<std::vector<std::string>> rows;
   std::istringstream lines(table);
@@ -17,18 +34,28 @@ inline std::vector<std::vector<std::string>> Rows(const std::string& table) {
     if (line.find('|') == std::string::npos) continue;
     rows.emplace_back();
     std::istringstream cells(line);
-    for (std::string cell; std::getline(cells, cell, '|');) {
-      cell.erase(cell.find_last_not_of(' ') + 1);
-      cell.erase(0, cell.find_first_not_of(' '));
-      for (std::size_t at = 0; (at = cell.find('\\', at)) != std::string::npos; ++at) {
-        const char c = cell[at + 1];
-        cell.replace(at, 2, 1, c == 'r' ? '\r' : c == 'n' ? '\n' : c);
-      }
-      rows.back().push_back(cell);
-    }
+    for (std::string cell; std::getline(cells, cell, '|');) rows.back().push_back(Cell(cell));
     rows.back().resize(std::max<std::size_t>(rows.back().size(), 8));
   }
   return rows;
+}
+
+// Expects what stands before "<=" of a function of what stands behind it, or of each of several with
+// " & " between them. Blanks around these are none of them. Cases stand on lines of their own, or side
+// by side with three blanks between.
+template <typename Function>
+void ExpectRows(Function function, std::string table) {
+  for (std::size_t gap = 0; (gap = table.find("   ", gap)) != std::string::npos;) table[gap] = '\n';
+  std::istringstream cases(table);
+  for (std::string each; std::getline(cases, each);) {
+    const std::size_t at = each.find("<=");
+    if (at == std::string::npos) continue;
+    for (std::size_t from = at + 2, end = 0; end != std::string::npos; from = end + 3) {
+      end = each.find(" & ", from);
+      const std::string input = Cell(each.substr(from, end - from));
+      EXPECT_EQ(WithoutBlanksAround(function(input)), Cell(each.substr(0, at))) << input;
+    }
+  }
 }
 
 }  // namespace tvx::test

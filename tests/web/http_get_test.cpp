@@ -24,8 +24,6 @@ namespace tvx {
 namespace {
 
 using boost::asio::ip::tcp;
-using boost::asio::ip::udp;
-using boost::system::error_code;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
@@ -40,45 +38,42 @@ class Server {
       : answer_(std::move(answer)),
         then_(std::move(then)),
         acceptor_(context_, tcp::endpoint(boost::asio::ip::address_v4::loopback(), 0)),
+        address_("127.0.0.1:" + std::to_string(acceptor_.local_endpoint().port())),
         thread_([this] { Serve(); }) {}
-  ~Server() { Stop(); }
+  ~Server() { Request(); }
 
-  std::string Port() const { return std::to_string(acceptor_.local_endpoint().port()); }
-  std::string Address() const { return "127.0.0.1:" + Port(); }
-  // What the client sent with its first write. Ends the server's thread.
+  const std::string& Address() const { return address_; }
+  // What the client sent with its first write. Ends the server's thread, which shutting down wakes
+  // while it waits for a client.
   const std::string& Request() {
-    Stop();
+    ::shutdown(acceptor_.native_handle(), SHUT_RDWR);
+    if (thread_.joinable()) thread_.join();
     return request_;
   }
 
  private:
   void Serve() {
-    error_code error;
+    boost::system::error_code error;
     tcp::socket socket(context_);
     acceptor_.accept(socket, error);
     if (error) return;
     char bytes[65536] = {};
     request_.assign(bytes, socket.read_some(boost::asio::buffer(bytes), error));
     boost::asio::write(socket, boost::asio::buffer(answer_), error);
-    while ((then_ == "flood" || then_ == "drip") && !error) {
-      const bool drips = then_ == "drip";
-      boost::asio::write(socket, boost::asio::buffer(bytes, drips ? 1 : sizeof(bytes)), error);
-      if (drips) std::this_thread::sleep_for(milliseconds(20));
+    const std::size_t piece = then_ == "flood" ? sizeof(bytes) : then_ == "drip" ? 1 : 0;
+    while (piece > 0 && !error) {
+      boost::asio::write(socket, boost::asio::buffer(bytes, piece), error);
+      if (piece == 1) std::this_thread::sleep_for(milliseconds(20));
     }
     while (then_ == "silence" && !error) socket.read_some(boost::asio::buffer(bytes), error);
     if (then_ == "reset") socket.set_option(tcp::socket::linger(true, 0));
     socket.close();
   }
-  // Closing would not wake the thread that waits for a client; shutting down does.
-  void Stop() {
-    if (!thread_.joinable()) return;
-    ::shutdown(acceptor_.native_handle(), SHUT_RDWR);
-    thread_.join();
-  }
 
   const std::string answer_, then_;
   boost::asio::io_context context_;
   tcp::acceptor acceptor_;
+  const std::string address_;
   std::string request_;
   std::thread thread_;
 };
@@ -95,17 +90,17 @@ void ExpectUnreachable(const std::string& address, const std::string& reason,
                          {kModuleId, &test::FakeHost::Entry}, get),
             "[Web Server Unreachable]");
   EXPECT_LT(steady_clock::now() - before, deadline + kSlack);
-  EXPECT_EQ(host.Log(),
-            (std::vector<test::LogLine>{{75, "Unable to communicate with webserver at address " +
-                                                 address + ". " + reason}}));
+  const std::string line = "Unable to communicate with webserver at address " + address + ". ";
+  EXPECT_EQ(host.Log(), (std::vector<test::LogLine>{{75, line + reason}}));
 }
 
 TEST(HttpGet, SendsFiveLinesInOneWriteAndReturnsTheBody) {
   Server server("HTTP/1.0 200 OK\r\n\r\nfirst\r\n\r\nsecond");
   // An address without a host is not this machine; a name may have several, tried in turn.
-  ExpectUnreachable(":" + server.Port(), "1: Host not found (authoritative)", kAmple);
+  const std::string port = server.Address().substr(9);
+  ExpectUnreachable(port, "1: Host not found (authoritative)", kAmple);
   const bool hasName = ::gethostbyname("localhost") != nullptr;
-  const std::string address = (hasName ? "localhost:" : "127.0.0.1:") + server.Port();
+  const std::string address = (hasName ? "localhost" : "127.0.0.1") + port;
   EXPECT_EQ(HttpGet(ParseWebServerAddress("https://" + address), "/a%20b?c=d e"),
             "first\r\n\r\nsecond");
   EXPECT_EQ(server.Request(), "GET /a%20b?c=d e HTTP/1.0\r\nHost: " + address +
@@ -168,7 +163,7 @@ TEST(HttpGet, AConnectionThatIsNeverMadeEndsInTime) {
 // The resolver counts in seconds, so this one takes a second. Left alone it would take ten.
 TEST(HttpGet, ASilentNameServerIsNotWaitedForAndTheResolverIsLeftAsItWas) {
   boost::asio::io_context context;
-  udp::socket silent(context, {boost::asio::ip::address_v4::loopback(), 0});
+  boost::asio::ip::udp::socket silent(context, {boost::asio::ip::address_v4::loopback(), 0});
   ASSERT_EQ(res_init(), 0);
   _res.nscount = 1;
   _res.nsaddr_list[0] = {};
@@ -178,7 +173,6 @@ TEST(HttpGet, ASilentNameServerIsNotWaitedForAndTheResolverIsLeftAsItWas) {
   const auto before = std::tuple(_res.retrans, _res.retry, _res.options);
   ExpectUnreachable("webserver.test.:80", "2: Host not found (non-authoritative), try again later",
                     milliseconds(1000));
-
   EXPECT_GT(silent.available(), 0u);  // it was asked
   EXPECT_EQ(std::tuple(_res.retrans, _res.retry, _res.options), before);
   res_init();

@@ -1,19 +1,57 @@
+#include "web/web_link.h"
+
 #include <gtest/gtest.h>
 
+#include <boost/format.hpp>
+#include <cctype>
 #include <cstdint>
+#include <regex>
 #include <string>
 #include <vector>
 
 #include "base/base64.h"
 #include "support/fake_host.h"
 #include "support/table.h"
-#include "web/web_link.h"
+#include "web/percent_encode.h"
+#include "web/web_server_address.h"
 
 namespace tvx {
 namespace {
 
+// Host, port, both, and whether one colon at most stands in it.
+TEST(WebServerAddress, IsSplitIntoItsParts) {
+  const auto row = [](const std::string& text) {
+    const WebServerAddress address = ParseWebServerAddress(text);
+    std::string parts;
+    for (const std::string& part : {address.host, address.port, address.hostPort}) {
+      parts += (part.empty() ? "-" : part) + ' ';
+    }
+    return parts + (address.isIPv4 ? "v4" : "");
+  };
+  test::ExpectRows(row, R"(
+camhost 80 camhost v4 <= camhost & HTTPS://camhost
+camhost 81 camhost:81 v4 <= camhost:81 & http://camhost:81
+https //camhost https://camhost v4 <= hTTp://https://camhost
+http /camhost http:/camhost v4 <= http:/camhost   10.0.0.1 8080 10.0.0.1:8080 v4 <= 10.0.0.1:8080
+camhost - camhost: v4 <= camhost:   - 8080 :8080 v4 <= :8080   - 80 - v4 <=  & https://
+fe80::1 8080 [fe80::1]:8080 <= [fe80::1]:8080   ::1 443 [::1]:443 <= https://[::1]:443
+fe80::1 80 fe80::1 <= fe80::1   fe80::1 80 [fe80::1] <= [fe80::1]   [fe80::1 80 [fe80::1 <= [fe80::1
+e80::1 8080 [e80::1]:8080 <= fe80::1]:8080   - 8080: []:8080: <= ]:8080:   :: 80 :: <= ::)");
+}
+
+TEST(PercentEncode, KeepsOnlyTheUnreservedCharacters) {
+  for (int c = 0; c < 256; ++c) {
+    std::string byte(1, static_cast<char>(c));
+    const bool isKept = c < 128 && (std::isalnum(c) != 0 || byte.find_first_of("-._~") == 0);
+    if (!isKept) byte = (boost::format("%%%02x") % c).str();
+    EXPECT_EQ(PercentEncode("a" + std::string(1, static_cast<char>(c)) + "a"), "a" + byte + "a");
+  }
+}
+
 const std::vector<SourceId> kCameras = {MakeSourceId(0, 0x10000, 2, 1),
                                         MakeSourceId(15, 0x0FFF0000, 255, 255)};
+constexpr const char* kItems =
+    R"("items":[{"p":1,"s":2,"i":1,"t":"camera"},{"p":4095,"s":255,"i":255,"t":"camera"}]})";
 constexpr WebLinkEvent kEvent{true, 1499999990, 1500000030};
 
 class WebLinkTest : public testing::Test {
@@ -43,12 +81,7 @@ TEST_F(WebLinkTest, HoldsTheSearchAsJson) {
       ,"id":"7","model":"M" | 100 | 40  | 7 | {"m":2,"sb":1,"sm":1,"st":100000,"et":160000,@
       ,"id":"7","model":"M" | 9223372036854775807 | 9223372036854775807 | 7 | {"m":2,"sb":1,"sm":1,"st":9223372036854775807000,"et":9223372036854775807000,@)")) {
     SCOPED_TRACE(row[0]);
-    std::string json = row[4];
-    if (json.back() == '@') {
-      json.pop_back();
-      json +=
-          R"("items":[{"p":1,"s":2,"i":1,"t":"camera"},{"p":4095,"s":255,"i":255,"t":"camera"}]})";
-    }
+    const std::string json = std::regex_replace(row[4], std::regex("@"), kItems);
     questions_.clear();
     EXPECT_EQ(
         Build({true, std::stoll(row[1]), std::stoll(row[2])},
