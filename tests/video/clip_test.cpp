@@ -5,161 +5,48 @@ namespace {
 
 using Clip = VideoTest;
 
-// Five groups of a second, two frames of 100 bytes each.
-const char* const kSixSeconds =
-    "K0 d500 K1000 d1500 K2000 d2500 K3000 d3500 K4000 d4500 K5000 d5500";
-
-// One event each: what the clip holds when it is cut, after the frames that follow, and when its
-// notification is dispatched.
+// Mostly one event each: what the clip holds when it is cut, after the frames that follow, and when
+// its notification is dispatched.
 TEST_F(Clip, GrowsFromItsCutToItsDispatch) {
-  // The byte limit, the trigger's tick, pre-trigger and longest duration in seconds; frames before;
-  // what the clip holds when it is cut, with a mark once it is complete; frames after; what it holds
-  // then, and when its notification is dispatched.
-  for (const auto& row : Rows(R"(
-    9000 5750 10 6 | SIX | 5000 5500 | K6000 d6500 K7000 d7500 K8000 | 3000 3500/4000 4500/5000 5500/6000 6500/7000 7500/8000 | 2000 2500/3000 3500/4000 4500/5000 5500/6000 6500/7000 7500/8000 | evenly on both sides, up to the duration
-    9000 200 10 10 | K0 d40 K80 d120 | 80 120 | d359 | 80 120 359 | 0 40/80 120 359 | not before as much has passed after it
-    9000 200 10 10 | K0 d40 K80 d120 | 80 120 | d360 | 0 40/80 120 360 | 0 40/80 120 360 | but then
-    9000 30 10 10 | K0 K10 K20 K30 | 30 | d900 | 20/30 900 | 0/10/20/30 900 | one group a frame
-    9000 500 0 1 | K0 d500 | 0 500 | d999 d1000 d1001 | 0 500 999 1000! | 0 500 999 1000 | the duration to the millisecond
-    9000 500 0 1 | K0 d500 | 0 500 | d1001 d1002 | 0 500! | 0 500 | nothing beyond it
-    9000 2000 10 1 | K0 K1000 d2000 | 1000 2000! | d2001 | 1000 2000! | 1000 2000 | a newest group that is as long
-    9000 2000 10 1 | K0 K1000 d1999 | 1000 1999 | d2000 | 1000 1999 2000! | 1000 1999 2000 | that is nearly as long
-    9000 5600 0 10 | SIX | 5000 5500 |  | 5000 5500 | 5000 5500 | no pre-trigger
-    9000 500 0 10 | K0 d500 K500 | 500 |  | 500 | 0 500/500 | but what ended at that very millisecond
-    9000 6500 2 10 | SIX | 5000 5500 |  | 5000 5500 | 4000 4500/5000 5500 | a pre-trigger to the millisecond
-    9000 6501 2 10 | SIX | 5000 5500 |  | 5000 5500 | 5000 5500 | a millisecond too late
-    9000 5600 -1 10 | SIX | 5000 5500 |  | 5000 5500 | 5000 5500 | a negative one
-    9000 2000 2147483647 2147483647 | K0 d500 K1000 d1500 K2000 | 2000 |  | 2000 | 0 500/1000 1500/2000 | the largest ones
-    9000 5600 10 2 | SIX | 5000 5500 |  | 5000 5500 | 4000 4500/5000 5500 | at its dispatch as many as its duration allows
-    9000 3000 10 3 | K0 d1900 K2000 d3000 | 2000 3000 |  | 2000 3000 | 0 1900/2000 3000 | which counts from the first frame of a group
-    9000 5600 10 0 | SIX | 4000 4500/5000 5500! | K6000 | 4000 4500/5000 5500! | 4000 4500/5000 5500 | no duration: the newest two groups
-    9000 0 10 -1 | K0 | 0! |  | 0! | 0 | or a negative one
-    1000 10 0 10 | K0:300 K10:300 | 10 | d20:300 d30:400 d40:1 | 10 20 30! | 10 20 30 | bytes up to the limit
-    1000 10 0 10 | K0:300 K10:300 | 10 | d20:300 d30:401 d40:1 | 10 20! | 10 20 | nothing beyond it
-    1000 20 9 9 | K0:50 K10:350 K20:300 | 20 | d40:300 | 10/20 40 | 0/10/20 40 | held-back groups up to it
-    1000 20 9 9 | K0:50 K10:351 K20:299 | 20 | d40:351 | 20 40 | 20 40 | one byte more ends the growth backwards
-    9000 0 1 1 | d0 |  | K100 d600 d1101 | 100 600! | 100 600 | from an empty history
-    9000 0 1 0 | d0 |  | K100 d600 | 100! | 100 | without a duration one frame ends the wait
-    9000 0 1 0 | d0 |  | d40 | ! |  | even one that nothing can hold)")) {
-    std::uint32_t limit = 0, trigger = 0;
-    std::int32_t preTrigger = 0, maxSeconds = 0;
-    std::istringstream(row[0]) >> limit >> trigger >> preTrigger >> maxSeconds;
-    // Also across the wrap of the clock: before the event, and right at it.
-    for (const std::uint32_t from : {0u, 0u - trigger / 2, 0u - trigger}) {
-      SCOPED_TRACE(testing::Message() << row[6] << ", from tick " << from);
-      Reset();
-      start = from;
-      set->SetByteLimit(limit);
-      Feed(row[1] == "SIX" ? kSixSeconds : row[1]);
-      now = start + trigger;
-      ready->calls = 0;
-      const auto clip = Cut(preTrigger, maxSeconds);
-      const auto shown = [&] {
-        EXPECT_EQ(ready->calls, clip->Complete() ? 1 : 0);
-        EXPECT_EQ(OpenClips(), clip->Complete() ? 0u : 1u);
-        return Show(clip->Contents()) + (clip->Complete() ? "!" : "");
-      };
-      EXPECT_EQ(shown(), row[2]);
-      set->SetByteLimit(9000);  // of the history only: an open clip keeps the one it was cut with
-      Feed(row[3]);
-      EXPECT_EQ(shown(), row[4]);
-      clip->Finish(bin);
-      clip->Finish(bin);
-      EXPECT_EQ(ready->calls, 1);
-      EXPECT_EQ(Show(clip->Contents()), row[5]);
-      EXPECT_EQ(clip->TriggerTime(), now = start + trigger);
-    }
-  }
+  ExpectRows(R"(
+    L9000 K0 d500 K1000 d1500 K2000 d2500 K3000 d3500 K4000 d4500 K5000 d5500 T5750 C10,6 c L9000 K6000 d6500 K7000 d7500 K8000 c F c | 111111111111[5000 5500]11111[3000 3500/4000 4500/5000 5500/6000 6500/7000 7500/8000][2000 2500/3000 3500/4000 4500/5000 5500/6000 6500/7000 7500/8000!] | evenly on both sides, up to the duration
+    L9000 K0 d40 K80 d120 T200 C10,10 c L9000 d359 c F c | 1111[80 120]1[80 120 359][0 40/80 120 359!] | not before as much has passed after it
+    L9000 K0 d40 K80 d120 T200 C10,10 c L9000 d360 c F c | 1111[80 120]1[0 40/80 120 360][0 40/80 120 360!] | but then
+    L9000 K0 K10 K20 K30 T30 C10,10 c L9000 d900 c F c | 1111[30]1[20/30 900][0/10/20/30 900!] | one group a frame
+    K0 d500 T500 C0,1 c d999 d1000 d1001 c F c K3000 d3500 C0,1 d4001 c d4002 F c | 11[0 500]111[0 500 999 1000!][0 500 999 1000!]111[3000 3500!]1[3000 3500!] | the duration to the millisecond
+    K0 K1000 d1999 T2000 C10,1 c d2000 c C10,1 c d2001 F1 c1 F2 c2 | 111[1000 1999]1[1000 1999 2000!][1000 1999 2000!]1[1000 1999 2000!][1000 1999 2000!] | a newest group that is nearly as long, and as long
+    L9000 K0 d500 K1000 d1500 K2000 d2500 K3000 d3500 K4000 d4500 K5000 d5500 T5600 C0,10 c F c C-1,10 F c C10,2 c F c C10,0 c F c | 111111111111[5000 5500][5000 5500!][5000 5500!][5000 5500][4000 4500/5000 5500!][4000 4500/5000 5500!][4000 4500/5000 5500!] | nothing before it; as much as the duration allows; without one the newest two groups
+    L9000 K0 d500 K1000 d1500 K2000 d2500 K3000 d3500 K4000 d4500 K5000 d5500 T6500 C2,10 c F c T6501 C2,10 F c | 111111111111[5000 5500][4000 4500/5000 5500!][5000 5500!] | a pre-trigger to the millisecond
+    K0 d500 K500 T500 C0,10 c F c | 111[500][0 500/500!] | but what ended at that very millisecond
+    L9000 K0 d500 K1000 d1500 K2000 T2000 C2147483647,2147483647 c F c | 11111[2000][0 500/1000 1500/2000!] | the largest ones
+    L9000 K0 d1900 K2000 d3000 T3000 C10,3 c F c | 1111[2000 3000][0 1900/2000 3000!] | which counts from the first frame of a group
+    L9000 K0 T0 C10,-1 c F c | 1[0!][0!] | or a negative one
+    L1000 K0:300 K10:300 T10 C0,10 L9000 d20:300 d30:400 d40:1 c F c L1000 K50:300 C0,10 d60:300 L9000 d70:401 d80:1 c F c | 11111[10 20 30!][10 20 30!]1111[50 60!][50 60!] | bytes up to the limit, nothing beyond it
+    L1000 K0:50 K10:350 K20:300 T20 C9,9 c L9000 d40:300 c F c | 111[20]1[10/20 40][0/10/20 40!] | held-back groups up to it
+    L1000 K0:50 K10:351 K20:299 T20 C9,9 c L9000 d40:351 c F c | 111[20]1[20 40][20 40!] | one byte more ends the growth backwards
+    L9000 d0 T0 C1,1 c L9000 K100 d600 d1101 c F c | 0[]111[100 600!][100 600!] | from an empty history
+    d0 T0 C1,0 c d40 c F c C1,0 K100 d600 c | 0[]0[!][!]11[100!] | without a duration one frame ends the wait, even one that nothing can hold)");
+}
+
+// Several of one stream, each to its own end; the oldest that waits is let go first.
+TEST_F(Clip, SharesFramesAndGivesThemBackAtOnce) {
+  ExpectRows(R"(
+    L1000 K0 d500 C0,1 C0,2 C0,60 d1000:300 o d1500:600 o K2000:600 C0,60 C0,60 L900 d2500:400 h c4 c5 | 111o20o011[2000][2000 2500!][2000 2500!] | refused by the history, taken by the clips
+    K0 C0,60 C0,60 F D o F1 D o | 1o1o0 | finished ones are dropped
+    K0:1000 d500:1000 C0,60 C0,60 C0,60 W2000:6 A2 W1999:6 c1 c3 o W0:0 c3 c2 W0:0 P B | 1101[-][0 500]o21[-][0 500]0-0 | but not one that the worker reads
+    L1000 K0:50 K100:401 K200:300 C10,60 d300:300 P B F c | 1111-2[200 300!] | what is held back when a group is refused
+    L1000 K0:50 K100:350 K200:300 C10,60 d250:700 P B F c | 1111-2[200 250!] | or when the clip is complete
+    K0 d500 K1000 d1500 K2000 d2500 K3000 d3500 K4000 d4500 K5000 d5500 C1,60 P1_1280x720_5 K6000 c o h | 1111111111111[4000 4500/5000 5500!]o0[6000] | another format completes it with what it has
+    K6 L0 C10,10 c | 1[6!] | a limit of 0 is like a duration of 0)");
 }
 
 TEST_F(Clip, OfStillImagesHoldsOnePicture) {
-  Feed("K1 K2 K3", kJpegStream);
-  const auto clip = set->TakeClip(kJpegStream, 10, 10, ready);
-  EXPECT_TRUE(clip->Complete());
-  EXPECT_EQ(Show(clip->Contents()), "3");
-  EXPECT_EQ(clip->Contents().Format().Width, 320);
+  EXPECT_EQ(Feed("K1 K2 K3 C10,10 c", kJpegStream), "111[3!]");
   Reset();
-  Feed("d0", kJpegStream);
-  const auto late = set->TakeClip(kJpegStream, 0, 10, ready);
-  Feed("K4 K5", kJpegStream);
-  EXPECT_EQ(Show(late->Contents()), "4");
-  Feed("K6");
-  set->SetByteLimit(0);
-  EXPECT_TRUE(Cut(10, 10)->Complete()) << "a limit of 0 is like a duration of 0";
-}
-
-TEST_F(Clip, SeveralTakeTheSameFramesEachToItsOwnEnd) {
-  Feed("L1000 K0 d500");
-  const auto first = Cut(0, 1), second = Cut(0, 2), third = Cut(0, 60);
-  EXPECT_EQ(Feed("d1000:300"), "1");
-  EXPECT_EQ(OpenClips(), 2u) << "the first is full";
-  EXPECT_EQ(Feed("d1500:600"), "0") << "nobody has room";
-  EXPECT_EQ(OpenClips(), 0u);
-  EXPECT_EQ(ready->calls, 3);
-  EXPECT_EQ(Feed("K2000:600"), "1");
-  const auto fourth = Cut(0, 60), fifth = Cut(0, 60);
-  EXPECT_EQ(Feed("L900 d2500:400"), "1") << "by the clips, though not by the history";
-  EXPECT_EQ(Show(History()), "2000");
-  EXPECT_EQ(Show(fourth->Contents()) + Show(fifth->Contents()), "2000 25002000 2500");
-  EXPECT_TRUE(fourth->Complete() && fifth->Complete());
-  Feed("K3000");
-  const auto open = Cut(0, 60), ended = Cut(0, 60);
-  ended->Finish(bin);
-  set->DropCompleteClips(bin);
-  EXPECT_EQ(OpenClips(), 1u);
-}
-
-TEST_F(Clip, TheOldestThatWaitIsLetGoFirst) {
-  Feed("K0:1000 d500:1000");
-  const auto oldest = Cut(0, 60);
-  const auto read = Cut(0, 60);
-  const auto open = Cut(0, 60);
-  const std::uint64_t all = set->WaitingBytes();
-  EXPECT_EQ(all, 2000 + 6 * sizeof(VideoFrame)) << "the frames count once";
-  EXPECT_FALSE(set->KeepWaitingWithin(all, bin));
-  set->HandOver(*read);  // the worker is at it
-  EXPECT_TRUE(set->KeepWaitingWithin(all - 1, bin));
-  EXPECT_TRUE(oldest->WasLetGo() && oldest->Complete() && oldest->Contents().Empty());
-  EXPECT_FALSE(open->WasLetGo());
-  EXPECT_EQ(ready->calls, 1);
-  EXPECT_EQ(OpenClips(), 2u);
-  EXPECT_TRUE(set->KeepWaitingWithin(0, bin));
-  EXPECT_TRUE(open->WasLetGo());
-  EXPECT_EQ(Show(read->Contents()), "0 500");
-  EXPECT_FALSE(set->KeepWaitingWithin(0, bin));
-  SelectStreams("");
-  EmptyBin();
-  EXPECT_EQ(host.FramesOut(), 2u) << "those of the clip that is read";
-}
-
-TEST_F(Clip, GivesBackAtOnceWhatItCanNoLongerUse) {
-  for (const char* const end : {"refused", "complete"}) {
-    Reset();
-    set->SetByteLimit(1000);
-    Feed("K0:50 K100:401 K200:300");
-    const auto clip = Cut(10, *end == 'r' ? 60 : 1);
-    Feed(*end == 'r' ? "d300:300" : "d1200:1");
-    SelectStreams("");  // the history goes, too
-    const std::uint32_t before = host.FramesReleased();
-    EmptyBin();
-    EXPECT_EQ(host.FramesReleased() - before, 2u) << end;
-    clip->Finish(bin);
-    EXPECT_EQ(Show(clip->Contents()), *end == 'r' ? "200 300" : "200 1200");
-  }
-}
-
-TEST_F(Clip, AFormatChangeCompletesItWithWhatItHas) {
-  Feed(kSixSeconds);
-  const auto clip = Cut(1, 60);
-  SelectStreams("3e9/1 1280x720 5");
-  EXPECT_EQ(Feed("K6000"), "1");
-  EXPECT_TRUE(clip->Complete());
-  EXPECT_EQ(ready->calls, 1);
-  EXPECT_EQ(Show(clip->Contents()), "4000 4500/5000 5500");
-  EXPECT_EQ(clip->Contents().Format().Width, 640);
-  EXPECT_EQ(OpenClips(), 0u);
-  EXPECT_EQ(Show(History()), "6000");
-  EXPECT_EQ(History().Format().Width, 1280);
+  EXPECT_EQ(Feed("d0 C0,10 K4 K5 c", kJpegStream), "011[4!]");
+  Feed("P1_1280x720_5 K6 C0,10 P1_640x480_5 K7");
+  EXPECT_EQ(cuts.back().first->Contents().Format().Width, 1280);
+  EXPECT_EQ(History().Format().Width, 640);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -38,7 +39,8 @@ inline SourceId SourceOf(std::int32_t number) {
 // The host's document of streams written as "ID/number widthxheight standard, ...", the identifier
 // in hexadecimal. A number of -1 is not given, so that the stream shows input 1.
 inline SystemDirectory MakeDirectory(const std::string& streams) {
-  std::string channels;
+  std::string text =
+      "<Device Number='1'><Context><Video><Input Number='1'/></Video><Codec><Encoder>";
   std::istringstream list(streams);
   for (std::string stream; std::getline(list, stream, ',');) {
     unsigned id = 0;
@@ -48,17 +50,13 @@ inline SystemDirectory MakeDirectory(const std::string& streams) {
     channel << "<Channel ID='" << id << "' Width='" << width << "' Height='" << height
             << "' Standard='" << standard;
     if (number != -1) channel << "' Number='" << number;
-    channels += channel.str() + "'/>";
+    text += channel.str() + "'/>";
   }
-  const std::string text = SystemDocument(
-      Devices("<Device Number='1'><Context><Video><Input Number='1'/></Video><Codec><Encoder>" +
-              channels + "</Encoder></Codec></Context></Device>"));
-  const ParsedDocument parsed = ParseDocument(text.data(), text.size());
-  return SystemDirectory(*parsed.Root());
+  text = SystemDocument(Devices(text + "</Encoder></Codec></Context></Device>"));
+  return SystemDirectory(*ParseDocument(text.data(), text.size()).Root());
 }
 
-class ReadyCounter : public INotifyReady {
- public:
+struct ReadyCounter : INotifyReady {
   void Ready() override { ++calls; }
   int calls = 0;
 };
@@ -71,8 +69,10 @@ class VideoTest : public ::testing::Test {
   }
 
   ~VideoTest() override {
-    set.reset();
+    SelectStreams("");
     EmptyBin();
+    cuts.clear();
+    EXPECT_EQ(set->WaitingBytes(), 0u);
     SetTickClock(MonotonicTick);
     EXPECT_EQ(host.FramesOut(), 0u);
     EXPECT_THAT(host.Problems(), ::testing::IsEmpty());
@@ -81,19 +81,19 @@ class VideoTest : public ::testing::Test {
   // Starts over with an empty set.
   void Reset(const std::string& streams = kUsualStreams) {
     EmptyBin();
+    cuts.clear();
     set.emplace(&FakeHost::Entry);
     SelectStreams(streams);
   }
 
-  // Lets dropped frames go, as the service does once it has unlocked.
   void EmptyBin() { bin = FrameBin{}; }
 
-  // A new document of the host; the inputs that are wanted.
   void SelectStreams(const std::string& streams, const std::set<std::int32_t>& numbers = {1, 2}) {
     std::set<SourceId> wanted;
     for (const std::int32_t number : numbers) wanted.insert(SourceOf(number));
-    set->SelectStreams(std::make_shared<const SystemDirectory>(MakeDirectory(streams)), wanted,
-                       bin);
+    const std::uint32_t before = host.FramesReleased();
+    set->SelectStreams(std::make_shared<SystemDirectory>(MakeDirectory(streams)), wanted, bin);
+    EXPECT_EQ(host.FramesReleased(), before) << "a frame went back under the lock";
   }
 
   // False when the frame was refused.
@@ -111,51 +111,124 @@ class VideoTest : public ::testing::Test {
     return accepted;
   }
 
-  // Delivers a frame at the current tick, in a buffer of its own.
+  // Delivers a frame at the current tick: two bytes of the host's own, "picture" with the tick's
+  // last figure, and zeros. More than 10,000 bytes are only said to be there.
   bool Push(std::int32_t streamId, bool isKey, std::uint32_t length = 100) {
-    return Deliver({streamId, isKey ? kKeyFrame : kDependent, 0, host.Lend(), length});
+    std::string bytes = "..picture" + std::to_string(now % 10);
+    bytes.resize(std::min(length, 10'000u));
+    return Deliver(
+        {streamId, isKey ? kKeyFrame : kDependent, std::min(length, 2u), host.Lend(bytes), length});
   }
 
-  // Delivers frames written as "K0 d40 K80:500": key or dependent, tick from the start, bytes
-  // unless they are 100; "L900" sets the limit. A digit for each one's answer.
-  std::string Feed(const std::string& frames, std::int32_t streamId = kH264Stream) {
+  // Takes steps, apart by blanks; their answers behind one another:
+  //   K0 d40 K80:500     a frame, key or dependent, its tick from the start, its bytes unless they
+  //                      are 100: 1 when it was taken, else 0
+  //   L900 T40           the byte limit; the tick
+  //   P1_641x480_5 P     the stream shows another input or format, or is no longer known
+  //   C10,60 F2 A2 E2 D  cuts a clip; finishes the second one, or the last; hands it over; forgets
+  //                      it; drops complete ones
+  //   c2 h               what a clip shows, "!" once it is complete, "-" when it was let go; the
+  //                      history
+  //   W90:2              keeps what waits within so many bytes and references: 1 if any was let go
+  //   o B                how many clips are open; empties the bin: how many frames went back
+  std::string Feed(const std::string& steps, std::int32_t streamId = kH264Stream) {
     std::string answers;
-    std::istringstream words(frames);
+    std::istringstream words(steps);
     for (std::string word; words >> word;) {
-      if (word[0] == 'L') {
-        set->SetByteLimit(static_cast<std::uint32_t>(std::stoul(word.substr(1))));
-        continue;
+      const char kind = word[0];
+      const auto number = static_cast<std::uint32_t>(std::strtoull(&word[1], nullptr, 10));
+      const std::size_t chosen = word.size() > 1 ? number - 1 : cuts.size() - 1;
+      if (kind == 'K' || kind == 'd') {
+        unsigned length = 100;
+        std::sscanf(&word[1], "%u:%u", &now, &length);
+        now += start;
+        answers += Push(streamId, kind == 'K', length) ? '1' : '0';
       }
-      unsigned length = 100;
-      std::sscanf(word.c_str() + 1, "%u:%u", &now, &length);
-      now += start;
-      answers += Push(streamId, word[0] == 'K', length) ? '1' : '0';
+      if (kind == 'L') set->SetByteLimit(number);
+      if (kind == 'T') now = start + number;
+      if (kind == 'P') {
+        std::replace(word.begin(), word.end(), '_', ' ');
+        SelectStreams(word.size() > 1 ? "3e9/" + word.substr(1) : "");
+      }
+      if (kind == 'C') {
+        std::int32_t before = 0, longest = 0;
+        std::sscanf(&word[1], "%d,%d", &before, &longest);
+        ready = std::make_shared<ReadyCounter>();
+        cuts.emplace_back(Cut(before, longest, streamId), ready);
+        if (cuts.back().first == nullptr) answers += "none";
+      }
+      if (kind == 'c') answers += Show(*cuts.at(chosen).first, cuts[chosen].second->calls);
+      if (kind == 'F') cuts.at(chosen).first->Finish(bin);
+      if (kind == 'A') set->HandOver(*cuts.at(chosen).first);
+      if (kind == 'E') cuts.erase(cuts.begin() + static_cast<std::ptrdiff_t>(chosen));
+      if (kind == 'D') set->DropCompleteClips(bin);
+      if (kind == 'W') {
+        const std::size_t references = std::stoul(word.substr(word.find(':') + 1));
+        const std::uint64_t limit = number + references * sizeof(VideoFrame);
+        answers += set->KeepWaitingWithin(limit, bin) ? '1' : '0';
+      }
+      if (kind == 'h') answers += "[" + Show(History(streamId)) + "]";
+      if (kind == 'o') answers += "o" + std::to_string(set->FindChannel(streamId)->OpenClips());
+      if (kind == 'B') {
+        const std::uint32_t before = host.FramesReleased();
+        EmptyBin();
+        answers += "-" + std::to_string(host.FramesReleased() - before);
+      }
     }
     return answers;
   }
 
-  // Arrival times, groups parted by slashes: "0 40/80 120".
-  std::string Show(const VideoBuffer& buffer) const {
-    std::string text;
-    for (const FrameGroup& group : buffer.Groups()) {
-      if (!text.empty()) text += '/';
-      for (const VideoFrame& frame : group.frames) {
-        if (!text.empty() && text.back() != '/') text += ' ';
-        text += std::to_string(frame.arrivalTime - start);
+  // Rows of steps, their answers and why, each at three places of the clock: with no wrap, and with
+  // one half-way to the first cut ("T") and right at it.
+  void ExpectRows(const std::string& table) {
+    for (const auto& row : Rows(table)) {
+      const std::size_t cut = row[0].find('T');
+      const std::size_t tick = cut == std::string::npos ? 40 : std::stoul(row[0].substr(cut + 1));
+      for (const std::size_t before : {std::size_t{0}, tick / 2, tick}) {
+        Reset();
+        start = 0u - static_cast<std::uint32_t>(before);
+        EXPECT_EQ(Feed(row[0]), row[1]) << row[2] << ", from tick " << start;
       }
     }
+  }
+
+  std::string Show(const CVideoEmailStream& clip, int readyCalls) const {
+    EXPECT_EQ(readyCalls, clip.Complete() ? 1 : 0);
+    const char* const end = clip.WasLetGo() ? "-]" : clip.Complete() ? "!]" : "]";
+    return "[" + Show(clip.Contents()) + end;
+  }
+  // Arrival times, groups parted by slashes: "0 40/80 120". The totals agree with them.
+  std::string Show(const VideoBuffer& buffer) const {
+    std::string text;
+    std::uint32_t bytes = 0, frames = 0, last = buffer.OldestTime() - start;
+    for (const FrameGroup& group : buffer.Groups()) {
+      const std::uint32_t before = bytes;
+      for (const VideoFrame& frame : group.frames) {
+        const bool isFirst = &frame == &group.frames.front();
+        text += (text.empty() ? ""
+                 : isFirst    ? "/"
+                              : " ") +
+                std::to_string(frame.arrivalTime - start);
+        EXPECT_TRUE(!isFirst || frame.IsKey());
+        EXPECT_LE(std::exchange(last, frame.arrivalTime - start), frame.arrivalTime - start);
+        bytes += frame.data->Length();
+        ++frames;
+      }
+      EXPECT_TRUE(!group.frames.empty() && group.bytes == bytes - before);
+    }
+    EXPECT_EQ(buffer.Bytes(), bytes);
+    EXPECT_EQ(buffer.Frames(), frames);
     return text;
   }
 
-  // A clip of the H.264 stream at the current tick.
-  std::shared_ptr<CVideoEmailStream> Cut(std::int32_t preTrigger, std::int32_t maxSeconds) {
-    return set->TakeClip(kH264Stream, preTrigger, maxSeconds, ready);
+  std::shared_ptr<CVideoEmailStream> Cut(std::int32_t preTrigger, std::int32_t maxSeconds,
+                                         std::int32_t streamId = kH264Stream) {
+    return set->TakeClip(streamId, preTrigger, maxSeconds, ready);
   }
 
   const VideoBuffer& History(std::int32_t streamId = kH264Stream) const {
     return set->FindChannel(streamId)->Buffer();
   }
-  std::size_t OpenClips() const { return set->FindChannel(kH264Stream)->OpenClips(); }
 
   FakeHost host;
   std::uint32_t start = 0;  // the tick that is written as 0
@@ -163,6 +236,7 @@ class VideoTest : public ::testing::Test {
   FrameBin bin;
   std::optional<VideoBufferSet> set;
   std::shared_ptr<ReadyCounter> ready = std::make_shared<ReadyCounter>();
+  std::vector<std::pair<std::shared_ptr<CVideoEmailStream>, std::shared_ptr<ReadyCounter>>> cuts;
 };
 
 }  // namespace tvx::test
