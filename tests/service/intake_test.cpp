@@ -101,10 +101,6 @@ class IntakeTest : public testing::Test {
     });
     return isSaveDue;
   }
-  static std::string Reviewer(const std::string& enabled) {
-    return "<Users><SecondReviewer Enabled='" + enabled + "'/></Users>";
-  }
-
   std::string Send(const std::string& entries, const std::string& elements = "") {
     const std::string text = EventDocument(entries, elements);
     return Run([&](ServiceState& state, IntakeOutcome& outcome) {
@@ -214,7 +210,8 @@ TEST_F(IntakeTest, DispatchesParksAndReleases) {
     EXPECT_EQ(Play(row[1]), row[2]) << row[0];
     Reset();
   }
-  EXPECT_EQ(state_->buffers.FindChannel(Source(2))->OpenClips(), 0u);
+  Play("3+ s99");
+  EXPECT_EQ(state_->buffers.FindChannel(Source(2))->OpenClips(), 0u) << "though it sends no more";
   Play("1+,3+g m1000 fg fy");  // is parked at the end
 }
 
@@ -339,49 +336,38 @@ TEST(Throttle, AdmitsEachProfileOnceAnInterval) {
 }
 
 TEST_F(IntakeTest, TellsWhichProfilesAChangeMayConcern) {
-  // Servers: description, address, port, SSL, user and password of each. Profiles: identifier,
-  // attributes and elements.
+  const auto server = [](const std::string& attributes, const std::string& login = "") {
+    return "<smtp" + Usually(attributes, "description", "A") + " " + attributes +
+           Usually(attributes, "address", "a") + "><Authentication" +
+           Usually(login, "username", "u") + " " + login + Usually(login, "password", "p") +
+           "/></smtp>";
+  };
+  const std::string a = server(""), b = server("description='B'");
+  const std::string both = Profile(1) + Profile(2);
   state_ = std::make_unique<ServiceState>(&FakeHost::Entry);
-  for (const auto& row : Rows(R"(
-    new profiles               |                               | 1;2   | 12
-    there was no server before | A a 25 0 u p                  | 1;2   | 12
-    nothing new                | A a 25 0 u p                  | 1;2   |
-    one more server            | A a 25 0 u p   B a 25 0 u p   | 1;2   |
-    another order              | B a 25 0 u p   A a 25 0 u p   | 1;2   |
-    one fewer                  | A a 25 0 u p                  | 1;2   | 12
-    one twice                  | A a 25 0 u p   A a 25 0 u p   | 1;2   |
-    and once again             | A a 25 0 u p                  | 1;2   | 12
-    another description        | B a 25 0 u p                  | 1;2   | 12
-    address                    | B b 25 0 u p                  | 1;2   | 12
-    port                       | B b 26 0 u p                  | 1;2   | 12
-    use of TLS                 | B b 26 1 u p                  | 1;2   | 12
-    user                       | B b 26 1 v p                  | 1;2   | 12
-    password                   | B b 26 1 v q                  | 1;2   | 12
-    a new profile              | B b 26 1 v q                  | 1;2;3 | 3
-    one has gone               | B b 26 1 v q                  | 1;2   |
-    no mail setting            | B b 26 1 v q                  | 1 attach='1' ThrottleSeconds='9';2 |
-    to                         | B b 26 1 v q                  | 1 <to>u@x</to><body>b</body>;2   | 1
-    cc                         | B b 26 1 v q                  | 1 <to>u@x</to><cc>c@x</cc><body>b</body>;2 | 1
-    bcc                        | B b 26 1 v q                  | 1 <to>u@x</to><cc>c@x</cc><bcc>b@x</bcc><body>b</body>;2 | 1
-    body                       | B b 26 1 v q                  | 1 <to>u@x</to><cc>c@x</cc><bcc>b@x</bcc><body>c</body>;2 | 1
-    back                       | B b 26 1 v q                  | 1;2   | 1
-    from                       | B b 26 1 v q                  | 1 from='g@x';2                   | 1
-    subject                    | B b 26 1 v q                  | 1 from='g@x' subject='t';2       | 1)")) {
-    std::string servers, profiles, text, description, address, port, tls, user, password;
-    std::istringstream words(row[1]);
-    while (words >> description >> address >> port >> tls >> user >> password) {
-      servers += "<smtp description='" + description + "' address='" + address + "' port='" + port +
-                 "' UseSSL='" + tls + "'><Authentication username='" + user + "' password='" +
-                 password + "'/></smtp>";
-    }
-    for (std::istringstream list(row[2]); std::getline(list, text, ';');) {
-      const std::size_t at = std::min(text.find('<'), text.size());
-      profiles += at == text.size()
-                      ? Profile(text[0] - '0', text.substr(1))
-                      : Profile(text[0] - '0', text.substr(1, at - 1), text.substr(at));
-    }
-    EXPECT_EQ(Update(Notify(profiles, "", servers)), row[3]) << row[0];
+  EXPECT_EQ(Update(Notify(both, "", "")), "12") << "new profiles";
+  for (const auto& [servers, affected] : std::vector<std::pair<std::string, const char*>>{
+           {a, "12"}, {a, ""}, {a + b, ""}, {b + a, ""}, {a, "12"}, {a + a, ""}, {a, "12"}}) {
+    EXPECT_EQ(Update(Notify(both, "", servers)), affected) << "from none to " << servers;
   }
+  for (const std::string& other :
+       {b, server("address='b'"), server("port='26'"), server("UseSSL='1'"),
+        server("", "username='v'"), server("", "password='q'")}) {
+    EXPECT_EQ(Update(Notify(both, "", other)), "12") << other;
+    EXPECT_EQ(Update(Notify(both, "", a)), "12") << other;
+  }
+  EXPECT_EQ(Update(Notify(both + Profile(3), "", a)), "3");
+  EXPECT_EQ(Update(Notify(both, "", a)), "") << "one has gone";
+  const std::string elements = "<to>t@x</to><body>b</body>";
+  for (const std::string& other :
+       {Profile(1, "from='g@x'"), Profile(1, "subject='t'"), Profile(1, "", "<to>u@x</to>"),
+        Profile(1, "", elements + "<cc>t@x</cc>"), Profile(1, "", elements + "<bcc>t@x</bcc>"),
+        Profile(1, "", "<to>t@x</to><body>c</body>")}) {
+    EXPECT_EQ(Update(Notify(other + Profile(2), "", a)), "1") << other;
+    EXPECT_EQ(Update(Notify(both, "", a)), "1") << other;
+  }
+  EXPECT_EQ(Update(Notify(Profile(1, "attach='1' ThrottleSeconds='9'") + Profile(2), "", a)), "")
+      << "no mail setting";
 }
 
 TEST_F(IntakeTest, ChangesReachWorkerAndFrameHistory) {
@@ -398,22 +384,22 @@ TEST_F(IntakeTest, ChangesReachWorkerAndFrameHistory) {
   EXPECT_FALSE(isTaken_) << "no video fits into mails of no size";
 }
 
+// Each step: of "SecondReviewer" what a document says, whether a save is due and the attachments are
+// told to be off, and whether the mode is on.
 TEST_F(IntakeTest, SecondReviewerModeGoesBothWays) {
   Update(Notify(Attaching(1, "") + Attaching(2, "") + Profile(6)));
   state_->configurationChanged = false;
-  for (const auto& row : Rows(R"(
-    5 | saves | on  | 1
-    1 |       | on  | 0
-    x |       | on  | 0
-    0 | saves | off | 0
-    0 |       | off | 0
-    1 | saves | on  | 0)")) {
+  const LogLine told{25, "Disabled all attachments for second reviewer mode."};
+  for (const std::string step :
+       {"5:save:told:on", "1:on", "x:on", "0:save:off", "0:off", "1:save:on"}) {
     host_.ClearLog();
-    EXPECT_EQ(TakeSystem(TwoCameras() + Reviewer(row[0])), row[1] == "saves") << row[0];
-    EXPECT_EQ(state_->config->secondReviewerMode, row[2] == "on");
-    EXPECT_EQ(host_.Log(),
-              std::vector<LogLine>(row[3] == "1" ? 1 : 0,
-                                   {25, "Disabled all attachments for second reviewer mode."}));
+    EXPECT_EQ(
+        TakeSystem(TwoCameras() + "<Users><SecondReviewer Enabled='" + step[0] + "'/></Users>"),
+        step.find("save") != std::string::npos)
+        << step;
+    EXPECT_EQ(state_->config->secondReviewerMode, step.find("on") != std::string::npos) << step;
+    EXPECT_EQ(host_.Log(), std::vector<LogLine>(step.find("told") != std::string::npos, told))
+        << step;
     EXPECT_FALSE(state_->config->profiles.at(1).attach || state_->config->profiles.at(2).attach);
   }
   EXPECT_FALSE(TakeSystem(TwoCameras()));
@@ -422,8 +408,7 @@ TEST_F(IntakeTest, SecondReviewerModeGoesBothWays) {
   config.profiles.at(1).attach = true;
   ReplaceConfig(std::move(config), *state_);
   EXPECT_EQ(Play("6+ 1+"), "6 1") << "a document that does not say leaves the mode on";
-  EXPECT_TRUE(last_->videos.empty());
-  EXPECT_EQ(last_->cameras.size(), 1u);
+  EXPECT_EQ(last_->videos.size() + 1, last_->cameras.size());
   EXPECT_EQ(host_.Log().at(1), (LogLine{50, "Attachments will be omitted for \"Profile 1\""}));
 }
 
