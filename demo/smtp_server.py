@@ -18,25 +18,56 @@ import warnings
 
 from aiosmtpd.smtp import SMTP, AuthResult
 
+REFUSALS = {"CONNECT": "554 Not you", "STARTTLS": "454 TLS not available", "AUTH": "535 Login refused",
+            "MAIL": "550 Sender refused", "RCPT": "550 Recipient refused", "DATA": "451 Try again later"}
+LOST = "lost"
+
 # To a server that counts from CRLF to CRLF an attachment is one line: its base64 ends lines in LF.
 SIZE_LIMIT = SMTP.line_length_limit = 1 << 30
+
+
+class Server(SMTP):
+    """Gives the replies of --refuse in place of its own."""
+
+    async def push(self, status):
+        text = status.decode() if isinstance(status, bytes) else status
+        refusals, greets = self.event_handler.refusals, not self.session.host_name
+        reply = refusals.get("CONNECT") if greets and text.startswith("220") else None
+        if (reply or text) == LOST:
+            self.transport.abort()
+        else:
+            await super().push(reply or status)
+
+    async def smtp_STARTTLS(self, arg):
+        if reply := self.event_handler.refusals.get("STARTTLS"):
+            await self.push(reply)
+        else:
+            await super().smtp_STARTTLS(arg)
 
 
 class Handler:
     def __init__(self, options):
         self.options = options
+        self.refusals = {stage: reply or REFUSALS[stage] for stage, _, reply in
+                         (it.partition("=") for it in options.refuse)}
         # A server that comes back goes on behind what it has kept before.
         self.count = len(list(options.mailbox.glob("*.eml")))
 
+    async def handle_MAIL(self, server, session, envelope, address, mail_options):
+        if reply := self.refusals.get("MAIL"):
+            return reply
+        envelope.mail_from = address
+        return "250 OK"
+
     async def handle_RCPT(self, server, session, envelope, address, rcpt_options):
-        if self.options.refuse == "RCPT":
-            return "550 Recipient refused"
+        if reply := self.refusals.get("RCPT"):
+            return reply
         envelope.rcpt_tos.append(address)
         return "250 OK"
 
     async def handle_DATA(self, server, session, envelope):
-        if self.options.refuse == "DATA":
-            return "451 Try again later"
+        if reply := self.refusals.get("DATA"):
+            return reply
         self.count += 1
         stem = self.options.mailbox / f"{self.count:04d}"
         stem.with_suffix(".eml").write_bytes(envelope.original_content)
@@ -50,6 +81,8 @@ class Handler:
         return "250 Kept"
 
     def authenticate(self, server, session, envelope, mechanism, auth_data):
+        if reply := self.refusals.get("AUTH"):
+            return AuthResult(success=False, handled=False, message=reply)
         given = auth_data.login + b":" + auth_data.password
         return AuthResult(success=given == os.fsencode(self.options.auth), handled=False,
                           auth_data=auth_data)
@@ -72,8 +105,9 @@ async def serve():
     parser.add_argument("--mailbox", type=pathlib.Path, required=True, help="folder for the messages")
     parser.add_argument("--auth", metavar="USER:PASSWORD", help="take mail with this login only")
     parser.add_argument("--tls", choices=["smtps", "starttls"], help="from the first byte, or offered")
-    parser.add_argument("--refuse", choices=["RCPT", "DATA"],
-                        help="refuse every recipient for good, or every message for now")
+    parser.add_argument("--refuse", metavar="STAGE[=REPLY]", action="append", default=[],
+                        help=f"at {', '.join(REFUSALS)}, answer so, as \"RCPT=450 Later\"; {LOST} breaks "
+                        "the connection. DATA is the whole message; RCPT alone refuses for good, DATA for now")
     options = parser.parse_args()
     # The library warns of logins without TLS and of its own past; both are meant here.
     warnings.simplefilter("ignore")
@@ -84,7 +118,7 @@ async def serve():
     context = tls_context(options.mailbox) if options.tls else None
     # The port may be held for this server by who told it.
     server = await asyncio.get_running_loop().create_server(
-        lambda: SMTP(handler, hostname="localhost", data_size_limit=SIZE_LIMIT,
+        lambda: Server(handler, hostname="localhost", data_size_limit=SIZE_LIMIT,
                      tls_context=context if options.tls == "starttls" else None,
                      authenticator=handler.authenticate, auth_required=options.auth is not None,
                      auth_require_tls=False,
