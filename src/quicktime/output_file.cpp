@@ -57,7 +57,7 @@ int OutputFile::Open(const std::string& path) {
 
 void OutputFile::LeaveRoom(std::size_t bytes) {
   written_ = bytes;
-  if (::lseek(descriptor_, static_cast<off_t>(bytes), SEEK_SET) < 0) Fail(errno, "seek in");
+  GoTo(bytes);
 }
 
 void OutputFile::AppendU32(std::uint32_t value) {
@@ -69,14 +69,8 @@ void OutputFile::AppendU32(std::uint32_t value) {
 
 void OutputFile::FillRoom(ByteView bytes) {
   WriteBlockAnd({});
-  std::size_t done = 0;
-  while (done < bytes.size) {
-    const ssize_t count =
-        ::pwrite(descriptor_, bytes.data + done, bytes.size - done, static_cast<off_t>(done));
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) Fail(count < 0 ? errno : EIO, "write");
-    done += static_cast<std::size_t>(count);
-  }
+  GoTo(0);
+  WriteBlockAnd(bytes);
 }
 
 void OutputFile::Commit() {
@@ -103,6 +97,10 @@ void OutputFile::Discard() noexcept {
   descriptor_ = -1;
   if (!partialPath_.empty()) ::unlink(partialPath_.c_str());
   partialPath_.clear();
+}
+
+void OutputFile::GoTo(std::size_t position) {
+  if (::lseek(descriptor_, static_cast<off_t>(position), SEEK_SET) < 0) Fail(errno, "seek in");
 }
 
 void OutputFile::Buffer(ByteView bytes) {

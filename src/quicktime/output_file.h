@@ -35,7 +35,8 @@ class OutputFile {
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  // 0 or errno. The file is for this user alone. What is at the path and is no regular file (a device) is written in place.
+  // 0 or errno. The file is for this user alone. What is at the path and is no regular file (a
+  // device) is written in place.
   int Open(const std::string& path);
   bool IsOpen() const { return descriptor_ >= 0; }
 
@@ -54,7 +55,7 @@ class OutputFile {
   // Length of the file so far, the room at its start included.
   std::uint64_t Position() const { return written_ + buffered_; }
 
-  // Writes everything out, then these bytes over the start of the file.
+  // Writes everything out, then these bytes over the start of the file; after that, only Commit.
   void FillRoom(ByteView bytes);
 
   // Closes the file and gives it its name.
@@ -64,6 +65,7 @@ class OutputFile {
   void Discard() noexcept;
 
  private:
+  void GoTo(std::size_t position);
   void Buffer(ByteView bytes);
   void WriteBlockAnd(ByteView bytes);
   void WriteAll(iovec* pieces, int count);
