@@ -171,10 +171,14 @@ TEST_F(ProcessChannelTest, CloseEndsEveryWait) {
 // The limit is on what is not read yet; a line may come in any pieces.
 TEST(LineBuffer, CutsAnEndlessTalkerThatNobodyReads) {
   ipc::LineBuffer buffer;
-  std::string text(kMaxUnreadOutput - 1, 'x');
+  std::string text;
   for (int i = 0; i < 3; ++i) {
+    text = std::string(kMaxUnreadOutput / 4, 'r') + '\n' + std::string(kMaxUnreadOutput / 2, 'x');
     buffer.Append(text.data(), text.size());
+    ASSERT_TRUE(buffer.TakeLine(text));  // what is read counts no more
     ASSERT_FALSE(buffer.TakeLine(text));
+    text.assign(kMaxUnreadOutput / 2 - 1, 'x');
+    buffer.Append(text.data(), text.size());
     buffer.Append("\nno room", 8);
     ASSERT_TRUE(buffer.TakeLine(text));
     ASSERT_EQ(text.size(), kMaxUnreadOutput - 1);

@@ -1,11 +1,14 @@
 // The eight exports, called as the host calls them.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "host/process_channel.h"
 #include "support/documents.h"
+#include "support/fake_programs.h"
 #include "support/plugin_driver.h"
 #include "support/temporary_folder.h"
 
@@ -43,6 +46,15 @@ class ExportsTest : public testing::Test {
   test::TemporaryFolder folder_;
   test::FakeHost host_;
 };
+
+TEST_F(ExportsTest, NothingIsSentToAHostThatHasUnloaded) {
+  host_.Answer(HostCommand::ChannelMessage, 1, 0);
+  const test::Exports call = test::LinkedExports();
+  Written(call.Load, LoadRequest{{}, 4711, &test::FakeHost::Entry});
+  Written(call.Unload, ReadRequest{});
+  TheProcessChannel().RunProgram({"./curl"});
+  EXPECT_TRUE(host_.Chunks().empty());
+}
 
 TEST_F(ExportsTest, WriteTheListedBytesAndNothingElse) {
   const test::Exports call = test::LinkedExports();
@@ -95,6 +107,30 @@ TEST_F(ExportsTest, WriteTellsFramesEventsAndTicksApart) {
                            "<Events>" + test::NotifyingEvent(7, 2) + "</Events>"));
   EXPECT_TRUE(plugin.Frame(kModuleId, true));
   EXPECT_FALSE(plugin.Frame(kModuleId + 1, true));
+}
+
+// The host may exit with its threads inside, which then outlive what is destroyed at the exit.
+TEST(Exit, LeavesWhatTheLentWorkerUses) {
+  static test::FakeHost* host;
+  static test::PluginDriver* plugin;
+  static constexpr auto kNotify = [](std::size_t count) {
+    plugin->Event(test::EventDocument(test::EventEntry(1, true, "", "<SourceGroup ID='3'/>")));
+    return host->WaitFor([&] { return host->Statuses().size() == count; });
+  };
+  const auto exit = [] {
+    std::atexit([] { std::_Exit(kNotify(2) ? 7 : 8); });  // the first registered runs last
+    const test::TemporaryFolder folder;
+    test::FakeHost aHost;
+    test::PluginDriver aPlugin(*(host = &aHost), test::LinkedExports());
+    plugin = &aPlugin;
+    test::FakePrograms programs(aHost, [](const std::string& chunk) { plugin->Report(chunk); });
+    plugin->Open();
+    plugin->Update(test::Change(test::Notify(test::Profile(1))));
+    plugin->StartLoops();
+    std::exit(kNotify(1) ? 0 : 1);
+  };
+  testing::FLAGS_gtest_death_test_style = "threadsafe";  // in a process that has used nothing yet
+  EXPECT_EXIT(exit(), testing::ExitedWithCode(7), "");
 }
 
 }  // namespace

@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <ctime>
 #include <deque>
 #include <functional>
@@ -22,10 +21,6 @@
 
 #include "base/clock.h"
 #include "config/event_types.h"
-#include "config/system_directory.h"
-#include "host/host_entry.h"
-#include "log/logger.h"
-#include "mail/address.h"
 #include "service/message_text.h"
 #include "service/notify_service.h"
 #include "service/web_link_step.h"
@@ -196,23 +191,6 @@ TEST_F(ServiceTest, AFileThatCannotBeReadIsNeitherReplacedNorPublished) {
       host_.Log().back().text,
       "The configuration could not be saved to notify.xml and holds until the server stops: " +
           why);
-}
-
-// The host may exit while its threads are inside. What is registered first runs last.
-TEST(Exit, LeavesWhatLentThreadsUse) {
-  static constexpr auto kUse = [] {
-    std::string address = "to a@b.c";
-    GetLogger()->SetFileName("notifylog.txt");
-    return TickNow() == 'x' && ValidateAddress(address) &&
-           SystemDirectory().GroupMembers({1}).empty();
-  };
-  const auto exit = [] {
-    std::atexit([] { std::_Exit(kUse() ? 7 : 8); });
-    SetTickClock([text = std::string(99, 'x')] { return static_cast<std::uint32_t>(text[0]); });
-    std::exit(kUse() ? 0 : 1);
-  };
-  testing::FLAGS_gtest_death_test_style = "threadsafe";  // in a process that has used nothing yet
-  EXPECT_EXIT(exit(), testing::ExitedWithCode(7), "");
 }
 
 TEST_F(ServiceTest, ChangesAreSavedPublishedAndReported) {

@@ -70,10 +70,10 @@ void FakeHost::TakeBack(const void* handle) {
 
 void FakeHost::CheckForm(const HostRequest& request, const HostReply& reply) {
   // The host's own numbers, not the plug-in's names for them.
-  static const std::map<std::uint32_t, std::uint32_t> kPayloadKinds = {
+  const std::map<std::uint32_t, std::uint32_t> payloadKinds = {
       {4, 0x1000010}, {32, 0x1000000}, {64, 0x1000002}, {256, 0x1000010}, {512, 0}, {8192, 0}};
   const auto command = static_cast<std::uint32_t>(request.command);
-  const auto kind = kPayloadKinds.find(command);
+  const auto kind = payloadKinds.find(command);
   const bool isDocument = command == 4 || command == 256;
   HostRequest expected{};
   expected.size = 184;
@@ -82,7 +82,7 @@ void FakeHost::CheckForm(const HostRequest& request, const HostReply& reply) {
   expected.length = command == 512 || command == 32 ? 0 : request.length;
   expected.payload = request.payload;
   expected.command = request.command;
-  expected.payloadKind = static_cast<PayloadKind>(kind == kPayloadKinds.end() ? ~0u : kind->second);
+  expected.payloadKind = static_cast<PayloadKind>(kind == payloadKinds.end() ? ~0u : kind->second);
   if (command == 64) expected.level = request.level;
   if (std::memcmp(&expected, &request, sizeof(request)) != 0 || reply.size != 12 ||
       reply.version != 1 ||
