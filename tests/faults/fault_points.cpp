@@ -5,7 +5,6 @@
 #include "faults/fault_points.h"
 
 #include <dlfcn.h>
-#include <execinfo.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
@@ -29,7 +28,6 @@ std::atomic<bool> armed;
 std::atomic<Kind> armedKind;
 std::atomic<unsigned> left;
 std::atomic<bool> struck;
-std::atomic<bool> traced;
 
 // What is done for the fault itself does not count.
 struct Aside {
@@ -37,25 +35,11 @@ struct Aside {
   ~Aside() { inPlugin = before; }
 };
 
-void PrintTrace() {
-  void* frames[40];
-  const int count = backtrace(frames, 40);
-  backtrace_symbols_fd(frames, count, STDERR_FILENO);
-}
-
-bool IsDue(Kind kind) {
-  if (!inPlugin || !armed || armedKind != kind) return false;
-  if (left.fetch_sub(1) != 1) return false;
-  struck = true;
-  armed = false;
-  const Aside aside;
-  if (traced) PrintTrace();
-  return true;
-}
-
 // True, and errno set, when this call is to fail.
 bool Fails(Kind kind, int error) {
-  if (!IsDue(kind)) return false;
+  if (!inPlugin || !armed || armedKind != kind || left.fetch_sub(1) != 1) return false;
+  struck = true;
+  armed = false;
   errno = error;
   return true;
 }
@@ -76,16 +60,13 @@ void Arm(Kind kind, unsigned n) {
   armed = true;
 }
 
-void Disarm() {
+bool Disarm() {
   armed = false;
+  return struck;
 }
 
 bool HasStruck() {
   return struck;
-}
-
-void TraceStrike() {
-  traced = true;
 }
 
 bool NoteSide(bool isInPlugin) {
@@ -145,8 +126,6 @@ REPLACE(Write, ENOSPC, -1, ssize_t, write, (int file, const void* bytes, std::si
         (file, bytes, count), true)
 REPLACE(Write, ENOSPC, -1, ssize_t, writev, (int file, const iovec* pieces, int count),
         (file, pieces, count), true)
-REPLACE(Write, ENOSPC, -1, ssize_t, pwrite,
-        (int file, const void* bytes, std::size_t count, off_t at), (file, bytes, count, at), true)
 REPLACE(Write, ENOSPC, -1, ssize_t, pwrite64,
         (int file, const void* bytes, std::size_t count, off64_t at), (file, bytes, count, at),
         true)
@@ -158,7 +137,6 @@ REPLACE(Remove, EIO, -1, int, unlink, (const char* path), (path), false)
 REPLACE(Remove, EIO, -1, int, unlinkat, (int folder, const char* path, int flags),
         (folder, path, flags), false)
 REPLACE(Remove, EIO, -1, int, remove, (const char* path), (path), false)
-REPLACE(Remove, EIO, -1, int, rmdir, (const char* path), (path), false)
 
 // A mode is passed on whether there is one or not.
 #define REPLACE_OPEN(name, parameters, arguments)                           \
@@ -169,9 +147,7 @@ REPLACE(Remove, EIO, -1, int, rmdir, (const char* path), (path), false)
     va_end(rest);                                                           \
     return Fails(Kind::Open, EMFILE) ? -1 : Hidden(#name, &name) arguments; \
   }
-REPLACE_OPEN(open, (const char* path, int flags, ...), (path, flags, mode))
 REPLACE_OPEN(open64, (const char* path, int flags, ...), (path, flags, mode))
-REPLACE_OPEN(openat, (int folder, const char* path, int flags, ...), (folder, path, flags, mode))
 REPLACE_OPEN(openat64, (int folder, const char* path, int flags, ...), (folder, path, flags, mode))
 
 REPLACES int __openat64_2(int folder, const char* path, int flags) {

@@ -15,13 +15,9 @@ constexpr Kind kKinds[] = {Kind::Allocation, Kind::Write, Kind::Open, Kind::Rena
 
 // Lets the n-th call of this kind fail from now on, n from 1, and no other.
 void Arm(Kind kind, unsigned n);
-void Disarm();
-
-// Whether the armed fault has struck.
+// Whether the armed fault has struck. Disarm: and no later call fails.
 bool HasStruck();
-
-// Prints where it strikes, for whoever looks into one fault.
-void TraceStrike();
+bool Disarm();
 
 // This thread goes into the plug-in, where its calls count, or out to the host. Returns where it was.
 bool NoteSide(bool isInPlugin);
