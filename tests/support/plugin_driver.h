@@ -8,13 +8,10 @@
 // Threads: one at a time calls the operations, but Report, which any thread may call.
 #pragma once
 
-#include <dlfcn.h>
-
 #include <cstdint>
 #include <exception>
 #include <memory>
 #include <new>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -42,18 +39,9 @@ struct Exports {
   Export Load, Open, Close, Read, Write, Seek, Ioctl, Unload;
 };
 
-// Those of the core that the program is linked with, or of a built library, which stays loaded.
+// Those of the core that the program is linked with.
 inline Exports LinkedExports() {
   return {::Load, ::Open, ::Close, ::Read, ::Write, ::Seek, ::IOCTL, ::Unload};
-}
-inline Exports LoadedExports(const char* path) {
-  void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-  if (library == nullptr) throw std::runtime_error(dlerror());
-  const auto find = [&](const char* name) {
-    return reinterpret_cast<Export>(dlsym(library, name));
-  };
-  return {find("Load"),  find("Open"), find("Close"), find("Read"),
-          find("Write"), find("Seek"), find("IOCTL"), find("Unload")};
 }
 
 class PluginDriver {
