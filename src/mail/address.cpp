@@ -1,29 +1,29 @@
 #include "mail/address.h"
 
-#include <boost/regex.hpp>
-#include <exception>
-
-#include "base/immortal.h"
+#include <algorithm>
+#include <string_view>
 
 namespace tvx {
 namespace {
 
-struct Pattern {
-  boost::regex address{"[a-zA-Z0-9.!#$%&'*+/=?^_`{}|~-]+@[a-zA-Z0-9.-]+"};
-};
+// What may stand before the "@"; the beginning of it may stand behind it.
+constexpr std::string_view kLocalPart =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-"
+    "!#$%&'*+/=?^_`{}|~";
+constexpr std::string_view kDomain = kLocalPart.substr(0, 64);
 
 }  // namespace
 
 bool ValidateAddress(std::string& text) {
-  try {
-    static const Immortal<Pattern> pattern;
-    boost::smatch match;
-    if (!boost::regex_search(text, match, pattern.value.address)) return false;
-    text = std::string(match[0].first, match[0].second);
+  for (std::size_t at = text.find('@'); at != std::string::npos; at = text.find('@', at + 1)) {
+    const std::size_t begin = at == 0 ? 0 : text.find_last_not_of(kLocalPart, at - 1) + 1;
+    const std::size_t end = std::min(text.find_first_not_of(kDomain, at + 1), text.size());
+    if (begin == at || end == at + 1) continue;
+    text.erase(end);
+    text.erase(0, begin);
     return true;
-  } catch (const std::exception&) {
-    return false;  // too complex a text is no address either
   }
+  return false;
 }
 
 }  // namespace tvx

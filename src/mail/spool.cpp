@@ -11,21 +11,26 @@ namespace fs = boost::filesystem;
 
 namespace {
 
-// Kept for good, since the host may change its working directory later.
-struct Directory {
-  Directory() {
-    boost::system::error_code error;
-    const fs::path absolute = fs::absolute(kDataFolder, error);
-    path = error ? std::string(kDataFolder) : absolute.string();
-  }
-  std::string path;
-};
+// Kept, since the host may change its working directory later. Empty until somebody asks.
+std::string& KeptDirectory() {
+  static Immortal<std::string> path;
+  return path.value;
+}
 
 }  // namespace
 
 const std::string& DataDirectory() {
-  static Immortal<Directory> directory;
-  return directory.value.path;
+  std::string& path = KeptDirectory();
+  if (path.empty()) {
+    boost::system::error_code error;
+    const fs::path absolute = fs::absolute(kDataFolder, error);
+    path = error ? std::string(kDataFolder) : absolute.string();
+  }
+  return path;
+}
+
+void ForgetDataDirectory() noexcept {
+  std::string().swap(KeptDirectory());
 }
 
 void ClearSpool(HostServiceEntry host) {

@@ -12,7 +12,7 @@ import road
 from road import DELIVERED, FAILED, SpeedTest, event_document, events, notify_document, profile
 
 SANITIZERS = os.environ.get("NOTIFYPI_SANITIZE", "")
-SUPPRESSIONS = pathlib.Path(__file__).parent
+SUPPRESSIONS = pathlib.Path(__file__).with_name("helgrind.supp")
 
 # A camera of each kind: stream, as the host command names its codec, and the encoder for it.
 CAMERAS = (
@@ -82,10 +82,10 @@ class InstrumentedTest(SpeedTest):
         """No data race, no misuse of locks, no locks taken in two orders."""
         # It finds as much in a third of the time, and tells less of a race's other side.
         self.play(1, self.valgrind("--tool=helgrind", "--history-level=approx",
-                                   f"--suppressions={SUPPRESSIONS}/helgrind.supp"))
+                                   f"--suppressions={SUPPRESSIONS}"))
 
     def test_memcheck(self):
         """No misuse of memory; neither memory nor a file that is not given back."""
         self.play(2, [] if SANITIZERS else self.valgrind(
             "--leak-check=full", "--show-leak-kinds=all", "--errors-for-leak-kinds=all",
-            "--track-fds=yes", f"--suppressions={SUPPRESSIONS}/memcheck.supp"))
+            "--track-fds=yes"))

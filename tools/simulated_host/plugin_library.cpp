@@ -1,9 +1,6 @@
 #include "simulated_host/plugin_library.h"
 
 #include <dlfcn.h>
-#if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/lsan_interface.h>
-#endif
 
 #include <array>
 #include <chrono>
@@ -65,10 +62,6 @@ const char* ReportName(std::uint32_t kind) {
 }  // namespace
 
 void PluginLibrary::Closer::operator()(void* library) const {
-#if defined(__SANITIZE_ADDRESS__)
-  // What the plug-in keeps for good can be reached only as long as it is loaded.
-  __lsan_do_leak_check();
-#endif
   dlclose(library);
 }
 
