@@ -56,6 +56,11 @@ struct client {
   LineBuffer errors GUARDED_BY(mutex);
   // Key in the table of pending programs. Written once, before the program can report.
   std::uint32_t request = 0;
+
+  bool IsRunning() EXCLUDES(mutex) {
+    MutexLock lock(mutex);
+    return state == State::Running;
+  }
 };
 
 }  // namespace ipc

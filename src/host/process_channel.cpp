@@ -189,13 +189,17 @@ bool ProcessChannel::IsClosed() {
   return closed_;
 }
 
-bool ReadLine(ipc::client& program, OutputStream stream, std::string& line) {
+bool ReadLine(ipc::client& program, OutputStream stream, std::string& line, Deadline deadline) {
   MutexLock lock(program.mutex);
   ipc::LineBuffer& buffer = stream == OutputStream::Output ? program.output : program.errors;
   for (;;) {
     if (buffer.TakeLine(line)) return true;
     if (program.state != ipc::State::Running) return buffer.TakeRest(line);
-    program.changed.Wait(program.mutex);
+    if (deadline == Deadline::max()) {
+      program.changed.Wait(program.mutex);
+    } else if (program.changed.WaitUntil(program.mutex, deadline)) {
+      return false;
+    }
   }
 }
 

@@ -13,6 +13,7 @@
 // Errors:  results, never exceptions but memory exhaustion.
 #pragma once
 
+#include <boost/chrono/system_clocks.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -88,9 +89,12 @@ class ProcessChannel {
 
 enum class OutputStream { Output = 1, Errors = 2 };
 
-// Waits for the next line of a program's output or errors. The last line may lack its line feed.
-// False once the program is no longer running and everything has been read.
-bool ReadLine(ipc::client& program, OutputStream stream, std::string& line);
+// Waits for the next line of a program's output or errors, until a time if one is given. The last
+// line may lack its line feed. False once the program is no longer running and everything has been
+// read, or when the time has come.
+using Deadline = boost::chrono::steady_clock::time_point;
+bool ReadLine(ipc::client& program, OutputStream stream, std::string& line,
+              Deadline deadline = Deadline::max());
 
 // The channel of this library: one per process, as the host sees it.
 ProcessChannel& TheProcessChannel();

@@ -69,7 +69,9 @@ bool SendGroup(const NotifyWorkItem& item, const MessageContent& content,
   FilesOfScope messageFile(stream);
   messageFile.Add(MessagePath(content, part, partCount, helper.messageCounter));
 
-  if (!ComposeAndClose(content, group, part, partCount, helper, stream, pending)) {
+  // Nothing will be launched once the host stops: what is left to do is to say so.
+  if (!helper.IsStopped() &&
+      !ComposeAndClose(content, group, part, partCount, helper, stream, pending)) {
     HostLog(kModuleId, helper.Host(), LogLevel::Error,
             "Failed to prepare email notification file. (Profile Description: %s)", profile);
     return false;
@@ -95,10 +97,14 @@ ProfileStatus ProcessNotification(NotifyWorkItem& item, const NotifyConfig& snap
   }
   OmitAttachmentsIfForbidden(item, snapshot, helper.Host());
 
+  if (helper.IsStopped()) item.videos.clear();
   FilesOfScope attachmentFiles(stream);
-  const AttachmentGroups groups = PrepareVideoAttachments(
-      item.videos, MegabytesToBytes(item.config->EmailSizeLimitMB), DataDirectory(), helper.Host(),
-      [&](const std::string& path) { attachmentFiles.Add(path); });
+  const AttachmentGroups groups =
+      PrepareVideoAttachments(item.videos, MegabytesToBytes(item.config->EmailSizeLimitMB),
+                              DataDirectory(), helper.Host(), [&](const std::string& path) {
+                                attachmentFiles.Add(path);
+                                return !helper.IsStopped();
+                              });
   item.videos.clear();  // the frames are the host's again while the mail is on its way
 
   MessageContent content = ContentOf(item);

@@ -17,6 +17,7 @@
 #include "host/host_entry.h"
 #include "log/host_log.h"
 #include "log/logger.h"
+#include "mail/spool.h"
 #include "service/config_change.h"
 #include "service/event_document.h"
 #include "service/event_intake.h"
@@ -54,8 +55,12 @@ NotifyService::NotifyService(HostServiceEntry host, ProcessChannel& channel)
   GetLogger()->SetFileName("notifylog.txt");
 }
 
-void NotifyService::Open() {
-  const bool smtps = CurlSupportsSmtps();
+NotifyService::~NotifyService() {
+  ForgetDataDirectory();
+}
+
+void NotifyService::Open(boost::chrono::milliseconds curlLimit) {
+  const bool smtps = CurlSupportsSmtps(curlLimit);
   SendHostDocument(host_, HostCommand::ConfigDocument, RegistrationDocument());
   if (LoadConfiguration(smtps) == LoadOutcome::Loaded) {
     HostLog(kModuleId, host_, LogLevel::Information, "Loaded configuration from disk successfully");
@@ -67,13 +72,19 @@ void NotifyService::Open() {
   SaveAndPublish();
 }
 
-bool NotifyService::CurlSupportsSmtps() {
+bool NotifyService::CurlSupportsSmtps(boost::chrono::milliseconds limit) {
   const auto program = channel_.RunProgram({"./curl", "-V"});
+  const auto deadline = boost::chrono::steady_clock::now() + limit;
   bool supported = false;
-  for (std::string line; ReadLine(*program, OutputStream::Output, line);) {
+  for (std::string line; boost::chrono::steady_clock::now() < deadline &&
+                         ReadLine(*program, OutputStream::Output, line, deadline);) {
     supported = supported || line.find("smtps") != std::string::npos;
   }
-  return supported;
+  if (!program->IsRunning()) return supported;
+  HostLog(
+      kModuleId, host_, LogLevel::Warning,
+      "./curl -V does not end. It is not waited for any longer, and taken as one without smtps");
+  return false;
 }
 
 LoadOutcome NotifyService::LoadConfiguration(bool curlSupportsSmtps) {

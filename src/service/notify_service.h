@@ -10,6 +10,7 @@
 // Errors:  none are reported; they are logged. Only memory exhaustion leaves by exception.
 #pragma once
 
+#include <boost/chrono/duration.hpp>
 #include <cstdint>
 #include <list>
 #include <memory>
@@ -35,11 +36,13 @@ class NotifyService : public IStatusReceiver {
  public:
   // The channel outlives the service.
   NotifyService(HostServiceEntry host, ProcessChannel& channel);
+  ~NotifyService() override;
 
   // Finds out what the transfer program can do, announces the module, loads the configuration from
   // its file and publishes it. Waits for the program, whose reports come on other threads
-  // meanwhile.
-  void Open() EXCLUDES(intakeMutex_);
+  // meanwhile, and once it runs no longer than this for its answer.
+  void Open(boost::chrono::milliseconds curlLimit = boost::chrono::seconds(10))
+      EXCLUDES(intakeMutex_);
 
   // Ends the worker at its next turn, before anything that is still queued.
   void Stop() noexcept;
@@ -62,7 +65,7 @@ class NotifyService : public IStatusReceiver {
   void ReportStatus(std::int32_t profileId, ProfileStatus status) override;
 
  private:
-  bool CurlSupportsSmtps();
+  bool CurlSupportsSmtps(boost::chrono::milliseconds limit);
   LoadOutcome LoadConfiguration(bool curlSupportsSmtps) EXCLUDES(intakeMutex_);
   // A configuration to save and publish, and for each change since the one before the profiles
   // that it affects.

@@ -69,7 +69,7 @@ std::string AttachmentLine(const std::string& path, const CVideoEmailStream& cli
 AttachmentGroups PrepareVideoAttachments(const std::vector<AttachmentSource>& sources,
                                          std::uint32_t sizeLimit, const std::string& directory,
                                          HostServiceEntry host,
-                                         const std::function<void(const std::string&)>& onFile) {
+                                         const std::function<bool(const std::string&)>& onFile) {
   AttachmentGroups groups(1);
   std::uint64_t groupBytes = 0;
   for (const AttachmentSource& source : sources) {
@@ -81,8 +81,9 @@ AttachmentGroups PrepareVideoAttachments(const std::vector<AttachmentSource>& so
       groups.back().push_back({false, file.path, FailureText(path, file.error)});
       continue;
     }
+    bool areMoreWanted = false;
     try {
-      onFile(file.path);
+      areMoreWanted = onFile(file.path);
     } catch (...) {
       std::remove(file.path.c_str());  // nobody else knows of it
       throw;
@@ -95,6 +96,7 @@ AttachmentGroups PrepareVideoAttachments(const std::vector<AttachmentSource>& so
     groups.back().push_back({true, file.path, {}});
     HostLog(kModuleId, host, LogLevel::Information, "%s",
             AttachmentLine(file.path, *source.clip).c_str());
+    if (!areMoreWanted) break;
   }
   return groups;
 }

@@ -22,10 +22,10 @@ using AttachmentGroups = std::vector<std::vector<AttachmentEntry>>;
 
 // Writes a file into the directory for each source that has a clip. sizeLimit is in bytes of clip
 // data a message, 0 for no limit; a clip that is larger goes alone. onFile is told of every file
-// that was written; when that throws, the file is removed.
+// that was written and says whether more of them are wanted; when it throws, the file is removed.
 AttachmentGroups PrepareVideoAttachments(const std::vector<AttachmentSource>& sources,
                                          std::uint32_t sizeLimit, const std::string& directory,
                                          HostServiceEntry host,
-                                         const std::function<void(const std::string&)>& onFile);
+                                         const std::function<bool(const std::string&)>& onFile);
 
 }  // namespace tvx

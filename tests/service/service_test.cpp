@@ -64,7 +64,7 @@ class ServiceTest : public testing::Test {
 
   ServiceTest() {
     programs_.OnRun([this](const Launch& launch) {
-      if (launch.arguments.size() == 2) return ProgramEnd{0, version_};
+      if (launch.arguments.size() == 2) return ProgramEnd{0, version_, false, version_.empty()};
       mails_.push_back(*(launch.arguments.end() - 2));
       texts_.push_back(ReadFile(mails_.back()));
       if (awaitsFrames_) {
@@ -403,6 +403,37 @@ TEST_F(ServiceTest, ABlockedLaunchDoesNotHoldUpTheStop) {
   watchdog.join();
   EXPECT_EQ(programs_.Launches().size(), 2u);
   EXPECT_EQ(host_.Statuses(), (Texts{"1:1"})) << "an end that nobody saw is no delivery";
+}
+
+TEST_F(ServiceTest, ACurlThatHangsDoesNotHoldUpTheStart) {
+  version_.clear();
+  service_.Open(boost::chrono::milliseconds(10));
+  EXPECT_EQ(
+      host_.Log()[0].text,
+      "./curl -V does not end. It is not waited for any longer, and taken as one without smtps");
+  EXPECT_FALSE(Saved("SSL="));
+}
+
+TEST_F(ServiceTest, NothingMoreIsWrittenOnceTheHostStops) {
+  Open(Notify(Gate(), "EmailSizeLimitMB='1'"));
+  Update(Cameras());
+  for (std::int32_t i = 1; i <= 5; ++i) EXPECT_TRUE(Frame(i, 400 << 10));
+  Send(Event(9, 5));
+  ::mkdir("data", 0700);
+  ::mkdir("data/notify-mail-1-1500000000-9-0", 0700);  // a message that is composed would fail
+  host_.OnCall([&] {
+    if (FileExists("data/1.jpg")) service_.Stop(), channel_.Close();
+  });
+  service_.RunWorker();
+  EXPECT_FALSE(FileExists("data/3.jpg") || FileExists("data/1.jpg"));
+  const auto log = host_.Log();
+  EXPECT_EQ(
+      std::count_if(log.begin(), log.end(),
+                    [](const LogLine& line) { return line.text.rfind("Attachment ", 0) == 0; }),
+      2);
+  EXPECT_EQ(host_.Logged("Failed to execute curl smtp operation using server Main. (Profile "
+                         "Description: Gate)"),
+            1);
 }
 
 TEST_F(ServiceTest, WhatWasAcceptedIsNotLostWithWhatFailed) {

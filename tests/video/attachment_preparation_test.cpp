@@ -35,7 +35,10 @@ class AttachmentPreparation : public VideoTest {
     host.ClearLog();
     files_.clear();
     return PrepareVideoAttachments(sources, limit, "data", &FakeHost::Entry,
-                                   [this](const std::string& path) { files_.push_back(path); });
+                                   [this](const std::string& path) {
+                                     files_.push_back(path);
+                                     return true;
+                                   });
   }
 
   using Lines = std::vector<LogLine>;
