@@ -128,7 +128,7 @@ class Host:
 
     def __init__(self, build, folder):
         self.command = [build / "notifypi", "host", "--plugin", build / "notifypi.so", "--script",
-                        "steps", "--directory", ".", "--pace", str(PACE), "--timeout", "60",
+                        "steps", "--in-place", "--pace", str(PACE), "--timeout", "60",
                         "--json"]
         self.folder = folder
 

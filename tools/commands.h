@@ -8,5 +8,6 @@ namespace tvx::tool {
 Command CheckCommand();
 Command HostCommand();
 Command PreviewCommand();
+Command TestCommand();
 
 }  // namespace tvx::tool

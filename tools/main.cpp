@@ -9,10 +9,10 @@
 
 int main(int argc, char** argv) {
   try {
-    return tvx::tool::RunCommand(
-        "notifypi", "Tool of the e-mail notification plug-in.",
-        {tvx::tool::HostCommand(), tvx::tool::CheckCommand(), tvx::tool::PreviewCommand()}, argc,
-        argv);
+    return tvx::tool::RunCommand("notifypi", "Tool of the e-mail notification plug-in.",
+                                 {tvx::tool::HostCommand(), tvx::tool::CheckCommand(),
+                                  tvx::tool::PreviewCommand(), tvx::tool::TestCommand()},
+                                 argc, argv);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "notifypi: %s\n", error.what());
     return 2;

@@ -92,6 +92,12 @@ class LogLinesTest(unittest.TestCase):
                           re.findall(r'\{"(\{[a-z ]+\}?)", (true|false), ', source)} |
                          {"{time format": False})
 
+    def test_causes_and_cures_are_those_of_the_screen(self):
+        source = (ROOT / "tools/delivery/failure_causes.cpp").read_text(encoding="utf-8")
+        table = re.findall(r"\{%s\}" % r",\s*".join([f"({LITERAL})"] * 5), source)
+        self.assertGreater(len(table), 30)
+        self.assertEqual(rows("exit", "delivery.md"), [[*map(text_of, row)] for row in table])
+
 
 if __name__ == "__main__":
     unittest.main()

@@ -217,7 +217,7 @@ class RoadTest(unittest.TestCase):
                     step = f"{step[0]} {path.name}"
                 file.write(step + "\n")
         return HostRun(self, *wrapper, COMMAND, "host", "--plugin", plugin, "--directory", self.folder,
-                       "--json", "--timeout", str(RUN_LIMIT), "--script", scenario,
+                       "--in-place", "--json", "--timeout", str(RUN_LIMIT), "--script", scenario,
                        *map(str, options))
 
     def run_host(self, *steps, **options):

@@ -1,7 +1,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
-#include <map>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -10,12 +9,11 @@
 
 #include "base/clock.h"
 #include "commands.h"
-#include "config/config_file.h"
 #include "config/notify_config.h"
+#include "preview/chosen_profile.h"
 #include "preview/preview.h"
 #include "preview/sample_event.h"
 #include "text/palette.h"
-#include "text/printable.h"
 
 namespace tvx::tool {
 namespace {
@@ -58,44 +56,6 @@ struct Arguments {
 
 [[noreturn]] void WrongUse(const std::string& text) {
   throw std::runtime_error(text);
-}
-
-std::string ListOf(const std::map<std::int32_t, NotifyProfile>& profiles) {
-  if (profiles.empty()) return "there is none";
-  std::string list = "there are";
-  for (const auto& [id, profile] : profiles) {
-    list += "\n  " + std::to_string(id) + "  \"" + Printable(profile.description) + "\"";
-  }
-  return list;
-}
-
-std::shared_ptr<const NotifyConfig> ReadConfiguration(const std::string& path) {
-  const auto config = std::make_shared<NotifyConfig>();
-  switch (TakeConfigDocument(ReadConfigFile(path), *config)) {
-    case LoadOutcome::Loaded:
-      return config;
-    case LoadOutcome::Missing:
-      WrongUse(path + ": there is no such file");
-    case LoadOutcome::Rejected:
-    case LoadOutcome::Failed:
-      break;
-  }
-  WrongUse(path + ": the plug-in cannot read this as a configuration: run \"notifypi check " +
-           path + "\"");
-}
-
-const NotifyProfile& ChooseProfile(const NotifyConfig& config, const Arguments& arguments) {
-  const auto& profiles = config.profiles;
-  if (!arguments.profile) {
-    if (profiles.size() == 1) return profiles.begin()->second;
-    WrongUse(arguments.file + ": which profile? " + ListOf(profiles));
-  }
-  const auto found = profiles.find(*arguments.profile);
-  if (found == profiles.end()) {
-    WrongUse(arguments.file + ": no profile " + std::to_string(*arguments.profile) + ", " +
-             ListOf(profiles));
-  }
-  return found->second;
 }
 
 void TakeEvent(Arguments& arguments) {
@@ -141,7 +101,7 @@ int Run(Arguments& arguments) {
   TakeAttachments(arguments);
   const std::shared_ptr<const NotifyConfig> config = ReadConfiguration(arguments.file);
   const Preview preview = MakePreview(arguments.event, arguments.attachments, config,
-                                      ChooseProfile(*config, arguments));
+                                      ChooseProfile(*config, arguments.profile, arguments.file));
   // Standard output is the message's when it is wanted there.
   if (arguments.eml == "") arguments.eml = kStandardOutput;
   std::FILE* out = arguments.eml == kStandardOutput ? stderr : stdout;

@@ -94,6 +94,33 @@ Description Describe(const ProgramEnd& end) {
       {"ended", Printable(end.program) + ": " + outcome + Format(" after %.3f s", end.seconds)}};
 }
 
+Description Describe(const Explanation& explanation) {
+  const FailureCause& it = *explanation.cause;
+  return {"reason",
+          {{"cause", it.cause}, {"cure", it.cure}},
+          {"reason", std::string(it.cause) + " " + it.cure}};
+}
+
+Description Describe(const TransferEnd& end) {
+  Json stages = Json::array();
+  std::string last;
+  for (const TransferStage& it : end.dialogue.Stages()) {
+    stages.push_back({{"stage", it.name}, {"passed", it.passed}, {"reply", it.reply}});
+    last = " (" + it.name + (it.reply.empty() ? ")" : ": " + Printable(it.reply) + ")");
+  }
+  Json fields = {{"request", end.request},
+                 {"server", end.dialogue.Server()},
+                 {"stages", stages},
+                 {"dialogue", end.dialogue.Lines()}};
+  std::string text = "taken by " + Printable(end.dialogue.Server()) + last;
+  if (end.cause != nullptr) {
+    fields["cause"] = end.cause->cause;
+    fields["cure"] = end.cause->cure;
+    text = "not " + text + ". " + end.cause->cause + " " + end.cause->cure;
+  }
+  return {"mail", fields, {"mail", text}};
+}
+
 Description Describe(const ProfileReport& report) {
   const std::string status = report.status == kStatusUnknown     ? "not known yet"
                              : report.status == kStatusDelivered ? "delivered"

@@ -7,10 +7,12 @@
 #include <vector>
 
 #include "commands.h"
+#include "config/config_file.h"
 #include "simulated_host/event_printers.h"
 #include "simulated_host/plugin_library.h"
 #include "simulated_host/simulated_host.h"
 #include "simulated_host/watch_printer.h"
+#include "simulated_host/working_copy.h"
 
 namespace tvx::tool {
 namespace {
@@ -43,8 +45,8 @@ constexpr const char* kFooter =
   mail-server up     start the command of --mail-server, and wait until it is up
   mail-server down   stop it, and wait until it is gone
 
-The mail server is a shell command that writes a line once it accepts mail. It runs in the working
-folder, from the start of the run on. Lines marked "retry" tell what becomes of the messages that
+The mail server is a shell command that writes a line once it accepts mail. It runs in the folder of
+--directory, from the start of the run on. Lines marked "retry" tell what becomes of the messages that
 could not be sent at once.
 
 With --speed, the plug-in's time passes N times faster, and with it the seconds of "wait" and those
@@ -71,15 +73,22 @@ What --json --bytes prints is for bug reports: every call and record between hos
 documents and the output of programs, but not the pictures. Passwords, cookies and tokens are hidden,
 and so is what programs read; addresses and the texts of e-mails are not.
 
-The plug-in runs ./curl, and keeps notify.xml and its spool, in the working folder.
+The plug-in runs ./curl, reads and writes notify.xml, and keeps its spool, in the working folder. That
+is a copy of the one given, removed at the end, with links to all but notify.xml and data/; so nothing
+of yours is changed. With --in-place it is the one given, as in a server: notify.xml is written anew,
+without comments and without what was skipped, and messages that data/ holds are removed.
 
-Exit status: 0 done; 1 the plug-in broke the contract, did not end in time, or the mail server did
-not come up; 2 wrong use.
+Lines marked "mail" tell what came of each attempt to send one, "reason" why one failed before that,
+or lacks its movie; both with what helps. For that the host adds "-v" to the arguments of curl.
+
+Exit status: 0 done; 1 the plug-in broke the contract, did not end in time, the mail server did not
+come up, or, with --expect-delivery, a mail was not delivered; 2 wrong use.
 )";
 
 struct Arguments {
   std::string plugin;
-  std::string directory;
+  std::string directory = ".";
+  bool inPlace = false;
   std::string mailServer;
   double speed = 1;
   std::string script;
@@ -92,22 +101,16 @@ struct Arguments {
   double timeLimit = 300;
   double settle = 12;  // more than the plug-in waits for a web server
   int repeat = 1;
+  bool expectDelivery = false;
   bool json = false;
   bool bytes = false;
   bool watch = false;
 };
 
-// Where the build leaves it, else where it is installed.
-std::string PluginOfCommand(const char* name) {
-  const fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
-  const fs::path installed = folder.parent_path() / "lib/notifypi" / name;
-  return (fs::exists(installed) && !fs::exists(folder / name) ? installed : folder / name).string();
-}
-
 // Only a plug-in built for it lets its clocks be driven.
 std::string Plugin(const Arguments& arguments) {
   if (!arguments.plugin.empty()) return fs::absolute(arguments.plugin).string();
-  return PluginOfCommand(arguments.speed == 1 ? "notifypi.so" : "notifypi-speed.so");
+  return PluginBesideCommand(arguments.speed == 1 ? "notifypi.so" : "notifypi-speed.so");
 }
 
 std::optional<std::vector<Step>> Steps(const Arguments& arguments) {
@@ -140,6 +143,11 @@ std::unique_ptr<TimelinePrinter> MakePrinter(const Arguments& arguments) {
   return std::make_unique<TextPrinter>(stdout);
 }
 
+// Nothing when there is none, as before the plug-in's first start.
+std::string ConfigurationIn(const fs::path& folder) {
+  return fs::exists(folder / kConfigFile) ? (folder / kConfigFile).string() : std::string();
+}
+
 int Run(const Arguments& arguments) {
   HostOptions options;
   options.plugin = Plugin(arguments);
@@ -151,10 +159,17 @@ int Run(const Arguments& arguments) {
   if (options.steps) options.timeLimit = arguments.timeLimit;
 
   Timeline timeline(MakePrinter(arguments), arguments.speed);
-  if (!arguments.directory.empty()) fs::current_path(arguments.directory);
+  options.mailServerFolder = fs::absolute(arguments.directory).string();
+  std::optional<WorkingCopy> copy;
+  if (!arguments.inPlace) {
+    copy.emplace(options.mailServerFolder, ConfigurationIn(options.mailServerFolder));
+    options.onAbandon = [&copy] { copy->Remove(); };
+  }
+  fs::current_path(copy ? copy->Path() : options.mailServerFolder);
   for (int run = 0; run < arguments.repeat && RunHost(options, timeline); ++run) {
   }
-  return timeline.Faults() == 0 ? 0 : 1;
+  const bool isFailed = arguments.expectDelivery && !timeline.IsDelivered();
+  return timeline.Faults() == 0 && !isFailed ? 0 : 1;
 }
 
 }  // namespace
@@ -169,8 +184,11 @@ Command HostCommand() {
         "The plug-in library (default: notifypi.so beside this command or in ../lib/notifypi from "
         "there; with --speed notifypi-speed.so)",
         ExistingFile{}},
-       {"--directory", &arguments->directory, "DIR", "Working folder (default: the current one)",
-        ExistingFolder{}},
+       {"--directory", &arguments->directory, "DIR",
+        "Working folder, of which a copy is used (default: the current one)", ExistingFolder{}},
+       {"--in-place", &arguments->inPlace, "",
+        "Work in the folder itself: the plug-in writes notify.xml anew, and clears and fills "
+        "data/"},
        {"--script",
         &arguments->script,
         "FILE",
@@ -197,6 +215,8 @@ Command HostCommand() {
         "Silence that ends the wait for events without a report (default: 12)", Range{0}},
        {"--repeat", &arguments->repeat, "N",
         "Load, run and unload the plug-in so many times (default: 1)", Range{1}},
+       {"--expect-delivery", &arguments->expectDelivery, "",
+        "Count it as a fault when a mail was not delivered, or none was"},
        {"--mail-server", &arguments->mailServer, "COMMAND",
         "Run a mail server by this shell command, for the script to take away"},
        {"--speed", &arguments->speed, "N",

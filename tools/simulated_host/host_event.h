@@ -12,6 +12,8 @@
 #include <variant>
 #include <vector>
 
+#include "delivery/failure_causes.h"
+#include "delivery/transfer_dialogue.h"
 #include "host/host_records.h"
 
 namespace tvx::tool {
@@ -55,6 +57,18 @@ struct ProgramEnd {
   std::string program;
   int waitStatus = 0;  // as waitpid gives it
   double seconds = 0;  // it ran
+};
+
+// What came of an attempt to send a mail to one server.
+struct TransferEnd {
+  std::uint32_t request = 0;
+  const FailureCause* cause = nullptr;  // null: the server has taken the mail
+  TransferDialogue dialogue;
+};
+
+// Why a mail failed, or lacks something, where no transfer tells it.
+struct Explanation {
+  const FailureCause* cause;
 };
 
 // One profile of a status document.
@@ -167,8 +181,8 @@ struct NotificationsAsked {
 
 using HostEvent =
     std::variant<HostAction, MailServerChange, LogLine, Launch, LaunchFailure, ProgramEnd,
-                 ProfileReport, Configuration, ModuleRegistration, WatchdogEvent, Fault,
-                 RetryChange, FeedStart, FeedEnd, FrameAccount, CallBegin, CallEnd, TickWrite,
-                 FrameWrite, FrameReturn, RequestTaken, NotificationsAsked>;
+                 TransferEnd, Explanation, ProfileReport, Configuration, ModuleRegistration,
+                 WatchdogEvent, Fault, RetryChange, FeedStart, FeedEnd, FrameAccount, CallBegin,
+                 CallEnd, TickWrite, FrameWrite, FrameReturn, RequestTaken, NotificationsAsked>;
 
 }  // namespace tvx::tool

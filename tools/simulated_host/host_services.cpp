@@ -81,7 +81,7 @@ void HostServices::Take(const HostRequest& request, const HostReply& reply) {
 void HostServices::TakeWellFormed(const HostRequest& request) {
   switch (request.command) {
     case HostCommand::Log:
-      timeline_.Record(LogLine{request.level, static_cast<const char*>(request.payload)});
+      TakeLogLine({request.level, static_cast<const char*>(request.payload)});
       return progress_.Happened();
     case HostCommand::Watchdog:
       return timeline_.Record(WatchdogEvent{});
@@ -94,6 +94,11 @@ void HostServices::TakeWellFormed(const HostRequest& request) {
     case HostCommand::ConfigDocument:
       return TakeConfiguration(Text(request));
   }
+}
+
+void HostServices::TakeLogLine(const LogLine& line) {
+  timeline_.Record(line);
+  if (const FailureCause* cause = CauseOfLogLine(line.text)) timeline_.Record(Explanation{cause});
 }
 
 void HostServices::TakeStatus(const std::string& text) {

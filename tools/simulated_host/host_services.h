@@ -33,6 +33,7 @@ class HostServices {
  private:
   void Take(const HostRequest& request, const HostReply& reply);
   void TakeWellFormed(const HostRequest& request);
+  void TakeLogLine(const LogLine& line);
   void TakeStatus(const std::string& text);
   void TakeConfiguration(const std::string& text);
 

@@ -20,8 +20,9 @@ constexpr std::size_t kMaxComplaints = 500;
 
 }  // namespace
 
-MailServer::MailServer(boost::asio::io_context& loop, Timeline& timeline, std::string command)
-    : loop_(loop), timeline_(timeline), command_(std::move(command)) {}
+MailServer::MailServer(boost::asio::io_context& loop, Timeline& timeline, std::string command,
+                       std::string folder)
+    : loop_(loop), timeline_(timeline), command_(std::move(command)), folder_(std::move(folder)) {}
 
 bool MailServer::Up() {
   if (command_.empty() || CurrentState() == State::Up) return true;
@@ -61,7 +62,8 @@ void MailServer::Start() {
   };
   reports.ended = [this](int, double) { Ended(complaints_); };
   program_ = std::make_shared<Program>(loop_, 0, std::move(reports));
-  if (const int error = program_->Start({"/bin/sh", "-c", command_})) {
+  if (const int error =
+          program_->Start({"/bin/sh", "-c", "cd \"$0\" || exit; " + command_, folder_})) {
     return Ended(std::generic_category().message(error));
   }
   program_->Feed({}, true);

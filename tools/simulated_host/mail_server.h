@@ -1,6 +1,6 @@
 // The host's mail server, which a scenario can take away and bring back.
 //
-// Runs a shell command in a process group of its own, in the working folder. It counts as up once
+// Runs a shell command in a process group of its own. It counts as up once
 // it has written its first line on standard output; what it writes later is dropped.
 //
 // Owns:    the processes of the command, until it is down.
@@ -25,8 +25,10 @@ struct ProgramOutput;
 
 class MailServer {
  public:
-  // Both references must outlive this object. An empty command: there is none.
-  MailServer(boost::asio::io_context& loop, Timeline& timeline, std::string command);
+  // Both references must outlive this object. The command runs in the folder; when it is empty,
+  // there is none.
+  MailServer(boost::asio::io_context& loop, Timeline& timeline, std::string command,
+             std::string folder);
   MailServer(const MailServer&) = delete;
   MailServer& operator=(const MailServer&) = delete;
 
@@ -52,6 +54,7 @@ class MailServer {
   boost::asio::io_context& loop_;
   Timeline& timeline_;
   const std::string command_;
+  const std::string folder_;
   std::shared_ptr<Program> program_;  // on the loop
   std::string complaints_;            // on the loop: the beginning of its standard error
   bool terminating_ = false;          // on the loop: it is being taken down

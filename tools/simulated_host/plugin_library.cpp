@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <vector>
 
 #include "simulated_host/result_record.h"
@@ -60,6 +61,13 @@ const char* ReportName(std::uint32_t kind) {
 }
 
 }  // namespace
+
+std::string PluginBesideCommand(const char* name) {
+  namespace fs = std::filesystem;
+  const fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
+  const fs::path installed = folder.parent_path() / "lib/notifypi" / name;
+  return (fs::exists(installed) && !fs::exists(folder / name) ? installed : folder / name).string();
+}
 
 void PluginLibrary::Closer::operator()(void* library) const {
   dlclose(library);

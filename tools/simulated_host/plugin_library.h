@@ -29,6 +29,10 @@ struct CallPurpose {
   const ChunkHeader* chunk = nullptr;  // in front of the payload
 };
 
+// Where the plug-in of this name is: beside the command, where the build leaves it, else where it is
+// installed.
+std::string PluginBesideCommand(const char* name);
+
 class PluginLibrary {
  public:
   // The timeline must outlive this object.

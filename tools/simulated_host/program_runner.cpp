@@ -1,14 +1,19 @@
 #include "simulated_host/program_runner.h"
 
 #include <signal.h>
+#include <sys/wait.h>
 
+#include <algorithm>
 #include <boost/asio/post.hpp>
 #include <cstring>
+#include <system_error>
 #include <utility>
 
+#include "delivery/failure_causes.h"
 #include "host/host_records.h"
 #include "simulated_host/format.h"
 #include "simulated_host/program.h"
+#include "simulated_host/retry_tracker.h"
 
 namespace tvx::tool {
 namespace {
@@ -33,11 +38,21 @@ std::vector<std::string> ReadLaunchDescription(std::uint32_t flags, const std::s
   return strings;
 }
 
+// Null: a server has taken the mail.
+const FailureCause* CauseOfEnd(int waitStatus, const TransferDialogue& dialogue) {
+  if (waitStatus == 0) return nullptr;
+  const auto& stages = dialogue.Stages();
+  const TransferStage stage = stages.empty() ? TransferStage() : stages.back();
+  const std::string exit =
+      WIFEXITED(waitStatus) ? std::to_string(WEXITSTATUS(waitStatus)) : "signal";
+  return &CauseOf(exit, stage.name, stage.reply);
+}
+
 }  // namespace
 
 ProgramRunner::ProgramRunner(boost::asio::io_context& loop, Timeline& timeline, Progress& progress,
-                             Deliver deliver)
-    : loop_(loop), timeline_(timeline), progress_(progress), deliver_(std::move(deliver)) {}
+                             Sender send)
+    : loop_(loop), timeline_(timeline), progress_(progress), send_(std::move(send)) {}
 
 ProgramRunner::~ProgramRunner() = default;
 
@@ -62,16 +77,27 @@ void ProgramRunner::Take(const void* chunk) {
 
 void ProgramRunner::Launch(std::uint32_t request, std::vector<std::string> arguments) {
   const std::string name = arguments.front();
-  timeline_.Record(tool::Launch{request, arguments});
+  const tool::Launch launch{request, arguments};
+  timeline_.Record(launch);
   if (programs_.count(request) != 0) {
     timeline_.Record(
         Fault{"a launch takes the identifier of a running program, " + Format("0x%x", request)});
     progress_.ProgramGone();
     return Report(request, kFailed, EBUSY);
   }
+  std::shared_ptr<TransferDialogue> dialogue;
+  if (!UploadedFile(launch).empty()) {
+    dialogue = std::make_shared<TransferDialogue>(arguments);
+    arguments.emplace_back("-v");
+  }
   Program::Reports reports;
-  reports.output = [this](const ProgramOutput& output) {
-    deliver_(&output.header, output.header.size);
+  reports.output = [this, dialogue](const ProgramOutput& output) {
+    const std::uint32_t kind = output.header.kind;
+    if (dialogue) {
+      Deliver(output.header.request, kind, dialogue->Take(kind == kErrors, output.Text()));
+    } else {
+      send_(&output.header, output.header.size);
+    }
     return true;
   };
   reports.ended = [this, request](int waitStatus, double seconds) {
@@ -81,10 +107,13 @@ void ProgramRunner::Launch(std::uint32_t request, std::vector<std::string> argum
   const int error = program->Start(arguments);
   if (error != 0) {
     timeline_.Record(LaunchFailure{request, name, error});
+    if (dialogue) {
+      timeline_.Record(Explanation{&CauseOf("start", "", std::generic_category().message(error))});
+    }
     Report(request, kFailed, static_cast<std::uint32_t>(error));
     return progress_.ProgramGone();
   }
-  programs_.emplace(request, Entry{name, program});
+  programs_.emplace(request, Entry{name, program, dialogue});
   Report(request, kRunning, 0);
   program->Run();
 }
@@ -98,14 +127,32 @@ void ProgramRunner::Feed(std::uint32_t request, std::string bytes, bool last) {
 void ProgramRunner::Ended(std::uint32_t request, int waitStatus, double seconds) {
   const auto entry = programs_.find(request);
   timeline_.Record(ProgramEnd{request, entry->second.name, waitStatus, seconds});
+  if (const auto dialogue = entry->second.dialogue) {
+    Deliver(request, kOutput, dialogue->TakeRest(0));
+    Deliver(request, kErrors, dialogue->TakeRest(1));
+    timeline_.Record(TransferEnd{request, CauseOfEnd(waitStatus, *dialogue), *dialogue});
+  }
   programs_.erase(entry);
   Report(request, kFinished, static_cast<std::uint32_t>(waitStatus));
   progress_.ProgramGone();
 }
 
+void ProgramRunner::Deliver(std::uint32_t request, std::uint32_t kind, std::string_view text) {
+  constexpr std::size_t kMost = kMaxChunkSize - sizeof(ChunkHeader);
+  while (!text.empty()) {
+    const std::string_view part = text.substr(0, kMost);
+    const auto size = static_cast<std::uint32_t>(sizeof(ChunkHeader) + part.size());
+    const ChunkHeader header{size, request, kind, 0};
+    std::string chunk(reinterpret_cast<const char*>(&header), sizeof(header));
+    chunk += part;
+    send_(chunk.data(), size);
+    text.remove_prefix(part.size());
+  }
+}
+
 void ProgramRunner::Report(std::uint32_t request, std::uint32_t kind, std::uint32_t word) {
   const ChunkHeader report{sizeof(ChunkHeader), request, kind, word};
-  deliver_(&report, sizeof(report));
+  send_(&report, sizeof(report));
 }
 
 void ProgramRunner::KillAll() {

@@ -52,7 +52,7 @@ class Host {
         frames_(timeline_),
         services_(timeline_, progress_, programs_, frames_),
         plugin_(options.plugin, timeline_),
-        mailServer_(loop_.Context(), timeline_, options.mailServer),
+        mailServer_(loop_.Context(), timeline_, options.mailServer, options.mailServerFolder),
         limit_(loop_.Context()) {}
 
   // False when it was stopped early.
@@ -269,6 +269,7 @@ void Host::GiveUp(const std::string& why) {
   mailServer_.Kill();
   timeline_.Finish();
   std::fflush(nullptr);
+  if (options_.onAbandon) options_.onAbandon();
   std::_Exit(kFaultFound);
 }
 

@@ -9,6 +9,7 @@
 //          timeline. A plug-in that does not give its threads back ends the process with status 1.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -29,6 +30,9 @@ struct HostOptions {
   double speed = 1;
   double pace = 1;         // of the cameras, in the plug-in's time: 2 is twice as fast
   std::string mailServer;  // shell command; empty: none
+  std::string mailServerFolder;
+  // Called before the process ends without destructors.
+  std::function<void()> onAbandon;
 };
 
 // False when a signal or the time limit ended the run early.

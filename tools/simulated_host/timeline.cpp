@@ -21,8 +21,15 @@ void Timeline::Record(const HostEvent& event) {
   MutexLock lock(mutex_);
   const double now = Now();
   if (std::holds_alternative<Fault>(event)) ++faults_;
+  if (const auto* report = std::get_if<ProfileReport>(&event)) {
+    delivered_ += report->status == kStatusDelivered;
+    failed_ += report->status == kStatusFailed;
+  }
   printer_->Print(now, event);
-  for (const RetryChange& change : retries_.Follow(now, event)) printer_->Print(now, change);
+  for (const RetryChange& change : retries_.Follow(now, event)) {
+    failed_ -= change.what == RetryChange::What::Sent;
+    printer_->Print(now, change);
+  }
 }
 
 void Timeline::Refresh() {
@@ -33,6 +40,11 @@ void Timeline::Refresh() {
 void Timeline::Finish() {
   MutexLock lock(mutex_);
   printer_->Finish(Now());
+}
+
+bool Timeline::IsDelivered() const {
+  MutexLock lock(mutex_);
+  return delivered_ > 0 && failed_ == 0;
 }
 
 int Timeline::Faults() const {

@@ -38,6 +38,8 @@ class Timeline {
   // Before a process ends that leaves no time for destructors.
   void Finish() EXCLUDES(mutex_);
   int Faults() const EXCLUDES(mutex_);
+  // Whether a mail has been delivered, and none failed that was not sent later.
+  bool IsDelivered() const EXCLUDES(mutex_);
 
  private:
   double Now() const REQUIRES(mutex_);
@@ -48,6 +50,8 @@ class Timeline {
   const std::unique_ptr<TimelinePrinter> printer_ GUARDED_BY(mutex_);
   RetryTracker retries_ GUARDED_BY(mutex_);
   int faults_ GUARDED_BY(mutex_) = 0;
+  int delivered_ GUARDED_BY(mutex_) = 0;
+  int failed_ GUARDED_BY(mutex_) = 0;  // and not sent later
 };
 
 }  // namespace tvx::tool

@@ -80,7 +80,7 @@ void WatchPrinter::Print(double seconds, const HostEvent& event) {
     if (onTerminal_) return;
     std::fprintf(out_, "%9.3f  %s  %s\n", seconds, label.c_str(), text.c_str());
     std::fflush(out_);
-  } else if (line != nullptr || label == "host") {
+  } else if (line != nullptr || label == "host" || label == "mail" || label == "reason") {
     Keep(lastLog_, kLogLines, {head + text, line == nullptr ? Colour::Plain : ColourOf(*line)});
   }
 }

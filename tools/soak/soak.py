@@ -26,7 +26,7 @@ HERE = pathlib.Path(__file__).resolve().parent
 
 def follow(options, script, take, *more):
     """Runs the host and hands every record of it over; returns its exit status."""
-    command = [options.command, "host", "--json", "--bytes", "--script", script, *more]
+    command = [options.command, "host", "--in-place", "--json", "--bytes", "--script", script, *more]
     with subprocess.Popen(command, cwd=options.directory, stdout=subprocess.PIPE,
                           env={**os.environ, "TZ": "UTC", "LC_ALL": "C.UTF-8"}) as host:
         with open(options.directory / "log.txt", "w", encoding="utf-8") as log:
