@@ -24,6 +24,9 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t kReadSize = 8192;
 // How soon a stop is seen.
 constexpr std::chrono::milliseconds kStopSlice{50};
+constexpr std::chrono::seconds kLookUpSlice{2};
+// What no name server answers takes the resolver at least so long; what it cannot ask, no time.
+constexpr std::chrono::milliseconds kSilence{900};
 
 class Exchange {
  public:
@@ -76,9 +79,16 @@ class Exchange {
     auto endpoints =
         resolver.resolve(address.host, address.port, tcp::resolver::numeric_host, error);
     if (error == boost::asio::error::host_not_found) {
-      const ResolverTimeLimit limit(
-          std::chrono::duration_cast<std::chrono::milliseconds>(deadline_ - Clock::now()));
-      endpoints = resolver.resolve(address.host, address.port, error);
+      // A look-up cannot be ended, so it is made in short ones as long as name servers are silent.
+      for (bool isSilent = true; isSilent && Clock::now() < deadline_;) {
+        if (isStopped_ && isStopped_()) throw system_error(boost::asio::error::operation_aborted);
+        const Clock::time_point begin = Clock::now();
+        const ResolverTimeLimit limit(std::chrono::duration_cast<std::chrono::milliseconds>(
+            std::min<Clock::duration>(kLookUpSlice, deadline_ - begin)));
+        endpoints = resolver.resolve(address.host, address.port, error);
+        isSilent = error == boost::asio::error::host_not_found_try_again &&
+                   Clock::now() - begin >= kSilence;
+      }
     }
     if (!error && Clock::now() >= deadline_) error = boost::asio::error::timed_out;
     ThrowIf(error, "resolve");

@@ -28,8 +28,9 @@ using StopCheck = std::function<bool()>;
 //
 // Throws std::runtime_error: "Unable to connect to endpoint" when no address of the host accepted a
 // connection in time, and the texts of HttpAnswer. Throws boost::system::system_error when
-// resolving, writing or reading failed (the end of the stream inside the header is such an error)
-// or the deadline passed meanwhile (timed_out), or a stop (operation_aborted). The connection is closed on every path.
+// resolving, writing or reading failed (the end of the stream inside the header is such an error),
+// the deadline passed meanwhile (timed_out) or a stop ended it (operation_aborted): at once, but
+// within some seconds while silent name servers are asked. The connection is closed on every path.
 std::string HttpGet(const WebServerAddress& address, const std::string& path,
                     std::chrono::milliseconds deadline = kHttpDeadline,
                     const StopCheck& isStopped = {});

@@ -174,6 +174,10 @@ TEST(HttpGet, ASilentNameServerIsNotWaitedForAndTheResolverIsLeftAsItWas) {
   ExpectUnreachable("webserver.test.:80", "2: Host not found (non-authoritative), try again later",
                     milliseconds(1000));
   EXPECT_GT(silent.available(), 0u);  // it was asked
+  int looks = 0;
+  EXPECT_THROW(HttpGet({"webserver.test.", "80", ""}, "/", kAmple, [&] { return ++looks == 2; }),
+               boost::system::system_error);
+  EXPECT_EQ(looks, 2);  // a stop is seen before the deadline
   EXPECT_EQ(std::tuple(_res.retrans, _res.retry, _res.options), before);
   res_init();
 }
