@@ -79,8 +79,13 @@ void Take(benchmark::State& state, const Case& it, int size) {
   for (auto _ : state) {
     Plugin plugin;
     it.prepare(plugin, size);
-    TimeOnce(state,
-             [&] { it.isEvent ? plugin.driver.Event(document) : plugin.driver.Update(document); });
+    TimeOnce(state, [&] {
+      if (it.isEvent) {
+        plugin.driver.Event(document);
+      } else {
+        plugin.driver.Update(document);
+      }
+    });
   }
 }
 

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <boost/asio/ip/tcp.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <boost/thread/exceptions.hpp>
 
@@ -435,6 +436,39 @@ TEST_F(ServiceTest, NothingMoreIsWrittenOnceTheHostStops) {
                          "Description: Gate)"),
             1);
 }
+
+TEST_F(ServiceTest, AStopEndsTheWaitForAWebServer) {
+  boost::asio::io_context context;
+  boost::asio::ip::tcp::acceptor silent(context, {boost::asio::ip::address_v4::loopback(), 0});
+  const std::string port = std::to_string(silent.local_endpoint().port());
+  Open("<Notify ID='786432'><Web address='127.0.0.1:" + port + "'/><Servers/><Profiles>" +
+       Profile(1, "", "<to>t@x</to><body>{weblink}</body>") + "</Profiles></Notify>");
+  Start();
+  Send(EventDocument(EventEntry(1)));
+  const auto asked = silent.accept();
+  Stop();
+  const auto log = host_.Log();
+  EXPECT_TRUE(std::any_of(log.begin(), log.end(), [](const LogLine& line) {
+    return line.text.find("125: Operation canceled") != std::string::npos;
+  })) << testing::PrintToString(log);
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // which keep it
+TEST_F(ServiceTest, TheMemoryOfALargeDocumentIsGivenBack) {
+  const auto resident = [] {
+    std::ifstream file("/proc/self/statm");
+    long total = 0, pages = 0;
+    file >> total >> pages;
+    return pages >> 8;  // MiB
+  };
+  std::string entries;
+  for (int i = 0; i < 60'000; ++i) entries += "<Other a='1'><b/></Other>";
+  const std::string document = Change(entries);
+  const auto before = resident();
+  Update(document);
+  EXPECT_LE(resident(), before + 4);
+}
+#endif
 
 TEST_F(ServiceTest, WhatWasAcceptedIsNotLostWithWhatFailed) {
   Open();

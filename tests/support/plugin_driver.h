@@ -57,18 +57,17 @@ class PluginDriver {
   PluginDriver(const PluginDriver&) = delete;
   PluginDriver& operator=(const PluginDriver&) = delete;
 
-  // Each is false when memory exhaustion came back to the host as an exception.
-  bool Open() { return Call<OpenResult>("Open", exports_.Open, ReadRequest{}).first; }
-  bool Update(std::string_view document) { return Control(ControlCode::Update, document); }
+  void Open() { CallSafely<OpenResult>("Open", exports_.Open, ReadRequest{}); }
+  void Update(std::string_view document) { Control(ControlCode::Update, document); }
+  // False when memory exhaustion came back to the host as an exception, which only Write may do.
   bool Event(std::string_view document) { return WriteRecord(Record(2, 0), document).hasMemory; }
   bool Tick() { return WriteRecord(Record(32, kModuleId), {}).hasMemory; }
   // IOCTL; the payload is copied into a block of exactly its size first.
-  bool Control(ControlCode code, std::string_view payload = {}) {
+  void Control(ControlCode code, std::string_view payload = {}) {
     const auto copy = Copy(payload);
     const auto length = static_cast<std::uint32_t>(payload.size());
-    return Call<IoctlResult>("IOCTL", exports_.Ioctl,
-                             IoctlRequest{{}, code, {}, length, copy.get()})
-        .first;
+    CallSafely<IoctlResult>("IOCTL", exports_.Ioctl,
+                            IoctlRequest{{}, code, {}, length, copy.get()});
   }
   // A report of a program, as IOCTL 4.
   void Report(std::string_view chunk) { Control(ControlCode::ChannelMessage, chunk); }
@@ -112,18 +111,14 @@ class PluginDriver {
   // Close; the lent threads come back. Unload; all frames are back. Each once, the rest is nothing.
   void Close() {
     if (std::exchange(isClosed_, true)) return;
-    if (!Call<PlainResult>("Close", exports_.Close, ReadRequest{}).first) {
-      host_.AddProblem("no memory ended Close");
-    }
+    CallSafely<PlainResult>("Close", exports_.Close, ReadRequest{});
     for (std::thread* thread : {&worker_, &watchdog_}) {
       if (thread->joinable()) thread->join();
     }
   }
   void Unload() {
     if (std::exchange(isUnloaded_, true)) return;
-    if (!Call<PlainResult>("Unload", exports_.Unload, ReadRequest{}).first) {
-      host_.AddProblem("no memory ended Unload");
-    }
+    CallSafely<PlainResult>("Unload", exports_.Unload, ReadRequest{});
     const std::size_t out = host_.FramesOut();
     if (out != 0) host_.AddProblem(std::to_string(out) + " frames never came back");
   }
@@ -151,6 +146,13 @@ class PluginDriver {
       host_.AddProblem(std::string(name) + " threw: " + error.what());
     }
     return {true, result};
+  }
+
+  template <typename Result, typename Request>
+  void CallSafely(const char* name, Export function, Request request) {
+    if (!Call<Result>(name, function, request).first) {
+      host_.AddProblem("no memory ended " + std::string(name));
+    }
   }
 
   FakeHost& host_;
