@@ -1,12 +1,14 @@
 #include "command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <sstream>
 #include <stdexcept>
 #include <type_traits>
 
 #include "text/printable.h"
+#include "text/spelling.h"
 
 namespace tvx::tool {
 namespace {
@@ -67,8 +69,10 @@ void AddOption(CLI::App& app, const Option& option) {
   if (option.name[0] != '-') added->required();
 }
 
-void AddCommand(CLI::App& program, const Command& command, int& exitStatus) {
-  CLI::App* app = program.add_subcommand(command.name, command.description);
+// A list of commands has only the first line of each description.
+void AddCommand(CLI::App& program, const Command& command, bool isForList, int& exitStatus) {
+  const std::size_t length = isForList ? command.description.find('\n') : std::string::npos;
+  CLI::App* app = program.add_subcommand(command.name, command.description.substr(0, length));
   app->footer(command.footer);
   for (const Option& option : command.options) AddOption(*app, option);
   for (const Option& option : command.options) {
@@ -87,12 +91,29 @@ void AddCommand(CLI::App& program, const Command& command, int& exitStatus) {
 
 }  // namespace
 
-int RunCommand(const std::string& program, const std::string& description,
-               const std::vector<Command>& commands, int argc, char** argv) {
+int RunCommand(const CommandLine& program, int argc, char** argv) {
   int exitStatus = 0;
-  CLI::App app(description, program);
-  app.require_subcommand(1);
-  for (const Command& command : commands) AddCommand(app, command, exitStatus);
+  CLI::App app(program.description, program.name);
+  app.set_version_flag("--version", program.name + " " + program.version,
+                       "Print the version and exit");
+  const std::string first = argc < 2 ? "-" : argv[1];
+  const bool isForList = first.rfind('-', 0) == 0;
+  std::vector<std::string> names;
+  for (const Command& command : program.commands) {
+    AddCommand(app, command, isForList, exitStatus);
+    names.push_back(command.name);
+  }
+  if (argc < 2) {
+    std::fputs(app.help().c_str(), stdout);
+    return exitStatus;
+  }
+  if (!isForList && std::count(names.begin(), names.end(), first) == 0) {
+    const std::string nearest = NearestName(first, names);
+    std::fprintf(stderr, "there is no subcommand \"%s\"%s\nRun with --help for more information.\n",
+                 Printable(first).c_str(),
+                 nearest.empty() ? "" : ("; did you mean \"" + nearest + "\"?").c_str());
+    return kUsedWrongly;
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& help) {

@@ -50,9 +50,15 @@ struct Command {
   std::function<int()> run;
 };
 
-// Runs the one that argv names, or prints help. Returns the exit status: 2 after wrong use, which is
-// told on standard error.
-int RunCommand(const std::string& program, const std::string& description,
-               const std::vector<Command>& commands, int argc, char** argv);
+struct CommandLine {
+  std::string name;
+  std::string version;
+  std::string description;
+  std::vector<Command> commands;
+};
+
+// Runs the command that argv names, or prints help. Returns the exit status: 2 after wrong use, which
+// is told on standard error.
+int RunCommand(const CommandLine& program, int argc, char** argv);
 
 }  // namespace tvx::tool

@@ -9,9 +9,11 @@
 
 int main(int argc, char** argv) {
   try {
-    return tvx::tool::RunCommand("notifypi", "Tool of the e-mail notification plug-in.",
-                                 {tvx::tool::HostCommand(), tvx::tool::CheckCommand(),
-                                  tvx::tool::PreviewCommand(), tvx::tool::TestCommand()},
+    return tvx::tool::RunCommand({"notifypi",
+                                  NOTIFYPI_VERSION,
+                                  "Tool of the e-mail notification plug-in.",
+                                  {tvx::tool::CheckCommand(), tvx::tool::PreviewCommand(),
+                                   tvx::tool::TestCommand(), tvx::tool::HostCommand()}},
                                  argc, argv);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "notifypi: %s\n", error.what());

@@ -68,7 +68,8 @@ class HostCommand : public testing::Test {
 TEST_F(HostCommand, FindsEachBreachOfTheContract) {
   const std::string table = ReadFile(BREACHES);
   for (const auto& row : Rows(table.substr(table.find("\n\n")))) {
-    const std::string camera = row[0] == "event" ? "" : "--speed 20 --before 4 --camera '66049 jpeg'";
+    const std::string camera =
+        row[0] == "event" ? "" : "--speed 20 --before 4 --camera '66049 jpeg'";
     const Outcome run =
         RunHost("--settle 0.1 --event event.xml --plugin " FAULTY_PLUGIN " " + camera,
                 "PLUGIN_FAULT='" + row[1] + "'");
@@ -127,6 +128,8 @@ TEST_F(HostCommand, TellsWhatCannotBeRun) {
       {"--event event.xml --mail-server 'echo no port >&2; exit 3'", 1, "come up: no port"},
       {"--camera '66049/16 h264'", 2, "\"66049/16\" is no stream"},
       {"--camera '66049 h264 event.xml'", 2, "ffprobe finds no video in "},
+      {"--camera '66049 h264 film.mp4'", 2, "film.mp4: no such file"},
+      {"--help; " NOTIFYPI_COMMAND " chekc", 2, "no subcommand \"chekc\"; did you mean \"check\"?"},
       {"--script event.xml --event event.xml", 2, "--script excludes --event"},
       {"--speed 2 --event event.xml --plugin " NOTIFYPI_PLUGIN, 2, "cannot be driven"},
       {"--plugin event.xml --event event.xml", 2, "cannot load the plug-in"},

@@ -43,7 +43,7 @@ struct Arguments {
   std::string file;
   std::optional<std::int32_t> profile;
   std::string time;
-  std::string type;
+  std::optional<std::string> type;  // empty: list them
   std::string state = "start";
   std::vector<std::uint32_t> cameras;
   SampleEvent event;
@@ -58,6 +58,15 @@ struct Arguments {
   throw std::runtime_error(text);
 }
 
+// By their codes, each on a line of its own.
+std::string EventTypes() {
+  std::string list;
+  for (std::int32_t code = event_type::kInvalid + 1; code <= event_type::kRecordAlarm; ++code) {
+    list += "\n  " + std::to_string(code) + "  " + EventTypeName(code);
+  }
+  return list;
+}
+
 void TakeEvent(Arguments& arguments) {
   SampleEvent& event = arguments.event;
   event.seconds = static_cast<std::int32_t>(WallSeconds());
@@ -66,9 +75,12 @@ void TakeEvent(Arguments& arguments) {
     if (!seconds) WrongUse("--time: \"" + arguments.time + "\" is no time");
     event.seconds = *seconds;
   }
-  if (!arguments.type.empty()) {
-    const auto type = ReadEventType(arguments.type);
-    if (!type) WrongUse("--type: there is no event type \"" + arguments.type + "\"");
+  if (arguments.type) {
+    const auto type = ReadEventType(*arguments.type);
+    if (!type) {
+      WrongUse("--type: there is no event type \"" + *arguments.type + "\", there are" +
+               EventTypes());
+    }
     event.type = *type;
   }
   event.isStart = arguments.state == "start";
@@ -97,6 +109,10 @@ void WriteMessage(const std::string& path, const std::string& message) {
 }
 
 int Run(Arguments& arguments) {
+  if (arguments.type == "") {
+    std::puts(EventTypes().substr(1).c_str());
+    return 0;
+  }
   TakeEvent(arguments);
   TakeAttachments(arguments);
   const std::shared_ptr<const NotifyConfig> config = ReadConfiguration(arguments.file);
@@ -131,7 +147,8 @@ Command PreviewCommand() {
         "Time of the event: seconds since 1970, or local as \"YYYY-MM-DD HH:MM:SS\" "
         "(default: now)"},
        {"--milliseconds", &event.milliseconds, "N", "Its milliseconds (default: 0)", Range{0, 999}},
-       {"--type", &arguments->type, "TYPE", "Event type, code or name (default: Video Motion)"},
+       {"--type", &arguments->type, "[TYPE]",
+        "Event type, code or name (default: Video Motion); without TYPE, list them"},
        {"--state", &arguments->state, "STATE", "\"start\" or \"end\" (default: start)",
         OneOf{"start", "end"}},
        text("--source", event.sourceName, "Name of the event's source"),

@@ -90,6 +90,7 @@ int FrameCount(const json& answer, double frameRate) {
 }
 
 void Probe(Camera& camera) {
+  if (!fs::exists(camera.file)) throw CameraError(camera.file + ": no such file");
   constexpr const char* kEntries =
       "stream=codec_name,width,height,avg_frame_rate,r_frame_rate,nb_frames:format=duration";
   const std::vector<std::string> command = {
