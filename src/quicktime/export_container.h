@@ -1,6 +1,7 @@
 // What a clip is exported into: a file with one video track that takes coded frames one by one.
 //
-// Calls come in this order: Open, AddVideoTrack, WriteSample once a frame, Finish, destruction.
+// Calls come in this order: Open, AddVideoTrack, maybe UseHeaders, WriteSample once a frame, Finish,
+// destruction.
 //
 // Owns:    the file from Open until Finish. A container that is destroyed before leaves no file.
 // Threads: one at a time; there is no lock and no state shared between containers.
@@ -15,6 +16,7 @@
 #include <cstdint>
 #include <string>
 
+#include "quicktime/byte_view.h"
 #include "quicktime/four_character_code.h"
 
 namespace quicktime {
@@ -44,6 +46,10 @@ class ExportContainer {
   virtual void AddVideoTrack(FourCharacterCode code, std::uint32_t width, std::uint32_t height,
                              double durationSeconds, std::uint32_t frameCount,
                              const TextOverlayStyle& overlay) = 0;
+
+  // Headers of the track's stream that came before its frames, in the form of the stream: for
+  // frames that do not bring them. Before the first sample, if at all; copied.
+  virtual void UseHeaders(ByteView headers) = 0;
 
   // One coded frame in decoding order; the bytes are not needed after the call. Any bytes are
   // taken: what is not video ends as an odd sample or none, never as a fault of this process. The

@@ -14,6 +14,8 @@ namespace quicktime {
 // The types that matter here.
 namespace nal {
 constexpr int kFirstSlice = 1;  // up to kLastSlice: coded picture content
+constexpr int kPartitionA = 2;
+constexpr int kIdrSlice = 5;
 constexpr int kLastSlice = 5;
 constexpr int kSequenceParameterSet = 7;
 constexpr int kPictureParameterSet = 8;

@@ -1,6 +1,7 @@
 #include "quicktime/h264_parameter_sets.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "quicktime/atom_scope.h"
 #include "quicktime/h264_access_unit.h"
@@ -20,47 +21,91 @@ void WriteSet(ByteWriter& out, const std::vector<std::uint8_t>& bytes) {
 
 }  // namespace
 
-bool H264ParameterSets::Take(ByteView unit) {
-  return NalType(unit) == nal::kSequenceParameterSet ? TakeSequenceSet(unit) : TakePictureSet(unit);
+H264ParameterSets::Fate H264ParameterSets::Take(ByteView unit) {
+  return Take(unit, false);
 }
 
-bool H264ParameterSets::TakeSequenceSet(ByteView unit) {
-  const auto parameters = ParseSequenceParameters(unit);
-  if (!parameters) return false;
-  return Hold(sequenceSets_, sequenceSets_.size() < kMaximumSequenceSets, *parameters, unit);
+H264ParameterSets::Fate H264ParameterSets::Put(ByteView unit) {
+  return Take(unit, true);
 }
 
-bool H264ParameterSets::TakePictureSet(ByteView unit) {
+H264ParameterSets::Fate H264ParameterSets::Take(ByteView unit, bool mayReplace) {
+  if (NalType(unit) == nal::kSequenceParameterSet) {
+    const auto parameters = ParseSequenceParameters(unit);
+    if (!parameters) return Fate::Refused;
+    const bool mayAdd = sequenceSets_.size() < kMaximumSequenceSets;
+    return Hold(sequenceSets_, mayAdd, *parameters, unit, mayReplace);
+  }
   const auto parameters = ParsePictureParameters(unit);
-  if (!parameters) return false;
+  if (!parameters) return Fate::Refused;
   // Beside a sequence set that is not held a new one would mean nothing.
   const bool mayAdd =
-      pictureSets_.size() < kMaximumPictureSets && HoldsSequence(parameters->sequenceId);
-  return Hold(pictureSets_, mayAdd, *parameters, unit);
+      pictureSets_.size() < kMaximumPictureSets && FindSequence(parameters->sequenceId) != nullptr;
+  return Hold(pictureSets_, mayAdd, *parameters, unit, mayReplace);
 }
 
-template <typename Set, typename Parameters>
-bool H264ParameterSets::Hold(std::vector<Set>& sets, bool mayAdd, const Parameters& parameters,
-                             ByteView unit) {
-  const auto known = std::find_if(
-      sets.begin(), sets.end(), [&](const Set& set) { return set.parameters.id == parameters.id; });
-  if (known != sets.end()) {
-    const bool same =
-        std::equal(known->bytes.begin(), known->bytes.end(), unit.begin(), unit.end());
-    if (!same) changed_ = true;
-    return !changed_;
-  }
+template <typename Parameters>
+H264ParameterSets::Fate H264ParameterSets::Hold(Sets<Parameters>& sets, bool mayAdd,
+                                                const Parameters& parameters, ByteView unit,
+                                                bool mayReplace) {
   constexpr std::size_t kLengthField = 2;
-  if (changed_ || !mayAdd || unit.size > kMaximumSetSize) return false;
-  if (unit.size + kLengthField > roomLeft_) return false;
-  sets.push_back({parameters, {unit.begin(), unit.end()}});
+  const auto known = std::find_if(sets.begin(), sets.end(), [&](const auto& set) {
+    return set.parameters.id == parameters.id;
+  });
+  const bool isKnown = known != sets.end();
+  if (isKnown) {
+    const bool isSame =
+        std::equal(known->bytes.begin(), known->bytes.end(), unit.begin(), unit.end());
+    if (isSame) return Fate::Held;
+    if (!mayReplace) return Fate::Changed;
+  } else if (!mayAdd) {
+    return Fate::Refused;
+  }
+  if (unit.size > kMaximumSetSize || unit.size + kLengthField > roomLeft_) return Fate::Refused;
+  Set<Parameters> set{parameters, {unit.begin(), unit.end()}};
+  if (isKnown) {
+    *known = std::move(set);
+  } else {
+    sets.push_back(std::move(set));
+  }
   roomLeft_ -= unit.size + kLengthField;
-  return true;
+  return Fate::Held;
 }
 
-bool H264ParameterSets::HoldsSequence(std::uint32_t id) const {
-  return std::any_of(sequenceSets_.begin(), sequenceSets_.end(),
-                     [id](const SequenceSet& set) { return set.parameters.id == id; });
+void H264ParameterSets::PutAllOf(ByteView frame) {
+  for (const int wanted : {nal::kSequenceParameterSet, nal::kPictureParameterSet}) {
+    NalUnits units(frame);
+    ByteView unit;
+    while (units.Next(unit)) {
+      const int type = NalType(unit);
+      // The sets of a picture stand in front of it, and the rest of the frame is long.
+      if (type >= nal::kFirstSlice && type <= nal::kLastSlice) break;
+      if (type == wanted) Put(unit);
+    }
+  }
+}
+
+template <typename Parameters>
+const Parameters* H264ParameterSets::Find(const Sets<Parameters>& sets, std::uint32_t id) {
+  for (const auto& set : sets) {
+    if (set.parameters.id == id) return &set.parameters;
+  }
+  return nullptr;
+}
+
+const H264SequenceParameters* H264ParameterSets::FindSequence(std::uint32_t id) const {
+  return Find(sequenceSets_, id);
+}
+
+const H264PictureParameters* H264ParameterSets::FindPicture(std::uint32_t id) const {
+  return Find(pictureSets_, id);
+}
+
+std::size_t H264ParameterSets::Bytes() const {
+  std::size_t bytes = 0;
+  for (const auto& set : sequenceSets_) bytes += set.bytes.size();
+  for (const auto& set : pictureSets_) bytes += set.bytes.size();
+  return bytes;
 }
 
 void H264ParameterSets::WriteConfiguration(ByteWriter& out) const {
@@ -72,9 +117,9 @@ void H264ParameterSets::WriteConfiguration(ByteWriter& out) const {
   out.U8(first.level);
   out.U8(0xFC | 3);  // reserved ones; units in samples have lengths of 3 + 1 bytes
   out.U8(static_cast<std::uint8_t>(0xE0 | sequenceSets_.size()));  // reserved ones; count
-  for (const SequenceSet& set : sequenceSets_) WriteSet(out, set.bytes);
+  for (const auto& set : sequenceSets_) WriteSet(out, set.bytes);
   out.U8(static_cast<std::uint8_t>(pictureSets_.size()));
-  for (const PictureSet& set : pictureSets_) WriteSet(out, set.bytes);
+  for (const auto& set : pictureSets_) WriteSet(out, set.bytes);
   if (!first.hasChromaFields) return;
   out.U8(static_cast<std::uint8_t>(0xFC | first.chromaFormat));  // reserved ones above each
   out.U8(static_cast<std::uint8_t>(0xF8 | first.lumaBitsMinus8));

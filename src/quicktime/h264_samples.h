@@ -2,30 +2,38 @@
 //
 // Standard: ISO/IEC 14496-15, AVC, sample entry 'avc1'. Delimiters, end marks, filler and the
 //           parameter sets that the description holds are not in the samples: strict players
-//           refuse them there.
+//           refuse them there. A set that changes under its number begins another description,
+//           for the pictures from there on; one that an earlier description holds is that one
+//           again. Where that would be more than anybody needs, all sets stay in their samples,
+//           so that decoders which heed them there meet them in the order of the stream.
 // Threads: one at a time: those of the movie writer that owns it.
 #pragma once
 
 #include <cstddef>
 #include <memory>
-#include <utility>
+#include <optional>
+#include <vector>
 
 #include "quicktime/h264_parameter_sets.h"
+#include "quicktime/h264_picture_order.h"
 #include "quicktime/sample_format.h"
 
 namespace quicktime {
 
 class H264Samples final : public SampleFormat {
  public:
-  // Null when the frame does not bring parameter sets of both kinds.
-  static std::unique_ptr<H264Samples> From(ByteView firstFrame);
+  // Null when neither the frame nor what is known of the stream brings sets of both kinds; what the
+  // frame brings counts first.
+  static std::unique_ptr<H264Samples> From(ByteView firstFrame, ByteView knownSets);
 
-  explicit H264Samples(H264ParameterSets sets) : sets_(std::move(sets)) {}
+  explicit H264Samples(const H264ParameterSets& sets) : descriptions_{sets} {}
 
-  bool AppendFrame(ByteView frame, OutputFile& file) override;
-  void WriteEntry(ByteWriter& out, const TrackFacts& facts) const override;
+  FrameContent AppendFrame(ByteView frame, OutputFile& file) override;
+  std::uint32_t Descriptions() const override;
+  void WriteEntry(ByteWriter& out, std::uint32_t number, const TrackFacts& facts) const override;
   std::size_t EntryGrowth() const override { return kGrowth; }
-  FrameSize CodedSize() const override { return sets_.Size(); }
+  FrameSize CodedSize() const override { return descriptions_.front().Sequence().size; }
+  PixelShape Pixels() const override { return descriptions_.front().Sequence().pixels; }
 
  private:
   // Room for parameter sets with new numbers in later frames. They take some dozens of bytes each
@@ -33,8 +41,16 @@ class H264Samples final : public SampleFormat {
   static constexpr std::size_t kGrowth = 512;
 
   bool StaysInSample(ByteView unit);
+  bool TakeSet(ByteView unit);
+  const H264ParameterSets& InForce() const { return next_ ? *next_ : descriptions_[current_]; }
+  void UseNext();
 
-  H264ParameterSets sets_;
+  std::vector<H264ParameterSets> descriptions_;  // never empty
+  std::size_t current_ = 0;                      // of the pictures that come
+  std::optional<H264ParameterSets> next_;        // of the next picture, when sets have changed
+  bool hasPictures_ = false;
+  bool keepsSets_ = false;  // from here on all sets stay in their samples
+  H264PictureOrder order_;
 };
 
 }  // namespace quicktime

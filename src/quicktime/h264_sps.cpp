@@ -1,5 +1,7 @@
 #include "quicktime/h264_sps.h"
 
+#include <iterator>
+
 #include "quicktime/bit_reader.h"
 
 namespace quicktime {
@@ -49,17 +51,37 @@ void SkipScalingMatrix(BitReader& bits, std::uint32_t chromaFormat) {
   }
 }
 
-void SkipPictureOrder(BitReader& bits) {
-  const std::uint32_t type = bits.Ue();
-  if (type == 0) {
-    bits.Ue();  // log2_max_pic_order_cnt_lsb_minus4
-  } else if (type == 1) {
-    bits.Skip(1);  // delta_pic_order_always_zero_flag
-    bits.Se();     // offset_for_non_ref_pic
-    bits.Se();     // offset_for_top_to_bottom_field
+// Sums of offsets and deltas stay far within 64 bits; real ones are below a hundred.
+bool IsUsual(std::int32_t offset) {
+  return offset >= -0x8000 && offset < 0x8000;
+}
+
+// Reads on to its end where it can, as other fields follow.
+H264OrderParameters ReadOrder(BitReader& bits) {
+  constexpr std::uint32_t kMaximumBitsMinus4 = 12;
+  H264OrderParameters order;
+  const std::uint32_t frameNumberBits = bits.Ue();
+  std::uint32_t lsbBits = 0;
+  order.type = bits.Ue();
+  order.isKnown = order.type <= 2;
+  if (order.type == 0) {
+    lsbBits = bits.Ue();
+  } else if (order.type == 1) {
+    order.deltaIsAlwaysZero = bits.Flag();
+    order.offsetForOthers = bits.Se();
+    order.offsetToBottom = bits.Se();
+    order.isKnown = IsUsual(order.offsetForOthers) && IsUsual(order.offsetToBottom);
     const std::uint32_t cycle = bits.Ue();
-    for (std::uint32_t i = 0; i < cycle && bits.Ok(); ++i) bits.Se();
+    for (std::uint32_t i = 0; i < cycle && bits.Ok(); ++i) {
+      const std::int32_t offset = bits.Se();
+      order.isKnown = order.isKnown && IsUsual(offset) && cycle <= 255;
+      if (order.isKnown) order.offsets.push_back(offset);
+    }
   }
+  if (frameNumberBits > kMaximumBitsMinus4 || lsbBits > kMaximumBitsMinus4) order.isKnown = false;
+  order.frameNumberBits += static_cast<int>(frameNumberBits);
+  order.lsbBits += static_cast<int>(lsbBits);
+  return order;
 }
 
 // One dimension in pixels; unknown (0) when the set states nonsense.
@@ -68,11 +90,12 @@ std::uint16_t Dimension(std::uint64_t coded, std::uint64_t cropped) {
   return static_cast<std::uint16_t>(coded - cropped);
 }
 
-FrameSize ReadFrameSize(BitReader& bits, std::uint32_t chromaFormat, bool separatePlanes) {
+FrameSize ReadFrameSize(BitReader& bits, std::uint32_t chromaFormat, bool separatePlanes,
+                        bool& framesOnly) {
   constexpr std::uint64_t kMacroblock = 16;
   const std::uint64_t columns = std::uint64_t{bits.Ue()} + 1;
   const std::uint64_t mapUnits = std::uint64_t{bits.Ue()} + 1;
-  const bool framesOnly = bits.Flag();
+  framesOnly = bits.Flag();
   if (!framesOnly) bits.Skip(1);  // mb_adaptive_frame_field_flag
   bits.Skip(1);                   // direct_8x8_inference_flag
   std::uint64_t left = 0, right = 0, top = 0, bottom = 0;
@@ -91,6 +114,20 @@ FrameSize ReadFrameSize(BitReader& bits, std::uint32_t chromaFormat, bool separa
   const FrameSize size{Dimension(columns * kMacroblock, (left + right) * unitX),
                        Dimension(mapUnits * kMacroblock * fields, (top + bottom) * unitY * fields)};
   return size.width != 0 && size.height != 0 ? size : FrameSize{};
+}
+
+// The first field of the usability information.
+PixelShape ReadPixelShape(BitReader& bits) {
+  constexpr std::uint32_t kStated = 255;
+  if (!bits.Flag() || !bits.Flag()) return {};
+  const std::uint32_t number = bits.Bits(8);
+  PixelShape shape;
+  if (number < std::size(kPixelShapes)) shape = kPixelShapes[number];
+  if (number == kStated) {
+    const std::uint32_t horizontal = bits.Bits(16);
+    shape = MakePixelShape(horizontal, bits.Bits(16));
+  }
+  return bits.Ok() ? shape : PixelShape{};
 }
 
 }  // namespace
@@ -121,11 +158,13 @@ std::optional<H264SequenceParameters> ParseSequenceParameters(ByteView unit) {
   }
   if (!bits.Ok() || set.id >= kSequenceIds) return std::nullopt;
 
-  bits.Ue();  // log2_max_frame_num_minus4
-  SkipPictureOrder(bits);
+  set.order = ReadOrder(bits);
+  set.order.hasSeparatePlanes = separatePlanes;
   bits.Ue();     // max_num_ref_frames
   bits.Skip(1);  // gaps_in_frame_num_value_allowed_flag
-  set.size = ReadFrameSize(bits, set.chromaFormat, separatePlanes);
+  set.size = ReadFrameSize(bits, set.chromaFormat, separatePlanes, set.order.framesOnly);
+  set.order.isKnown = set.order.isKnown && bits.Ok();
+  set.pixels = ReadPixelShape(bits);
   return set;
 }
 
@@ -135,6 +174,8 @@ std::optional<H264PictureParameters> ParsePictureParameters(ByteView unit) {
   set.id = bits.Ue();
   set.sequenceId = bits.Ue();
   if (!bits.Ok() || set.id >= kPictureIds || set.sequenceId >= kSequenceIds) return std::nullopt;
+  bits.Skip(1);  // entropy_coding_mode_flag
+  set.hasDeltas = bits.Flag();
   return set;
 }
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <stdexcept>
 #include <vector>
 
 #include "quicktime/atom_scope.h"
@@ -65,16 +64,22 @@ void WriteTkhd(ByteWriter& out, const Movie& movie) {
   out.U16(0);    // volume: there is no sound
   out.U16(0);    // reserved
   WriteUnityMatrix(out);
-  out.U32(movie.size.width * kOne);
-  out.U32(movie.size.height * kOne);
+  // As wide as it is shown, which is not what was announced where pixels are not square.
+  const PixelShape pixels = movie.format.Pixels();
+  const FrameSize coded = movie.format.CodedSize();
+  const FrameSize size = pixels.IsSquare() || !coded.IsKnown() ? movie.size : coded;
+  const std::uint64_t width =
+      std::uint64_t{size.width} * kOne * pixels.horizontal / pixels.vertical;
+  out.U32(static_cast<std::uint32_t>(std::min(width, kLargestU32)));
+  out.U32(size.height * kOne);
 }
 
 void WriteElst(ByteWriter& out, const Movie& movie) {
   FullAtomScope atom(out, "elst");
   out.U32(1);  // entries
   out.U32(movie.timing.movieDuration);
-  out.U32(0);     // time in the media
-  out.U32(kOne);  // rate
+  out.U32(movie.presentation.lead * movie.timing.sampleDuration);  // time in the media
+  out.U32(kOne);                                                   // rate
 }
 
 void WriteEdts(ByteWriter& out, const Movie& movie) {
@@ -141,8 +146,9 @@ TrackFacts Facts(const Movie& movie) {
 
 void WriteStsd(ByteWriter& out, const Movie& movie) {
   FullAtomScope atom(out, "stsd");
-  out.U32(1);  // entries
-  movie.format.WriteEntry(out, Facts(movie));
+  const std::uint32_t entries = movie.format.Descriptions();
+  out.U32(entries);
+  for (std::uint32_t i = 1; i <= entries; ++i) movie.format.WriteEntry(out, i, Facts(movie));
 }
 
 void WriteStts(ByteWriter& out, const Movie& movie) {
@@ -160,22 +166,42 @@ void WriteStss(ByteWriter& out, const SampleTable& samples) {
   for (const std::uint32_t number : samples.SyncSamples()) out.U32(number);
 }
 
-void WriteStsc(ByteWriter& out, const SampleTable& samples) {
-  constexpr std::uint32_t kFirstDescription = 1;
-  const std::uint32_t whole = samples.Count() / samples.SamplesPerChunk();
-  const std::uint32_t rest = samples.Count() % samples.SamplesPerChunk();
+// Left out where pictures are shown as they are coded.
+void WriteCtts(ByteWriter& out, const Movie& movie) {
+  const std::vector<std::uint32_t>& offsets = movie.presentation.offsets;
+  if (offsets.empty()) return;
+  FullAtomScope atom(out, "ctts");
+  const std::size_t entriesAt = out.Size();
+  out.U32(0);
+  std::uint32_t entries = 0;
+  for (auto begin = offsets.begin(); begin != offsets.end(); ++entries) {
+    const auto end =
+        std::find_if(begin, offsets.end(), [=](auto offset) { return offset != *begin; });
+    out.U32(static_cast<std::uint32_t>(end - begin));
+    out.U32(*begin * movie.timing.sampleDuration);
+    begin = end;
+  }
+  out.PatchU32(entriesAt, entries);
+}
+
+// An entry for each run of chunks that hold equally many samples of one description.
+void WriteStsc(ByteWriter& out, const std::vector<SampleTable::Chunk>& chunks) {
   FullAtomScope atom(out, "stsc");
-  out.U32((whole != 0 ? 1U : 0U) + (rest != 0 ? 1U : 0U));  // entries
-  if (whole != 0) {
-    out.U32(1);  // from this chunk on
-    out.U32(samples.SamplesPerChunk());
-    out.U32(kFirstDescription);
+  const std::size_t entriesAt = out.Size();
+  out.U32(0);
+  std::uint32_t entries = 0;
+  for (std::size_t i = 0; i < chunks.size(); ++i) {
+    const SampleTable::Chunk& chunk = chunks[i];
+    if (i != 0 && chunk.samples == chunks[i - 1].samples &&
+        chunk.description == chunks[i - 1].description) {
+      continue;
+    }
+    ++entries;
+    out.U32(static_cast<std::uint32_t>(i + 1));  // from this chunk on
+    out.U32(chunk.samples);
+    out.U32(chunk.description);
   }
-  if (rest != 0) {
-    out.U32(whole + 1);  // from this chunk on
-    out.U32(rest);
-    out.U32(kFirstDescription);
-  }
+  out.PatchU32(entriesAt, entries);
 }
 
 void WriteStsz(ByteWriter& out, const SampleTable& samples) {
@@ -185,23 +211,23 @@ void WriteStsz(ByteWriter& out, const SampleTable& samples) {
   for (const std::uint32_t size : samples.Sizes()) out.U32(size);
 }
 
-void WriteStco(ByteWriter& out, const std::vector<std::uint64_t>& offsets) {
+void WriteStco(ByteWriter& out, const std::vector<SampleTable::Chunk>& chunks) {
   FullAtomScope atom(out, "stco");
-  out.U32(static_cast<std::uint32_t>(offsets.size()));
-  for (const std::uint64_t offset : offsets) out.U32(static_cast<std::uint32_t>(offset));
+  out.U32(static_cast<std::uint32_t>(chunks.size()));
+  for (const auto& chunk : chunks) out.U32(static_cast<std::uint32_t>(chunk.offset));
 }
 
-void WriteCo64(ByteWriter& out, const std::vector<std::uint64_t>& offsets) {
+void WriteCo64(ByteWriter& out, const std::vector<SampleTable::Chunk>& chunks) {
   FullAtomScope atom(out, "co64");
-  out.U32(static_cast<std::uint32_t>(offsets.size()));
-  for (const std::uint64_t offset : offsets) out.U64(offset);
+  out.U32(static_cast<std::uint32_t>(chunks.size()));
+  for (const auto& chunk : chunks) out.U64(chunk.offset);
 }
 
-void WriteChunkOffsets(ByteWriter& out, const std::vector<std::uint64_t>& offsets) {
-  if (!offsets.empty() && offsets.back() > kLargestU32) {
-    WriteCo64(out, offsets);
+void WriteChunkOffsets(ByteWriter& out, const std::vector<SampleTable::Chunk>& chunks) {
+  if (!chunks.empty() && chunks.back().offset > kLargestU32) {
+    WriteCo64(out, chunks);
   } else {
-    WriteStco(out, offsets);
+    WriteStco(out, chunks);
   }
 }
 
@@ -210,9 +236,11 @@ void WriteStbl(ByteWriter& out, const Movie& movie, std::uint64_t mediaStart) {
   WriteStsd(out, movie);
   WriteStts(out, movie);
   WriteStss(out, movie.samples);
-  WriteStsc(out, movie.samples);
+  WriteCtts(out, movie);
+  const std::vector<SampleTable::Chunk> chunks = movie.samples.Chunks(mediaStart);
+  WriteStsc(out, chunks);
   WriteStsz(out, movie.samples);
-  WriteChunkOffsets(out, movie.samples.ChunkOffsets(mediaStart));
+  WriteChunkOffsets(out, chunks);
 }
 
 void WriteMinf(ByteWriter& out, const Movie& movie, std::uint64_t mediaStart) {
@@ -268,7 +296,7 @@ constexpr std::size_t kMdatHeader = 2 * kAtomHeader;  // in both forms
 
 }  // namespace
 
-std::size_t LargestHeader(const Movie& movie) {
+std::size_t UsualHeader(const Movie& movie) {
   ByteWriter out;
   WriteFtyp(out);
   WriteMoov(out, movie, kLargestU32 + 1);  // so far back that it takes the longer offsets
@@ -279,9 +307,8 @@ ByteWriter MovieHeader(const Movie& movie, std::size_t bytes) {
   ByteWriter out;
   WriteFtyp(out);
   WriteMoov(out, movie, bytes);
-  if (out.Size() + kAtomHeader + kMdatHeader > bytes) {
-    throw std::length_error("The index of a movie outgrew the room that was left for it");
-  }
+  const std::size_t needed = out.Size() + kAtomHeader + kMdatHeader;
+  if (needed > bytes) return MovieHeader(movie, std::max(needed, UsualHeader(movie)));
   WriteFree(out, bytes - kMdatHeader - out.Size());
   WriteMdatHeader(out, movie.samples.TotalBytes());
   return out;

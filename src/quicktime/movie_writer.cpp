@@ -46,6 +46,13 @@ void MovieWriter::AddVideoTrack(FourCharacterCode code, std::uint32_t width, std
   });
 }
 
+void MovieWriter::UseHeaders(ByteView headers) {
+  OrDiscard([&] {
+    if (!track_ || track_->framesTaken != 0) throw std::logic_error("Headers behind a sample");
+    track_->headers.assign(headers.begin(), headers.end());
+  });
+}
+
 void MovieWriter::WriteSample(const void* payload, std::size_t length, std::uint32_t flags,
                               std::uint32_t track) {
   OrDiscard([&] {
@@ -93,23 +100,26 @@ void MovieWriter::OrDiscard(Step step) {
 
 void MovieWriter::BeginMedia(ByteView firstFrame) {
   Track& track = *track_;
-  track.format = ChooseSampleFormat(track.code, firstFrame);
+  track.format =
+      ChooseSampleFormat(track.code, firstFrame, {track.headers.data(), track.headers.size()});
   // Without a size players show nothing, and the headers may know it.
-  if (track.size.width == 0 || track.size.height == 0) track.size = track.format->CodedSize();
+  if (!track.size.IsKnown()) track.size = track.format->CodedSize();
   const SampleTable longest =
       SampleTable::Longest(track.frameCount, track.samples.SamplesPerChunk());
-  track.headerBytes = LargestHeader(
+  track.headerBytes = UsualHeader(
       {0, track.size, UniformTiming(track.seconds, track.frameCount), *track.format, longest});
   file_.LeaveRoom(track.headerBytes);
   track.sampleStart = track.headerBytes;
 }
 
 void MovieWriter::TakeFrame(ByteView frame, bool isKeyFrame) {
+  const FrameContent content = track_->format->AppendFrame(frame, file_);
+  if (content.isSecondField) return ExtendLastSample();
   track_->startsAtKeyFrame |= isKeyFrame;
-  if (track_->format->AppendFrame(frame, file_)) EndSample();
+  if (content.hasPicture) EndSample(content);
 }
 
-void MovieWriter::EndSample() {
+void MovieWriter::EndSample(const FrameContent& content) {
   Track& track = *track_;
   const std::uint64_t bytes = file_.Position() - track.sampleStart;
   if (bytes > std::numeric_limits<std::uint32_t>::max()) {
@@ -117,27 +127,36 @@ void MovieWriter::EndSample() {
   }
   // A player has nowhere to start but at the first sample, whatever it is.
   const bool isSync = track.startsAtKeyFrame || track.samples.Count() == 0;
-  track.samples.Add(static_cast<std::uint32_t>(bytes), isSync);
+  track.samples.Add(static_cast<std::uint32_t>(bytes), isSync, content.description);
+  track.order.Add(content.place);
   track.sampleStart = file_.Position();
   track.startsAtKeyFrame = false;
 }
 
-void MovieWriter::EndMedia() {
+void MovieWriter::ExtendLastSample() {
   Track& track = *track_;
-  if (track.samples.Count() == 0) throw std::runtime_error("There is no picture in the movie");
   const std::uint64_t rest = file_.Position() - track.sampleStart;
   if (rest > std::numeric_limits<std::uint32_t>::max() - track.samples.Sizes().back()) {
     throw std::length_error("A sample too long for a movie");
   }
   if (rest != 0) track.samples.ExtendLast(static_cast<std::uint32_t>(rest));
+  track.sampleStart = file_.Position();
+}
+
+void MovieWriter::EndMedia() {
+  if (track_->samples.Count() == 0) throw std::runtime_error("There is no picture in the movie");
+  ExtendLastSample();
 }
 
 void MovieWriter::WriteHeader() {
   Track& track = *track_;
   const ByteWriter header = MovieHeader(
       {SecondsSince1904(), track.size, UniformTiming(track.seconds, track.samples.Count()),
-       *track.format, track.samples},
+       *track.format, track.samples, track.order.Find()},
       track.headerBytes);
+  if (header.Size() > track.headerBytes) {
+    file_.MoveBack(track.headerBytes, header.Size() - track.headerBytes);
+  }
   file_.FillRoom(header.View());
 }
 

@@ -6,19 +6,24 @@
 
 #include "quicktime/byte_view.h"
 #include "quicktime/frame_size.h"
+#include "quicktime/pixel_shape.h"
 
 namespace quicktime {
 
 struct Mpeg4Headers {
   ByteView bytes;  // within the payload; from the first start code up to the first picture or group
   FrameSize size;  // unknown when the object layer cannot be read
+  PixelShape pixels;
 };
 
 // False when there is no video object layer among them, without which nothing can be decoded, or
 // when they are too long to be headers.
 bool FindMpeg4Headers(ByteView payload, Mpeg4Headers& headers);
 
-// Whether a picture begins in the payload. Reads no further than to its start.
-bool HasMpeg4Picture(ByteView payload);
+enum class Mpeg4Picture { None, Anchor, Between };
+
+// Whether a picture begins in the payload, and whether it is shown before the one that was coded
+// before it (a B-VOP). Reads no further than to its start.
+Mpeg4Picture FindMpeg4Picture(ByteView payload);
 
 }  // namespace quicktime

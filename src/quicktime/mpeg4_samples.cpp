@@ -6,20 +6,31 @@
 
 namespace quicktime {
 
-std::unique_ptr<Mpeg4Samples> Mpeg4Samples::From(ByteView firstFrame) {
-  Mpeg4Headers headers;
-  if (!FindMpeg4Headers(firstFrame, headers)) return nullptr;
-  return std::make_unique<Mpeg4Samples>(headers);
+std::unique_ptr<Mpeg4Samples> Mpeg4Samples::From(ByteView firstFrame, ByteView knownHeaders) {
+  for (const ByteView bytes : {firstFrame, knownHeaders}) {
+    Mpeg4Headers headers;
+    if (FindMpeg4Headers(bytes, headers)) return std::make_unique<Mpeg4Samples>(headers);
+  }
+  return nullptr;
 }
 
-bool Mpeg4Samples::AppendFrame(ByteView frame, OutputFile& file) {
+FrameContent Mpeg4Samples::AppendFrame(ByteView frame, OutputFile& file) {
   file.Append(frame);
-  return HasMpeg4Picture(frame);
+  const Mpeg4Picture picture = FindMpeg4Picture(frame);
+  FrameContent content;
+  content.hasPicture = picture != Mpeg4Picture::None;
+  // A B-VOP is shown before the anchor that was coded last and behind the one before that; several
+  // in a row keep their order.
+  if (picture == Mpeg4Picture::Anchor) ++anchors_;
+  content.place = ShownPlace{0, 2 * anchors_ - (picture == Mpeg4Picture::Between ? 1 : 0)};
+  return content;
 }
 
-void Mpeg4Samples::WriteEntry(ByteWriter& out, const TrackFacts& facts) const {
+void Mpeg4Samples::WriteEntry(ByteWriter& out, std::uint32_t /*number*/,
+                              const TrackFacts& facts) const {
   VideoSampleEntry entry(out, MakeFourCharacterCode("mp4v"), "MPEG-4 Video", facts.size);
   WriteElementaryStreamDescriptor(out, facts);
+  WritePixelShape(out, pixels_);
 }
 
 void Mpeg4Samples::WriteElementaryStreamDescriptor(ByteWriter& out, const TrackFacts& facts) const {

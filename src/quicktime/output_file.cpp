@@ -6,6 +6,7 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <boost/smart_ptr/make_unique.hpp>
 #include <cerrno>
 #include <cstdio>
@@ -43,7 +44,7 @@ int OutputFile::Open(const std::string& path) {
     // A device must not be replaced by a file; and a pipe without a reader must not stop us.
     descriptor_ = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK);
   } else {
-    descriptor_ = ::open(partial.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW,
+    descriptor_ = ::open(partial.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW,
                          S_IRUSR | S_IWUSR);
   }
   if (descriptor_ < 0) return errno;
@@ -65,6 +66,25 @@ void OutputFile::AppendU32(std::uint32_t value) {
       static_cast<std::uint8_t>(value >> 24), static_cast<std::uint8_t>(value >> 16),
       static_cast<std::uint8_t>(value >> 8), static_cast<std::uint8_t>(value)};
   Append({bytes, sizeof(bytes)});
+}
+
+void OutputFile::MoveBack(std::size_t room, std::size_t bytes) {
+  WriteBlockAnd({});
+  // From the end, so that nothing is written over that is still to be read.
+  for (std::uint64_t end = written_; end > room;) {
+    const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(kBlock, end - room));
+    end -= size;
+    GoTo(end);
+    for (std::size_t done = 0; done < size;) {
+      const ssize_t count = ::read(descriptor_, buffer_.get() + done, size - done);
+      if (count < 0 && errno == EINTR) continue;
+      if (count <= 0) Fail(count < 0 ? errno : EIO, "read");
+      done += static_cast<std::size_t>(count);
+    }
+    GoTo(end + bytes);
+    iovec piece{buffer_.get(), size};
+    WriteAll(&piece, 1);
+  }
 }
 
 void OutputFile::FillRoom(ByteView bytes) {
@@ -99,7 +119,7 @@ void OutputFile::Discard() noexcept {
   partialPath_.clear();
 }
 
-void OutputFile::GoTo(std::size_t position) {
+void OutputFile::GoTo(std::uint64_t position) {
   if (::lseek(descriptor_, static_cast<off_t>(position), SEEK_SET) < 0) Fail(errno, "seek in");
 }
 

@@ -55,6 +55,9 @@ class OutputFile {
   // Length of the file so far, the room at its start included.
   std::uint64_t Position() const { return written_ + buffered_; }
 
+  // Moves what was appended behind the room so many bytes back, which makes the room longer.
+  void MoveBack(std::size_t room, std::size_t bytes);
+
   // Writes everything out, then these bytes over the start of the file; after that, only Commit.
   void FillRoom(ByteView bytes);
 
@@ -65,7 +68,7 @@ class OutputFile {
   void Discard() noexcept;
 
  private:
-  void GoTo(std::size_t position);
+  void GoTo(std::uint64_t position);
   void Buffer(ByteView bytes);
   void WriteBlockAnd(ByteView bytes);
   void WriteAll(iovec* pieces, int count);

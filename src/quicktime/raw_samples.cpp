@@ -2,12 +2,15 @@
 
 namespace quicktime {
 
-bool RawSamples::AppendFrame(ByteView frame, OutputFile& file) {
+FrameContent RawSamples::AppendFrame(ByteView frame, OutputFile& file) {
   file.Append(frame);
-  return !frame.empty();
+  FrameContent content;
+  content.hasPicture = true;
+  return content;
 }
 
-void RawSamples::WriteEntry(ByteWriter& out, const TrackFacts& facts) const {
+void RawSamples::WriteEntry(ByteWriter& out, std::uint32_t /*number*/,
+                            const TrackFacts& facts) const {
   VideoSampleEntry entry(out, code_, "", facts.size);
 }
 

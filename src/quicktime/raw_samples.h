@@ -10,8 +10,8 @@ class RawSamples final : public SampleFormat {
  public:
   explicit RawSamples(FourCharacterCode code) : code_(code) {}
 
-  bool AppendFrame(ByteView frame, OutputFile& file) override;
-  void WriteEntry(ByteWriter& out, const TrackFacts& facts) const override;
+  FrameContent AppendFrame(ByteView frame, OutputFile& file) override;
+  void WriteEntry(ByteWriter& out, std::uint32_t number, const TrackFacts& facts) const override;
 
  private:
   const FourCharacterCode code_;

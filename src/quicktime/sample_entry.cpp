@@ -28,4 +28,11 @@ VideoSampleEntry::VideoSampleEntry(ByteWriter& out, FourCharacterCode format,
   out.U16(kNoColourTable);
 }
 
+void WritePixelShape(ByteWriter& out, PixelShape pixels) {
+  if (pixels.IsSquare()) return;
+  AtomScope atom(out, "pasp");
+  out.U32(pixels.horizontal);
+  out.U32(pixels.vertical);
+}
+
 }  // namespace quicktime

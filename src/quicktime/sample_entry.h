@@ -9,6 +9,7 @@
 #include "quicktime/atom_scope.h"
 #include "quicktime/byte_writer.h"
 #include "quicktime/frame_size.h"
+#include "quicktime/pixel_shape.h"
 
 namespace quicktime {
 
@@ -30,5 +31,8 @@ class VideoSampleEntry {
  private:
   AtomScope atom_;
 };
+
+// The atom of an entry that says how wide its pixels are; nothing for square ones.
+void WritePixelShape(ByteWriter& out, PixelShape pixels);
 
 }  // namespace quicktime

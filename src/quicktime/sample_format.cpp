@@ -6,10 +6,11 @@
 
 namespace quicktime {
 
-std::unique_ptr<SampleFormat> ChooseSampleFormat(FourCharacterCode code, ByteView firstFrame) {
+std::unique_ptr<SampleFormat> ChooseSampleFormat(FourCharacterCode code, ByteView firstFrame,
+                                                 ByteView knownHeaders) {
   std::unique_ptr<SampleFormat> format;
-  if (code == kH264Video) format = H264Samples::From(firstFrame);
-  if (code == kMpeg4Video) format = Mpeg4Samples::From(firstFrame);
+  if (code == kH264Video) format = H264Samples::From(firstFrame, knownHeaders);
+  if (code == kMpeg4Video) format = Mpeg4Samples::From(firstFrame, knownHeaders);
   if (format == nullptr) format = std::make_unique<RawSamples>(code);
   return format;
 }

@@ -3,15 +3,27 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "quicktime/byte_view.h"
 #include "quicktime/byte_writer.h"
 #include "quicktime/four_character_code.h"
 #include "quicktime/output_file.h"
+#include "quicktime/pixel_shape.h"
+#include "quicktime/presentation.h"
 #include "quicktime/sample_entry.h"
 
 namespace quicktime {
+
+// What came with a frame.
+struct FrameContent {
+  bool hasPicture = false;
+  bool isSecondField = false;       // the picture belongs to the sample before
+  std::uint32_t description = 1;    // of the picture
+  std::optional<ShownPlace> place;  // of the picture; nothing when that is not known
+};
 
 class SampleFormat {
  public:
@@ -20,23 +32,26 @@ class SampleFormat {
   SampleFormat(const SampleFormat&) = delete;
   SampleFormat& operator=(const SampleFormat&) = delete;
 
-  // Appends what a sample holds of the frame. False when there is no picture in it: what was
-  // appended is then the beginning of the next picture's sample.
-  virtual bool AppendFrame(ByteView frame, OutputFile& file) = 0;
+  // Appends what a sample holds of the frame. Without a picture it is the beginning of the next
+  // picture's sample.
+  virtual FrameContent AppendFrame(ByteView frame, OutputFile& file) = 0;
 
-  // The entry of the sample description table.
-  virtual void WriteEntry(ByteWriter& out, const TrackFacts& facts) const = 0;
+  // How many entries the sample description table has, and each of them, from 1.
+  virtual std::uint32_t Descriptions() const { return 1; }
+  virtual void WriteEntry(ByteWriter& out, std::uint32_t number, const TrackFacts& facts) const = 0;
 
-  // How many bytes longer the entry may become by frames still to come.
+  // How many bytes longer the entries are expected to become by frames still to come.
   virtual std::size_t EntryGrowth() const { return 0; }
 
   // Of the pictures, as their headers state it; unknown where there are none.
   virtual FrameSize CodedSize() const { return {}; }
+  virtual PixelShape Pixels() const { return {}; }
 };
 
-// Chooses by the code that the caller announced and by what its first frame holds. Video whose
-// headers are not in its first frame is stored as it comes under that code: some players know what
-// to make of it, and nothing of the recording is lost.
-std::unique_ptr<SampleFormat> ChooseSampleFormat(FourCharacterCode code, ByteView firstFrame);
+// Chooses by the code that the caller announced and by what its first frame holds, or else what is
+// known of its stream (stream_headers.h). Video without headers is stored as it comes under that
+// code: some players know what to make of it, and nothing of the recording is lost.
+std::unique_ptr<SampleFormat> ChooseSampleFormat(FourCharacterCode code, ByteView firstFrame,
+                                                 ByteView knownHeaders);
 
 }  // namespace quicktime

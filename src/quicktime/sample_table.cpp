@@ -10,7 +10,10 @@ namespace quicktime {
 SampleTable::SampleTable(std::uint32_t samplesPerChunk)
     : samplesPerChunk_(std::max<std::uint32_t>(samplesPerChunk, 1)) {}
 
-void SampleTable::Add(std::uint32_t bytes, bool isSync) {
+void SampleTable::Add(std::uint32_t bytes, bool isSync, std::uint32_t description) {
+  if (changes_.empty() || changes_.back().second != description) {
+    changes_.emplace_back(Count(), description);
+  }
   sizes_.push_back(bytes);
   if (isSync) syncSamples_.push_back(Count());
 }
@@ -28,19 +31,19 @@ std::uint64_t SampleTable::TotalBytes() const {
   return std::accumulate(sizes_.begin(), sizes_.end(), std::uint64_t{0});
 }
 
-std::uint32_t SampleTable::Chunks() const {
-  return Count() / samplesPerChunk_ + (Count() % samplesPerChunk_ != 0 ? 1 : 0);
-}
-
-std::vector<std::uint64_t> SampleTable::ChunkOffsets(std::uint64_t first) const {
-  std::vector<std::uint64_t> offsets;
-  offsets.reserve(Chunks());
+std::vector<SampleTable::Chunk> SampleTable::Chunks(std::uint64_t first) const {
+  std::vector<Chunk> chunks;
   std::uint64_t offset = first;
+  auto change = changes_.begin();
   for (std::uint32_t i = 0; i < Count(); ++i) {
-    if (i % samplesPerChunk_ == 0) offsets.push_back(offset);
+    const bool changes = change != changes_.end() && change->first == i;
+    if (chunks.empty() || changes || chunks.back().samples == samplesPerChunk_) {
+      chunks.push_back({0, changes ? (change++)->second : chunks.back().description, offset});
+    }
+    ++chunks.back().samples;
     offset += sizes_[i];
   }
-  return offsets;
+  return chunks;
 }
 
 SampleTable SampleTable::Longest(std::uint32_t samples, std::uint32_t samplesPerChunk) {

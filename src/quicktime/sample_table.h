@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace quicktime {
@@ -18,7 +19,8 @@ class SampleTable {
   explicit SampleTable(std::uint32_t samplesPerChunk);
 
   void Reserve(std::uint32_t samples) { sizes_.reserve(samples); }
-  void Add(std::uint32_t bytes, bool isSync);
+  // The number of its description is from 1.
+  void Add(std::uint32_t bytes, bool isSync, std::uint32_t description = 1);
   // Lengthens the last sample; there must be one, and the sum must fit.
   void ExtendLast(std::uint32_t bytes);
 
@@ -31,9 +33,14 @@ class SampleTable {
   bool AllAreSync() const { return syncSamples_.size() == sizes_.size(); }
 
   std::uint32_t SamplesPerChunk() const { return samplesPerChunk_; }
-  std::uint32_t Chunks() const;
-  // Where each chunk begins when the first begins there.
-  std::vector<std::uint64_t> ChunkOffsets(std::uint64_t first) const;
+  // Samples that lie together; all of a chunk have one description.
+  struct Chunk {
+    std::uint32_t samples;
+    std::uint32_t description;
+    std::uint64_t offset;
+  };
+  // When the first begins there.
+  std::vector<Chunk> Chunks(std::uint64_t first) const;
 
   // A table that takes at least as much room in a file as any of so many samples or fewer.
   static SampleTable Longest(std::uint32_t samples, std::uint32_t samplesPerChunk);
@@ -42,6 +49,7 @@ class SampleTable {
   const std::uint32_t samplesPerChunk_;
   std::vector<std::uint32_t> sizes_;
   std::vector<std::uint32_t> syncSamples_;
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> changes_;  // from a sample on, a description
 };
 
 }  // namespace quicktime

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <numeric>
 #include <set>
 #include <stdexcept>
 
@@ -40,11 +41,13 @@ std::string ReadAtoms(const std::string& bytes, const std::string& folder, Movie
 }  // namespace
 
 void WriteMovie(const std::string& path, FourCharacterCode code, unsigned width, unsigned height,
-                double seconds, const CodedFrames& frames) {
+                double seconds, const CodedFrames& frames, const std::string& headers) {
   MovieWriter writer;
   if (writer.Open(path) != 0) throw std::runtime_error("no file");
   writer.AddVideoTrack(code, width, height, seconds, static_cast<std::uint32_t>(frames.size()),
                        NoTextOverlayStyle);
+  const std::vector<std::uint8_t> known(headers.begin(), headers.end());
+  writer.UseHeaders({known.data(), known.size()});
   for (const CodedFrame& frame : frames) {
     // In memory of its very size, so that sanitizers see a read past it; all flags but the one.
     const std::vector<char> bytes(frame.payload.begin(), frame.payload.end());
@@ -66,21 +69,31 @@ MovieFile ReadMovie(const std::string& path) {
   const bool hasSync = atoms.count(stbl + "stss") != 0;
   rule(types == "ftyp mvhd tkhd elst edts mdhd hdlr vmhd hdlr dref dinf stsd stts " +
                     std::string(hasSync ? "stss " : "") +
+                    (atoms.count(stbl + "ctts") != 0 ? "ctts " : "") +
                     "stsc stsz stco stbl minf mdia trak moov free wide mdat ",
        "the atoms");
   movie.movieDuration = U32(atoms["moov/mvhd"], 16);
-  movie.width = U32(atoms["moov/trak/tkhd"], 76) >> 16;
-  movie.height = U32(atoms["moov/trak/tkhd"], 80) >> 16;
 
-  constexpr std::size_t kEntryFields = 4 + 4 + 8 + 78;  // of stsd, and of its one video entry
   const std::string& stsd = atoms[stbl + "stsd"];
-  rule(U32(stsd, 8) == stsd.size() - 8 && U32(stsd, 40) == (movie.width << 16 | movie.height),
-       "length and size of stsd");
-  movie.format = stsd.substr(std::min<std::size_t>(12, stsd.size()), 4);
-  if (stsd.size() > kEntryFields) {
-    rule(U32(stsd, kEntryFields) == stsd.size() - kEntryFields, "length of the description");
-    movie.description = stsd.substr(kEntryFields + 8);
+  constexpr std::size_t kEntryFields = 86;
+  for (std::size_t at = 8, length = 0; at < stsd.size(); at += length) {
+    length = U32(stsd, at);
+    rule(length >= kEntryFields && length <= stsd.size() - at, "length of a sample entry");
+    if (!movie.brokenRules.empty()) return movie;
+    const std::string folder = std::to_string(movie.descriptions.size() + 1) + "/";
+    ReadAtoms(stsd.substr(at + kEntryFields, length - kEntryFields), folder, movie);
+    movie.descriptions.push_back(atoms.count(folder + "avcC") != 0 ? atoms[folder + "avcC"]
+                                                                   : atoms[folder + "esds"]);
   }
+  rule(U32(stsd, 4) == movie.descriptions.size() && stsd.size() > kEntryFields, "sample entries");
+  movie.format = stsd.substr(std::min<std::size_t>(12, stsd.size()), 4);
+  movie.width = U32(stsd, 40) >> 16;
+  movie.height = U32(stsd, 40) & 0xFFFF;
+  const std::string& tkhd = atoms["moov/trak/tkhd"];
+  rule(atoms.count("1/pasp") != 0
+           ? U32(tkhd, 76) != 0 && U32(tkhd, 80) != 0
+           : U32(tkhd, 76) == movie.width << 16 && U32(tkhd, 80) == movie.height << 16,
+       "size of the track");
 
   const std::string& stts = atoms[stbl + "stts"];
   const std::string& stss = atoms[stbl + "stss"];
@@ -108,15 +121,33 @@ MovieFile ReadMovie(const std::string& path) {
   for (std::uint32_t chunk = 1; chunk <= U32(stco, 4); ++chunk) {
     if (run + 12 < stsc.size() && U32(stsc, run + 12) == chunk) run += 12;
     rule(U32(stco, 4 + 4 * chunk) == expected && U32(stsc, run) <= chunk, "place of a chunk");
+    rule(U32(stsc, run + 8) - 1 < movie.descriptions.size(), "sample entry of a chunk");
     for (std::uint32_t i = 0; i < U32(stsc, run + 4) && movie.samples.size() < count; ++i) {
       const std::uint32_t size = U32(stsz, 12 + 4 * movie.samples.size());
       rule(size != 0 && size <= file.size() - std::min(expected, file.size()), "size of a sample");
+      movie.entries.push_back(U32(stsc, run + 8));
       movie.samples.push_back(file.substr(std::min(expected, file.size()), size));
       expected += size;
     }
   }
   rule(run + 12 == stsc.size() && movie.samples.size() == count && expected == file.size(),
        "samples of stsc, stsz and mdat");
+  // Shown are places from the edit's begin on, each once.
+  const std::string& ctts = atoms[stbl + "ctts"];
+  const std::uint32_t begin = U32(atoms["moov/trak/edts/elst"], 12);
+  for (std::size_t at = 8; at < ctts.size(); at += 8) {
+    for (std::uint32_t i = U32(ctts, at); i > 0 && movie.shown.size() < count; --i) {
+      const auto coded = static_cast<std::uint32_t>(movie.shown.size());
+      movie.shown.push_back(coded + U32(ctts, at + 4) / U32(stts, 12) - begin / U32(stts, 12));
+      rule(U32(ctts, at + 4) % U32(stts, 12) == 0, "offset of a sample");
+    }
+  }
+  if (ctts.empty()) movie.shown.resize(count);
+  if (ctts.empty()) std::iota(movie.shown.begin(), movie.shown.end(), 0U);
+  const std::set<std::uint32_t> places(movie.shown.begin(), movie.shown.end());
+  rule(places.size() == count && *places.rbegin() == count - 1 &&
+           (ctts.empty() ? begin == 0 : ctts.size() == 8 + 8 * U32(ctts, 4)),
+       "the order of showing");
   return movie;
 }
 

@@ -16,18 +16,21 @@ struct CodedFrame {
 };
 using CodedFrames = std::vector<CodedFrame>;
 
-// Writes the frames as a movie of so many seconds.
+// Writes the frames as a movie of so many seconds; headers are those known of the stream, if any.
 void WriteMovie(const std::string& path, FourCharacterCode code, unsigned width, unsigned height,
-                double seconds, const CodedFrames& frames);
+                double seconds, const CodedFrames& frames, const std::string& headers = {});
 
 struct MovieFile {
   std::map<std::string, std::string> atoms;  // contents by path, such as "moov/trak/tkhd"
-  std::uint32_t width = 0, height = 0;       // of the track, in pixels
+  std::uint32_t width = 0, height = 0;       // of the first sample entry, in pixels
   std::uint32_t movieDuration = 0;           // milliseconds
-  std::string format, description;           // of the sample entry: its type, and its avcC or esds
+  std::string format;                        // of the first sample entry
+  std::vector<std::string> descriptions;     // avcC or esds of each sample entry
   std::vector<std::uint32_t> syncSamples;    // empty when all are
-  std::vector<std::string> samples;          // their bytes
-  std::vector<std::string> brokenRules;      // what a strict player would refuse, one line each
+  std::vector<std::string> samples;          // their bytes,
+  std::vector<std::uint32_t> entries,
+      shown;                             // sample entries from 1, places in the order of showing
+  std::vector<std::string> brokenRules;  // what a strict player would refuse, one line each
 };
 
 // Parses the file and applies the rules that hold for every movie.

@@ -20,8 +20,8 @@ class MovieTest : public testing::Test {
  protected:
   // Writes the frames and reads the movie.
   void Convert(FourCharacterCode code, const CodedFrames& frames, double seconds = 1.5,
-               unsigned width = 320, unsigned height = 240) {
-    WriteMovie("clip.mov", code, width, height, seconds, frames);
+               unsigned width = 320, unsigned height = 240, const std::string& headers = {}) {
+    WriteMovie("clip.mov", code, width, height, seconds, frames, headers);
     ExpectMovie("clip.mov", code == kRaw ? frames : CodedFrames());
   }
   // Nothing in it that a strict player would refuse, and these samples as they are, if any.

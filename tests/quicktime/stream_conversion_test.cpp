@@ -86,7 +86,7 @@ std::string Record(const std::string& held) {
     sets[isPicture] += set;
   }
   return "\1" + sets[0].substr(3, 3) + "\xFF" + counts[0] + sets[0] + counts[1] + sets[1] +
-         (held[0] == 'H' ? "\xFE\xF9\xF8\0"s : "");
+         (held.find('H') != std::string::npos ? "\xFE\xF9\xF8\0"s : "");
 }
 
 class StreamConversion : public MovieTest {
@@ -97,12 +97,17 @@ class StreamConversion : public MovieTest {
     std::string text;
     for (std::uint32_t i = 1; i <= movie_.samples.size(); ++i) {
       const bool isSync = sync.empty() || std::count(sync.begin(), sync.end(), i) != 0;
-      text += (i == 1 ? ""s : " /"s) + (i != 1 && isSync ? " *" : isSync ? "*" : "");
+      const std::uint32_t entry = movie_.entries[i - 1];
+      text += i == 1                           ? ""
+              : entry == movie_.entries[i - 2] ? " / "
+                                               : " / #" + std::to_string(entry) + " ";
+      text += isSync ? "* " : "";
       for (const std::string& unit : SampleUnits(movie_.samples[i - 1], movie_.brokenRules)) {
         const auto known = std::find_if(KnownUnits().begin(), KnownUnits().end(),
                                         [&](const auto& each) { return each.second == unit; });
-        text += " " + (known != KnownUnits().end() ? known->first : "?");
+        text += (known != KnownUnits().end() ? known->first : "?") + " ";
       }
+      text.pop_back();
     }
     return text;
   }
@@ -113,11 +118,21 @@ class StreamConversion : public MovieTest {
     Convert(kH264Video, {{code + set + code + pictureSet + code + Unit("I"), true}}, 1, 0, 0);
     if (movie_.format != "avc1") return "none";
     const std::string chroma =
-        Words(movie_.description.substr(11 + set.size() + pictureSet.size()));
+        Words(movie_.descriptions.at(0).substr(11 + set.size() + pictureSet.size()));
     return chroma + (chroma.empty() ? "" : " ") + Size();
   }
+  // In pixels, and their shape unless it is square, in hexadecimal.
   std::string Size() const {
-    return std::to_string(movie_.width) + "x" + std::to_string(movie_.height);
+    const auto shape = movie_.atoms.find("1/pasp");
+    return std::to_string(movie_.width) + "x" + std::to_string(movie_.height) +
+           (shape == movie_.atoms.end() ? "" : " " + Words(shape->second));
+  }
+  // Where each sample is shown, counted from 0.
+  std::string Shown() const {
+    std::string text;
+    for (const std::uint32_t place : movie_.shown)
+      text += (text.empty() ? "" : " ") + std::to_string(place);
+    return text;
   }
   void TearDown() override { EXPECT_THAT(movie_.brokenRules, testing::IsEmpty()); }
 };
@@ -130,8 +145,13 @@ TEST_F(StreamConversion, H264UnitsGoWhereTheyBelong) {
   for (const auto& row : tvx::test::Rows(R"(
       * D S0 P0 E I I+ F x Q / ~ .D .s+ .a .T . / * .S0 P0+ .I | * E I I x / s a / * I | S0 P0
       * S0 P0 I / * S1 P7of1 I / S0 P0 S1 P7of1 P255 s | * I / * I / s          | S0 S1 P0 P7of1 P255
-      * S0 P0 I / * S0 P0new I / * S0 P0 P1 I          | * I / * P0new I / * S0 P0 P1 I | S0 P0
-      * S0 P0 I / * H0 P0 I                            | * I / * H0 P0 I        | S0 P0
+      * S0 P0 I / * S0 P0new I / * S0 P0 P1 I          | * I / #2 * I / #3 * I | S0 P0 & S0 P0new & S0 P0 P1
+      * S0 P0 I / * H0 P0 I / s / * S0 P0 I            | * I / #2 * I / s / #1 * I | S0 P0 & H0 P0
+      * S0 P0 P1 I P0new / s / P1 S0 P0 / s            | * I / #2 s / #1 s | S0 P0 P1 & S0 P0new P1
+      * P0 S0 I / * P0 H0 I                            | * I / #2 * I | S0 P0 & H0 P0
+      * E I / * S0 P0 I                                | * E I / * I  | S0 P0   | P0 E S0 s P1
+      * S0 / * P0 / * I                                | * I          | S0 P0   | S0 P0new
+      * S0 P1 I                                        | * I          | S0 P1   | H0 P0
       * S0 P0 I / * over full P3 I / full P3 s         | * I / * over P3 I / P3 s | S0 P0 full
       * S0 P0 I / * wide less I                        | * I / * less I         | S0 P0 wide
       * S0 P0 full over I                              | * I                    | S0 P0 full over
@@ -141,10 +161,13 @@ TEST_F(StreamConversion, H264UnitsGoWhereTheyBelong) {
       * S0 P0 / E / I / D / ~ y / s /  / * E / I / E   | * E I / y s / * E I E  | S0 P0
       S0 P0 s / s / * I                                | * s / s / * I          | S0 P0)")) {
     SCOPED_TRACE(row[0]);
-    Convert(kH264Video, Frames(row[0]));
+    Convert(kH264Video, Frames(row[0]), 1, 320, 240, Frames(row[3])[0].payload);
     EXPECT_EQ(movie_.format, "avc1");
     EXPECT_EQ(Samples(), row[1]);
-    EXPECT_EQ(movie_.description, Record(row[2]));
+    std::vector<std::string> records;
+    std::istringstream held(row[2]);
+    for (std::string sets; std::getline(held, sets, '&');) records.push_back(Record(sets));
+    EXPECT_EQ(movie_.descriptions, records);
   }
 }
 
@@ -160,7 +183,7 @@ TEST_F(StreamConversion, HoldsAsManySetsAsTheRecordCounts) {
   }
   Convert(kH264Video, {{payload + code + Unit("I"), true}});
   EXPECT_EQ(SampleUnits(movie_.samples[0], movie_.brokenRules).size(), 3U);
-  EXPECT_EQ(movie_.description[5], '\xFF');
+  EXPECT_EQ(movie_.descriptions.at(0).at(5), '\xFF');
   for (const std::size_t size : {0xFFFFU, 0x10000U}) {
     const std::string set = Unit("P1") + std::string(size - Unit("P1").size(), 'U');
     Convert(kH264Video, {{Frames("S0 P0")[0].payload + code + set + code + Unit("I"), true}});
@@ -176,7 +199,8 @@ TEST_F(StreamConversion, H264SequencesAreReadBehindAllThatMayStandBeforeTheField
                                   {"high", "100:8 0:8 31:8"},
                                   {"middle", "e4 e0 e5 e3 1:1"},
                                   {"whole", "e119 e67 1:1 0:1 0:1 0:1"},
-                                  {"cut", "e119 e67 1:1 1:1 1:1 e1 e2 e3 e4 0:1"}};
+                                  {"cut", "e119 e67 1:1 1:1 1:1 e1 e2 e3 e4 0:1"},
+                                  {"seen", "e119 e67 1:1 0:1 0:1 1:1 1:1"}};
   for (auto row : tvx::test::Rows(R"(
       main e0 middle whole | 0 | 1920x1088
       main e31 middle cut | 31 | 1914x1074
@@ -203,6 +227,13 @@ TEST_F(StreamConversion, H264SequencesAreReadBehindAllThatMayStandBeforeTheField
       main e0 middle e4095 e67 1:1 1:1 0:1 0:1 | 0 | 0x0
       main e0 middle e119 e4095 1:1 1:1 1:1 e0 e0 e0 e1 0:1 | 0 | 1920x65534
       main e0 middle e119 | 0 | 0x0 | cut off
+      main e0 middle seen 4:8 | 0 | 1920x1088 10 B | shapes of pixels
+      main e0 middle seen 16:8 | 0 | 1920x1088 2 1
+      main e0 middle seen 17:8 | 0 | 1920x1088
+      main e0 middle seen 255:8 160:16 99:16 | 0 | 1920x1088 A0 63
+      main e0 middle seen 255:8 0:16 99:16 | 0 | 1920x1088
+      main e0 middle seen 255:8 1:16 16:16 | 0 | 1920x1088
+      main e0 middle seen 255:8 16:16 | 0 | 1920x1088
       main 0:32 1:1 0:31 | 0 | none | more zeros than a number has)")) {
     for (const auto& [name, fields] : names) {
       const std::size_t at = row[0].find(name);
@@ -217,6 +248,50 @@ TEST_F(StreamConversion, H264SequencesAreReadBehindAllThatMayStandBeforeTheField
                                            86,  118, 128, 134, 135, 138, 139};
     const bool isTold = Sequence(fields, "0").substr(0, 8) == "FEFAF800";
     EXPECT_EQ(isTold, withChroma.count(profile) != 0) << profile;
+  }
+}
+
+// Behind the first fields of each slice: number of the frame in four bits, whether it is a field and
+// a bottom one where there are fields, number of the IDR picture, and what the type of order needs.
+// "65" is an IDR picture, "01" one that nothing refers to. Sets: the order; whether frames only, and
+// whether slices have deltas of the bottom field.
+TEST_F(StreamConversion, H264PicturesAreShownInTheirOwnOrder) {
+  for (const auto& row : tvx::test::Rows(R"(
+      e0 e0 e0 | 1 0 | 65 0:4 e0 0:4 / 41 1:4 4:4 / 01 2:4 2:4 / 41 2:4 8:4 / 01 3:4 6:4 | 0 2 1 4 3 | low bits
+      e0 e0 e0 | 1 0 | 65 0:4 e0 0:4 / 41 1:4 6:4 / 41 2:4 14:4 / 01 3:4 10:4 / 41 3:4 6:4 / 41 4:4 14:4 / 01 5:4 10:4 | 0 1 3 2 4 6 5 | that go round, by half of them
+      e0 e0 e0 | 1 0 | 65 0:4 e0 6:4 / 41 1:4 0:4 / 41 2:4 15:4 / 41 3:4 8:4 / 41 4:4 14:4 | 4 3 2 0 1 | back, too
+      e0 e0 e1 | 1 0 | 65 0:4 e0 0:5 / 41 1:4 8:5 / 01 2:4 4:5 / 65 0:4 e1 0:5 / 41 1:4 8:5 / 01 2:4 4:5 | 0 2 1 3 5 4 | from the start
+      e0 e0 e0 | 1 1 | 65 0:4 e0 0:4 s1 / 41 1:4 6:4 s-4 / 01 2:4 3:4 s0 | 0 1 2 | the earlier field counts
+      e0 e0 e0 | 1 1 | 65 0:4 e0 0:4 s1 / 41 1:4 6:4 s-2 / 01 2:4 3:4 s0 | 0 2 1
+      e0 e0 e0 | 0 1 | 65 0:4 1:1 0:1 e0 0:4 / 41 0:4 1:1 1:1 1:4 / 41 1:4 1:1 1:1 9:4 / 41 1:4 1:1 0:1 8:4 / 01 2:4 1:1 0:1 4:4 / 01 2:4 1:1 1:1 5:4 / 01 2:4 0:1 6:4 s0 | 0 3 1 2 | two fields are a sample
+      e0 e0 e0 | 0 0 | 65 0:4 1:1 0:1 e0 0:4 / 41 1:4 1:1 1:1 1:4 / 01 1:4 1:1 0:1 2:4 / 01 1:4 1:1 0:1 3:4 / 65 0:4 1:1 1:1 e1 1:4 | 0 1 2 3 4 | of one frame, kind and parity each
+      e0 e1 0:1 s-3 s1 e2 s2 s6 | 1 1 | 65 0:4 e0 s0 s0 / 41 1:4 s4 s4 / 01 2:4 s0 s0 / 41 2:4 s0 s0 / 01 3:4 s0 s0 | 1 3 0 4 2 | a cycle
+      e0 e1 1:1 s-1 s0 e1 s2 | 1 0 | 65 0:4 e0 / 41 15:4 / 01 0:4 / 41 0:4 / 01 1:4 | 0 2 1 4 3 | that goes round
+      e0 e1 1:1 s-1 s0 e0 | 1 0 | 65 0:4 e0 / 01 1:4 / 41 2:4 | 1 0 2 | none
+      e0 e1 1:1 s-1 s32768 e0 | 1 0 | 65 0:4 e0 / 01 1:4 / 41 2:4 | 0 1 2 | nonsense
+      e0 e1 1:1 s-1 s0 e256 s0*256 | 1 0 | 65 0:4 e0 / 01 1:4 / 41 2:4 | 0 1 2
+      e0 e2 | 1 0 | 65 0:4 e0 / 41 1:4 / 01 2:4 / 41 2:4 | 0 1 2 3 | as they are coded
+      e0 e0 e0 | 1 0 | 65 0:4 e0 4:4 / 41 1:4 2:4 / 41 | 0 1 2 | one is cut off)")) {
+    SCOPED_TRACE(row[2]);
+    const std::string code = "\0\0\1"s;
+    const char* const flag[] = {row[1][0] == '1' ? "1:1" : "0:1 0:1",
+                                row[1][2] == '1' ? "1:1" : "0:1"};
+    CodedFrames frames = {{code +
+                           CodedUnit('\x67', "77:8 0:8 31:8 e0 " + row[0] + " e1 0:1 e9 e9 " +
+                                                 flag[0] + " 1:1 0:1 0:1") +
+                           code + CodedUnit('\x68', "e0 e0 0:1 "s + flag[1])}};
+    std::istringstream slices(row[2]);
+    for (std::string slice; std::getline(slices, slice, '/');) {
+      int first = 0;
+      std::string fields;
+      std::getline(std::istringstream(slice) >> std::hex >> first, fields);
+      frames.push_back(
+          {code + CodedUnit(static_cast<char>(first), fields.empty() ? "" : "e0 e7 e0 " + fields)});
+    }
+    frames[0].payload += frames[1].payload;
+    frames.erase(frames.begin() + 1);
+    Convert(kH264Video, frames);
+    EXPECT_EQ(Shown(), row[3]) << row[4];
   }
 }
 
@@ -273,7 +348,7 @@ TEST_F(StreamConversion, Mpeg4HeadersAreInTheDescriptionToo) {
                                Number(first.size() * 12, 4) + Number(bytes * 4, 4) +
                                Descriptor(5, row.headers);
     EXPECT_EQ(
-        movie_.description,
+        movie_.descriptions.at(0),
         Number(0, 4) + Descriptor(3, Number(0, 3) + Descriptor(4, config) + Descriptor(6, "\2")));
   }
 }
@@ -281,8 +356,9 @@ TEST_F(StreamConversion, Mpeg4HeadersAreInTheDescriptionToo) {
 // Version, aspect, control and buffer, shape, clock; no rectangle, no clock, no size, cut off.
 TEST_F(StreamConversion, Mpeg4SizesAreReadBehindAllThatMayStandBeforeThem) {
   for (const auto& row : tvx::test::Rows(R"(
-      1:1 1:4 1:3 15:4 12:8 11:8 1:1 1:3 1:1 0:79 0:2 1:1 40000:16 1:1 1:1 1001:16 1:1 720:13 1:1 576:13 | 720x576
-      0:1 1:4 1:1 1:2 0:1 0:1 0:2 1:1 1:16 1:1 1:1 0:1 1:1 352:13 1:1 288:13 | 352x288
+      1:1 1:4 1:3 15:4 12:8 11:8 1:1 1:3 1:1 0:79 0:2 1:1 40000:16 1:1 1:1 1001:16 1:1 720:13 1:1 576:13 | 720x576 C B
+      0:1 5:4 1:1 1:2 0:1 0:1 0:2 1:1 1:16 1:1 1:1 0:1 1:1 352:13 1:1 288:13 | 352x288 28 21
+      0:1 6:4 1:1 1:2 0:1 0:1 0:2 1:1 1:16 1:1 1:1 0:1 1:1 352:13 1:1 288:13 | 352x288
       0:1 1:4 0:1 0:2 1:1     2:16 1:1 1:1  1:1 1:1  352:13 1:1  288:13 | 352x288
       0:1 1:4 0:1 0:2 1:1     3:16 1:1 1:1  1:2 1:1  352:13 1:1  288:13 | 352x288
       0:1 1:4 0:1 0:2 1:1 65535:16 1:1 1:1 1:16 1:1 8191:13 1:1 8190:13 | 8191x8190
@@ -307,7 +383,7 @@ TEST_F(StreamConversion, StoresVideoWithoutHeadersAsItComes) {
       {MakeFourCharacterCode("WXYZ"), "WXYZ", sets + vop}};
   for (const auto& [code, format, first] : rows) {
     Convert(code, {{first, true}, {"anything", false}, {sets, false}});
-    EXPECT_EQ(movie_.format + movie_.description, format);
+    EXPECT_EQ(movie_.format + movie_.descriptions.at(0), format);
     EXPECT_THAT(movie_.samples, ElementsAre(first, "anything", sets));
   }
 }
