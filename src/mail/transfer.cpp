@@ -2,8 +2,8 @@
 
 #include <new>
 
+#include "base/percent_encode.h"
 #include "log/host_log.h"
-#include "web/percent_encode.h"
 
 namespace tvx {
 namespace {

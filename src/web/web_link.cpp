@@ -9,10 +9,10 @@
 #include <string_view>
 
 #include "base/base64.h"
+#include "base/percent_encode.h"
 #include "log/host_log.h"
 #include "web/http_get.h"
 #include "web/login_answer.h"
-#include "web/percent_encode.h"
 
 namespace tvx {
 namespace {

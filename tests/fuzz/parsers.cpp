@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "base/percent_encode.h"
 #include "config/templates.h"
 #include "fuzz/fuzz.h"
 #include "host/host_records.h"
@@ -15,7 +16,6 @@
 #include "host/process_channel.h"
 #include "web/http_answer.h"
 #include "web/login_answer.h"
-#include "web/percent_encode.h"
 #include "web/web_server_address.h"
 
 namespace tvx::test {

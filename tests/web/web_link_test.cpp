@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "base/base64.h"
+#include "base/percent_encode.h"
 #include "support/fake_host.h"
 #include "support/table.h"
-#include "web/percent_encode.h"
 #include "web/web_server_address.h"
 
 namespace tvx {

@@ -6,9 +6,9 @@
 #include <boost/regex.hpp>
 #include <vector>
 
+#include "base/percent_encode.h"
 #include "config/xml_children.h"
 #include "config/xml_document.h"
-#include "web/percent_encode.h"
 
 namespace tvx::tool {
 namespace {

@@ -1,4 +1,4 @@
-#include "web/percent_encode.h"
+#include "base/percent_encode.h"
 
 namespace tvx {
 namespace {
