@@ -155,17 +155,14 @@ TEST_F(RetryQueueTest, ThereIsRoomForWhatMatters) {
               " are less than threshold of 104857600. Attempting to purge failed notifications\n";
     }
     for (std::string name; gone >> name;) {
-      const std::string which = "essage for profile " + name.substr(name.size() - 1);
-      if (name[0] == 'o')
-        lines += "25|Maximum failed message queue limit of " + row[1] + " is exceeded.\n25|M" +
-                 which + " will be discarded\n";
-      if (name[0] == 's')
-        lines += "25|Minimum free space threshold exceeded. M" + which + " (./data/" +
-                 name.substr(2) + ") will be discarded\n";
-      if (name[0] == 'n')
-        lines +=
-            "50|Unable to free up space by removing items from notification retry queue. Message "
-            "(./data/new) for profile new will be discarded\n";
+      const std::string who = name.substr(name.size() - 1) + ' ';
+      lines += name[0] == 'o' ? "25|Maximum failed message queue limit of " + row[1] +
+                                    " is exceeded.\n25|Message for profile " + who
+               : name[0] == 's' ? "25|Minimum free space threshold exceeded. Message for profile " +
+                                      who + "(./data/" + name.substr(2) + ") "
+                                : "50|Unable to free up space by removing items from notification "
+                                  "retry queue. Message (./data/new) for profile new ";
+      lines += "will be discarded\n";
     }
     ExpectLog(lines);
   }
