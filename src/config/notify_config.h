@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "config/delivery_settings.h"
 #include "config/notify_profile.h"
 #include "config/smtp_server.h"
 
@@ -26,6 +27,7 @@ struct NotifyConfig {
   std::int32_t MaxRetrySeconds = 172800;
   std::int32_t MaxRetryQueue = 100;
   std::int32_t EmailSizeLimitMB = 10;
+  DeliverySettings delivery;
   bool loaded = false;  // a "Notify" block has been read successfully
   // Event action identifier to its pre-trigger seconds. Entries are only ever added or replaced.
   std::map<std::int32_t, std::int32_t> preAlarms;

@@ -227,6 +227,17 @@ void ReadProfiles(const ElementReader& list, NotifyConfig& config) {
   config.profiles.swap(profiles);
 }
 
+// An attribute that is left out is at its default again.
+DeliverySettings ReadDelivery(const ElementReader& element) {
+  DeliverySettings delivery;
+  delivery.Standard = element.Number("Standard", 0) == 1;
+  delivery.VerifyCertificates = element.Number("VerifyCertificates", 0) == 1;
+  delivery.CertificateFile = element.Text("CertificateFile").value_or("");
+  delivery.MaxTransferSeconds = std::max(element.Number("MaxTransferSeconds", 0), 0);
+  delivery.HelloName = element.Text("HelloName").value_or("");
+  return delivery;
+}
+
 // Whether the block is this plug-in's.
 bool ReadModuleId(const ElementReader& block) {
   if (IntAttribute(block.Element(), "ID") != static_cast<std::int32_t>(kModuleId)) {
@@ -267,6 +278,9 @@ bool ReadNotify(const TiXmlElement& root, NotifyConfig& config, NotifyReadObserv
     if (auto address = ElementReader(*child, observer).Text("address")) {
       config.webAddress = std::move(*address);
     }
+  }
+  if (const TiXmlElement* child = notify->FirstChildElement("Delivery")) {
+    config.delivery = ReadDelivery({*child, observer});
   }
   ReadServers(*notify, config.servers, observer);
   for (const TiXmlElement& list : Children(*notify, "Profiles")) {

@@ -19,6 +19,17 @@ void AppendAll(TiXmlElement& parent, const char* name, const std::vector<std::st
   for (const std::string& text : texts) AppendText(parent, name, text);
 }
 
+// Hosts that never heard of it are given nothing new.
+void AppendDelivery(TiXmlElement& notify, const DeliverySettings& delivery) {
+  if (delivery == DeliverySettings{}) return;
+  TiXmlElement& element = AppendElement(notify, "Delivery");
+  element.SetAttribute("Standard", delivery.Standard ? 1 : 0);
+  element.SetAttribute("VerifyCertificates", delivery.VerifyCertificates ? 1 : 0);
+  element.SetAttribute("CertificateFile", delivery.CertificateFile);
+  element.SetAttribute("MaxTransferSeconds", delivery.MaxTransferSeconds);
+  element.SetAttribute("HelloName", delivery.HelloName);
+}
+
 void AppendServers(TiXmlElement& notify, const std::vector<SmtpServer>& servers) {
   TiXmlElement& list = AppendElement(notify, "Servers");
   for (const SmtpServer& server : servers) {
@@ -70,6 +81,7 @@ void AppendNotify(TiXmlElement& root, const NotifyConfig& config) {
   notify.SetAttribute("MaxRetryQueue", config.MaxRetryQueue);
   notify.SetAttribute("EmailSizeLimitMB", config.EmailSizeLimitMB);
   AppendElement(notify, "Web").SetAttribute("address", config.webAddress);
+  AppendDelivery(notify, config.delivery);
   AppendServers(notify, config.servers);
   AppendProfiles(notify, config);
 }

@@ -31,7 +31,7 @@ bool AffectsAll(const std::vector<SmtpServer>& before, const std::vector<SmtpSer
 }
 
 std::vector<std::int32_t> AffectedProfiles(const NotifyConfig& before, const NotifyConfig& after) {
-  const bool all = AffectsAll(before.servers, after.servers);
+  const bool all = AffectsAll(before.servers, after.servers) || before.delivery != after.delivery;
   std::vector<std::int32_t> affected;
   for (const auto& [id, profile] : after.profiles) {
     const auto previous = before.profiles.find(id);

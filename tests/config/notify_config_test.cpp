@@ -28,6 +28,7 @@ TEST(NotifyWriter, WritesEveryElementInItsOrderAndTheReaderReadsThem) {
 <tDVR Delta="0">
 <Notify ID="786432" SupportsThrottleSeconds="1" SupportsAttach="1" SupportsVideoAttach="1" SupportsStatus="1" SupportsEventEdge="1" TemplateSupportLevel="3" IsSupported="1" SSL="2" MaxRetrySeconds="60" MaxRetryQueue="5" EmailSizeLimitMB="3">
 <Web address="http://web:81" />
+<Delivery Standard="1" VerifyCertificates="0" CertificateFile="ca.pem" MaxTransferSeconds="900" HelloName="nvr" />
 <Servers>
 <smtp description="A" address="mail" port="465" UseSSL="1" />
 <smtp description="B" address="mx" port="25" UseSSL="2">
@@ -83,6 +84,24 @@ TEST(NotifyReader, RejectsABlockWithoutItsEssentials) {
 100 <= <Notify MaxRetryQueue='7'><Servers/><Profiles/></Notify>
 7 <= <Notify ID='786432' MaxRetryQueue='7'><Servers/></Notify>
 100 <= <Notify ID='786432' MaxRetryQueue='x'><Profiles/></Notify>)");
+}
+
+// Each row changes the configuration of the one before.
+TEST(NotifyReader, DeliveryIsKeptWithoutItsElementAndNotWrittenAtItsDefaults) {
+  NotifyConfig config;
+  const auto row = [&](const std::string& xml) {
+    EXPECT_TRUE(
+        Read(config, test::Notify("", "", test::kServer + ("</Servers>" + xml + "<Servers>"))));
+    const std::string printed = Print(config);
+    const std::size_t at = printed.find("<Delivery ");
+    return at == std::string::npos ? "-"
+                                   : printed.substr(at + 10, printed.find(" />", at) - at - 10);
+  };
+  test::ExpectRows(row, R"(
+- <= <Web/> & <Delivery/> & <Delivery Standard='2' VerifyCertificates='x' MaxTransferSeconds='-1'/>
+Standard="0" VerifyCertificates="1" CertificateFile="" MaxTransferSeconds="9" HelloName="" <= <Delivery VerifyCertificates='1' MaxTransferSeconds='9s'/><Delivery Standard='1'/> & <Other/>
+Standard="1" VerifyCertificates="0" CertificateFile="a&amp;b" MaxTransferSeconds="0" HelloName="n" <= <Delivery Standard='1' CertificateFile='a&amp;b' MaxTransferSeconds='x' HelloName='n'/>
+- <= <Delivery Standard='0' HelloName=''/>)");
 }
 
 // Port and UseSSL of the servers, from the rest of the first one's element on. Half credentials drop
