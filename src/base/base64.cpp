@@ -50,14 +50,15 @@ constexpr std::array<char, 2 * 4096> kPairs = MakePairs();
 
 // Encodes whole lines while a little more than a line may be read and written: five steps reach
 // beyond it on both sides, and the next line overwrites what they left there. Returns the lines.
+template <std::size_t lineEndSize>
 [[gnu::target("ssse3")]] std::size_t EncodeWideLines(const unsigned char* bytes, std::size_t count,
-                                                     char* to) {
+                                                     const char* lineEnd, char* to) {
   constexpr std::size_t kReach = 64;
   std::size_t lines = 0;
   for (; count >= kReach; count -= kBase64LineBytes, bytes += kBase64LineBytes, ++lines) {
     for (int step = 0; step < 5; ++step) EncodeTwelve(bytes + 12 * step, to + 16 * step);
-    to[76] = '\n';
-    to += 77;
+    std::memcpy(to + 76, lineEnd, lineEndSize);
+    to += 76 + lineEndSize;
   }
   return lines;
 }
@@ -84,17 +85,20 @@ char* EncodeBase64(const unsigned char* bytes, std::size_t count, char* to) {
   return to + 4;
 }
 
-char* EncodeBase64Lines(const unsigned char* bytes, std::size_t count, char* to) {
+char* EncodeBase64Lines(const unsigned char* bytes, std::size_t count, const char* lineEnd,
+                        char* to) {
+  const std::size_t lineEndSize = std::strlen(lineEnd);
   if (HasWide()) {
-    const std::size_t lines = EncodeWideLines(bytes, count, to);
+    const auto encode = lineEndSize == 1 ? EncodeWideLines<1> : EncodeWideLines<2>;
+    const std::size_t lines = encode(bytes, count, lineEnd, to);
     bytes += lines * kBase64LineBytes;
     count -= lines * kBase64LineBytes;
-    to += lines * 77;
+    to += lines * (76 + lineEndSize);
   }
   while (count > 0) {
     const std::size_t length = std::min(kBase64LineBytes, count);
     to = EncodeBase64(bytes, length, to);
-    if (length % 3 == 0) *to++ = '\n';
+    if (length % 3 == 0) to = std::copy_n(lineEnd, lineEndSize, to);
     bytes += length;
     count -= length;
   }

@@ -23,9 +23,10 @@ char* EncodeBase64(const unsigned char* bytes, std::size_t count, char* to);
 // Of one line, which are 76 characters.
 constexpr std::size_t kBase64LineBytes = 57;
 
-// Writes the encoding in lines, each ending in a line feed but for a padded last one, and returns
-// the end of it. There is room for 77 characters a line, the last one included.
-char* EncodeBase64Lines(const unsigned char* bytes, std::size_t count, char* to);
+// Writes the encoding in lines, each with the line end ("\n" or "\r\n") but for a padded last one,
+// and returns the end of it. There is room for 78 characters a line, the last one included.
+char* EncodeBase64Lines(const unsigned char* bytes, std::size_t count, const char* lineEnd,
+                        char* to);
 
 std::string Base64Encode(const void* bytes, std::size_t count);
 

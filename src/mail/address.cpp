@@ -1,5 +1,7 @@
 #include "mail/address.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <string_view>
 
@@ -11,6 +13,17 @@ constexpr std::string_view kLocalPart =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-"
     "!#$%&'*+/=?^_`{}|~";
 constexpr std::string_view kDomain = kLocalPart.substr(0, 64);
+
+constexpr std::size_t kLongestName = 255;
+
+bool IsHostName(std::string_view text) {
+  if (text.size() < 2 || text.size() > kLongestName) return false;
+  if (text.front() == '[' && text.back() == ']') {
+    return text.find_first_not_of("0123456789abcdefABCDEFIPv:.", 1) == text.size() - 1;
+  }
+  return text.find_first_not_of(kDomain) == std::string_view::npos && text.front() != '.' &&
+         text.back() != '.' && text.find("..") == std::string_view::npos;
+}
 
 }  // namespace
 
@@ -24,6 +37,16 @@ bool ValidateAddress(std::string& text) {
     return true;
   }
   return false;
+}
+
+std::string HelloName(const std::string& configured, const std::string& from) {
+  if (IsHostName(configured)) return configured;
+  char machine[256] = {};
+  ::gethostname(machine, sizeof(machine) - 1);
+  const std::string name = IsHostName(machine) ? machine : "localhost";
+  const std::string domain = from.substr(from.find('@') + 1);
+  const bool isWhole = name.find('.') != std::string::npos;
+  return isWhole || !IsHostName(domain) ? name : name + "." + domain;
 }
 
 }  // namespace tvx

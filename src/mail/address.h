@@ -11,4 +11,9 @@ namespace tvx {
 // it can add neither a header line nor an option.
 bool ValidateAddress(std::string& text);
 
+// The name by which the plug-in greets servers, and which makes its message identifiers its own: the
+// configured one when it is a host name or an address in brackets; else this machine's, in the
+// domain of the sender's address when it has none of its own.
+std::string HelloName(const std::string& configured, const std::string& from);
+
 }  // namespace tvx

@@ -8,6 +8,7 @@
 #include "mail/base64_file.h"
 #include "mail/notify_file.h"
 #include "mail/spool.h"
+#include "mail/standard_layout.h"
 
 namespace tvx {
 namespace {
@@ -15,40 +16,34 @@ namespace {
 constexpr const char* kCrlf = "\r\n";
 constexpr const char* kBoundary = "b1914efc629febb89915e8a6f83ba6eb";
 
-// A subject is one header line, whatever the template or the event brought into it.
-std::string OnOneLine(const std::string& text) {
-  std::string line;
-  line.reserve(text.size());
-  bool inBreak = false;
-  for (const char c : text) {
-    const bool isBreak = c == '\r' || c == '\n';
-    if (!isBreak) line.push_back(c);
-    if (isBreak && !inBreak) line.push_back(' ');
-    inBreak = isBreak;
-  }
-  return line;
-}
+// No server takes a longer one, and header lines must not grow without limit.
+constexpr std::size_t kLongestAddress = 320;
 
-// Writes the addresses, each on a header line of its own, and collects them as recipients. A null
-// header collects only: a blind copy is nowhere in the file.
-bool WriteRecipients(const std::vector<std::string>& addresses, const char* header,
-                     INotifyFileStream& stream, PendingMessage& pending) {
-  for (std::string address : addresses) {
-    if (!ValidateAddress(address)) return false;
-    if (header != nullptr) stream.write(header).write(address).write(kCrlf);
-    pending.recipients.push_back(std::move(address));
+// False when an address is none.
+bool TakeEnvelope(const MessageContent& content, PendingMessage& pending) {
+  const auto isGood = [&](std::string& address) {
+    return ValidateAddress(address) &&
+           (!content.delivery.Standard || address.size() <= kLongestAddress);
+  };
+  pending.from = content.from;
+  if (!isGood(pending.from)) return false;
+  for (const auto* list : {&content.to, &content.cc, &content.bcc}) {
+    for (std::string address : *list) {
+      if (!isGood(address)) return false;
+      pending.recipients.push_back(std::move(address));
+    }
   }
   return true;
 }
 
-bool WriteAddresses(const MessageContent& content, INotifyFileStream& stream,
-                    PendingMessage& pending) {
-  pending.from = content.from;
-  if (!ValidateAddress(pending.from)) return false;
+// Each address on a header line of its own. A blind copy is nowhere in the file.
+void WriteAddresses(const MessageContent& content, const PendingMessage& pending,
+                    INotifyFileStream& stream) {
   stream.write("From: ").write(pending.from).write(kCrlf);
-  return WriteRecipients(content.to, "To: ", stream, pending) &&
-         WriteRecipients(content.cc, "Cc: ", stream, pending) &&
-         WriteRecipients(content.bcc, nullptr, stream, pending);
+  const std::size_t shown = content.to.size() + content.cc.size();
+  for (std::size_t i = 0; i < shown; ++i) {
+    stream.write(i < content.to.size() ? "To: " : "Cc: ").write(pending.recipients[i]).write(kCrlf);
+  }
 }
 
 void WriteSubject(const MessageContent& content, std::int32_t part, std::int32_t partCount,
@@ -83,19 +78,17 @@ void WriteTextPart(const MessageContent& content, const std::vector<AttachmentEn
 }
 
 void WriteFilePart(const AttachmentEntry& attachment, INotifyFileStream& stream) {
-  const boost::filesystem::path path(attachment.path);
-  const bool isMovie = path.extension() == ".mov";
   stream.write(kCrlf);
   WriteBoundary(stream);
-  stream.write("Content-Type: ").write(isMovie ? "video/quicktime" : "image/jpeg").write(kCrlf);
+  stream.write("Content-Type: ").write(ContentTypeOf(attachment)).write(kCrlf);
   stream.write("Content-Transfer-Encoding: base64").write(kCrlf);
   stream.write("Content-Disposition: attachment; filename=\"")
-      .write(OneLine(path.filename().string()))
+      .write(OneLine(boost::filesystem::path(attachment.path).filename().string()))
       .write("\"")
       .write(kCrlf)
       .write(kCrlf);
   CNotifyFileImpl file(attachment.path);
-  Base64EncodeFile(file, stream);
+  Base64EncodeFile(file, "\n", stream);
 }
 
 void WriteMultipart(const MessageContent& content, const std::vector<AttachmentEntry>& attachments,
@@ -109,7 +102,37 @@ void WriteMultipart(const MessageContent& content, const std::vector<AttachmentE
   stream.write(kCrlf).write("--").write(kBoundary).write("--").write(kCrlf);
 }
 
+void WriteMessage(const MessageContent& content, const std::vector<AttachmentEntry>& attachments,
+                  std::int32_t part, std::int32_t partCount, const PendingMessage& pending,
+                  INotifyFileStream& stream) {
+  WriteAddresses(content, pending, stream);
+  WriteSubject(content, part, partCount, stream);
+  if (attachments.empty()) {
+    stream.write(kCrlf).write(content.body);
+  } else {
+    WriteMultipart(content, attachments, stream);
+  }
+}
+
 }  // namespace
+
+std::string OnOneLine(const std::string& text) {
+  std::string line;
+  line.reserve(text.size());
+  bool inBreak = false;
+  for (const char c : text) {
+    const bool isBreak = c == '\r' || c == '\n';
+    if (!isBreak) line.push_back(c);
+    if (isBreak && !inBreak) line.push_back(' ');
+    inBreak = isBreak;
+  }
+  return line;
+}
+
+const char* ContentTypeOf(const AttachmentEntry& attachment) {
+  const bool isMovie = boost::filesystem::path(attachment.path).extension() == ".mov";
+  return isMovie ? "video/quicktime" : "image/jpeg";
+}
 
 std::string MessagePath(const MessageContent& content, std::int32_t part, std::int32_t partCount,
                         std::uint32_t sequence) {
@@ -128,16 +151,13 @@ bool ComposeMessage(const MessageContent& content, const std::vector<AttachmentE
   if (!stream.open(path, std::ios::binary | std::ios::trunc)) return false;
   try {
     pending.path = path;
-    if (!WriteAddresses(content, stream, pending)) {
+    pending.delivery = content.delivery;
+    if (!TakeEnvelope(content, pending)) {
       stream.close();
       return false;
     }
-    WriteSubject(content, part, partCount, stream);
-    if (attachments.empty()) {
-      stream.write(kCrlf).write(content.body);
-    } else {
-      WriteMultipart(content, attachments, stream);
-    }
+    const auto write = content.delivery.Standard ? WriteStandardMessage : WriteMessage;
+    write(content, attachments, part, partCount, pending, stream);
     pending.size = static_cast<std::uint32_t>(stream.position());
     return !stream.fail();
   } catch (...) {

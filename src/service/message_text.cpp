@@ -38,6 +38,7 @@ MessageContent ContentOf(const NotifyWorkItem& item) {
   content.body = item.isTest ? kTestMessage + ("\r\n" + profile.body) : profile.body;
   content.eventSeconds = item.eventSeconds;
   content.eventMilliseconds = static_cast<std::uint16_t>(item.eventMilliseconds);
+  content.delivery = item.config->delivery;
   return content;
 }
 

@@ -52,7 +52,7 @@ TEST(Base64, IsTheSameInAnyLengthAndForAnyBytes) {
     std::copy(bytes.begin(), bytes.end(), inputEnd - length);
     char* const lines = outputEnd - (length + 56) / 57 * 77;
     const auto* input = reinterpret_cast<const unsigned char*>(inputEnd - length);
-    EXPECT_EQ(std::string(lines, EncodeBase64Lines(input, length, lines)), expected) << length;
+    EXPECT_EQ(std::string(lines, EncodeBase64Lines(input, length, "\n", lines)), expected) << length;
   }
 }
 

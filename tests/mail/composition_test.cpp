@@ -163,7 +163,7 @@ TEST_F(CompositionTest, Base64LinesEndWithALineFeedUnlessTheyArePadded) {
     test::WriteFile("source", std::string(size, '\0'));
     ASSERT_TRUE(disk_.open("encoded", std::ios::binary));
     CNotifyFileImpl source("source");
-    Base64EncodeFile(source, disk_);
+    Base64EncodeFile(source, "\n", disk_);
     disk_.close();
     const std::string encoded = test::ReadFile("encoded");
     EXPECT_EQ(encoded.size(), length);
