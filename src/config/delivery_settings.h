@@ -17,7 +17,7 @@ struct DeliverySettings {
   bool VerifyCertificates = false;
   std::string CertificateFile;          // trusted beside the system's; empty for none. PEM
   std::int32_t MaxTransferSeconds = 0;  // 0: a transfer may take for ever
-  std::string HelloName;  // the name for EHLO, as configured; see EhloName (mail/transfer.h)
+  std::string HelloName;  // the name for EHLO, as configured; see HelloName (mail/address.h)
 
   friend bool operator==(const DeliverySettings& a, const DeliverySettings& b) {
     const auto fields = [](const DeliverySettings& d) {

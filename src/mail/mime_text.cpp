@@ -6,8 +6,8 @@
 #include <cstring>
 #include <iterator>
 
+#include "base/percent_encode.h"
 #include "base/utf8.h"
-#include "web/percent_encode.h"
 
 namespace tvx {
 namespace {

@@ -22,6 +22,16 @@ std::optional<std::uint32_t> WaitForEnd(ipc::client& program) {
   return program.value;
 }
 
+// Waits for the program's end, at most so long. True when it runs on.
+bool RunsOn(ipc::client& program, boost::chrono::milliseconds patience) {
+  const auto deadline = boost::chrono::steady_clock::now() + patience;
+  MutexLock lock(program.mutex);
+  while (program.state == ipc::State::Running) {
+    if (program.changed.WaitUntil(program.mutex, deadline)) break;
+  }
+  return program.state == ipc::State::Running;
+}
+
 bool HasFailed(ipc::client& program) {
   MutexLock lock(program.mutex);
   return program.state == ipc::State::Failed;
@@ -56,6 +66,12 @@ bool NotifyHelper::RunTransfer(const std::vector<std::string>& arguments, const 
   const std::shared_ptr<ipc::client> program = channel_.RunProgram(arguments);
   if (HasFailed(*program)) return false;
   if (!channel_.WriteInput(*program, std::move(preparedInput))) return false;
+  if (RunsOn(*program, patience)) {
+    HostLog(kModuleId, host_, LogLevel::Warning,
+            "The transfer to %s has been running for 10 minutes. All other mail waits for its end, "
+            "for which MaxTransferSeconds can set a limit",
+            arguments.back().c_str());
+  }
   ReadOutput(*program, lines);
   const std::optional<std::uint32_t> raw = WaitForEnd(*program);
   if (!raw) {

@@ -6,8 +6,10 @@
 // Not here: what the queue does (retry_queue.h), what a transfer means (transfer.h).
 #pragma once
 
+#include <boost/chrono/duration.hpp>
 #include <cstdint>
 #include <list>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -41,7 +43,7 @@ class NotifyHelper {
   // WasAbandoned). The exit value is the raw wait status with its two low bytes exchanged: a normal
   // exit gives its code, an end by signal 256 times the signal. lines gets what the program wrote to
   // its standard output, at most kMaxTransferOutput bytes of it, each line cut to what a log line
-  // takes.
+  // takes. A program that runs for long is told of once, and goes on.
   virtual bool RunTransfer(const std::vector<std::string>& arguments, const std::string& input,
                            std::int32_t& exitValue, std::vector<std::string>& lines);
 
@@ -64,6 +66,9 @@ class NotifyHelper {
   std::list<PendingMessage> queue;  // oldest at the front; a list, as any of them may leave
   // All before it have been tried in this round, so that a pass need not walk a long queue.
   std::list<PendingMessage>::iterator untried = queue.begin();
+  // Servers that could not be reached, and when, by Now, that was found out last.
+  std::map<std::string, std::int64_t> unreachable;
+  boost::chrono::milliseconds patience{600'000};  // before a transfer is told of
 
  private:
   IStatusReceiver& owner_;

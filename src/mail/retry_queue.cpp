@@ -133,7 +133,7 @@ bool RetryPass(NotifyHelper& helper, INotifyFileStream& stream, std::int32_t max
   message->lastAttempt = now;
   HostLog(kModuleId, helper.Host(), LogLevel::Information,
           "Retrying failed notification for file %s", message->path.c_str());
-  const SendResult result = SendMessage(*message, message->servers, helper);
+  const SendResult result = SendMessage(*message, helper);
   if (!IsFinished(helper, *message, result, now, maxRetrySeconds)) return true;
   // Also when the report fails: a message that was sent and stayed would be sent again.
   const DiscardedWithScope discarded(helper, stream, message);
@@ -153,6 +153,7 @@ void ClearRetryQueue(NotifyHelper& helper, INotifyFileStream& stream) {
   for (const PendingMessage& message : helper.queue) stream.remove(message.path);
   helper.queue.clear();
   helper.untried = helper.queue.end();
+  helper.unreachable.clear();
 }
 
 }  // namespace tvx

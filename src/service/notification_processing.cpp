@@ -76,7 +76,7 @@ bool SendGroup(const NotifyWorkItem& item, const MessageContent& content,
             "Failed to prepare email notification file. (Profile Description: %s)", profile);
     return false;
   }
-  const SendResult result = SendMessage(pending, pending.servers, helper);
+  const SendResult result = SendMessage(pending, helper);
   if (result == SendResult::Retry) {
     HostLog(kModuleId, helper.Host(), LogLevel::Error,
             "Failed to send notification using profile %s.  This message will be retried", profile);

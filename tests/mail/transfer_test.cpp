@@ -22,9 +22,11 @@ PendingMessage Message() {
 class TransferTest : public test::MailTest {
  protected:
   const SmtpServer server_{"a", "host", 25, 0, "", ""};
+  PendingMessage message_ = Message();
   SendResult Send(const std::vector<SmtpServer>& servers) {
     host_.ClearLog();
-    return SendMessage(Message(), servers, helper_);
+    message_.servers = servers;
+    return SendMessage(message_, helper_);
   }
 };
 
@@ -50,7 +52,7 @@ TEST_F(TransferTest, TheCommandLineNamesAllButTheLogin) {
 TEST_F(TransferTest, TheLoginIsOneQuotedOptionOfTheInput) {
   SmtpServer server = server_;
   server.password = "alone";
-  EXPECT_EQ(BuildCurlInput(server), "");
+  EXPECT_EQ(BuildCurlInput({}, server), "");
   server.username = "u\"ser";
   server.password = "p\\w\"\r\nurl = x";
   EXPECT_EQ(Send({server}), SendResult::Sent);
