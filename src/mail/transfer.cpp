@@ -223,13 +223,16 @@ SendResult SendMessage(PendingMessage& message, NotifyHelper& helper) {
     server = isOver ? message.servers.erase(server) : server + 1;
   }
   if (retryable) return SendResult::Retry;
+  if (message.delivery.Standard) {
+    HostLog(kModuleId, helper.Host(), LogLevel::Error,
+            "Failed to send notification using profile %s.  This message will NOT be retried, as "
+            "no server is left that may take it",
+            profile);
+    return SendResult::GiveUp;
+  }
   HostLog(kModuleId, helper.Host(), LogLevel::Error,
-          message.delivery.Standard
-              ? "Failed to send notification using profile %s.  This message will NOT be retried, "
-                "as no server is left that may take it"
-              : "Failed to send notification using profile %s.  This message will NOT be retried "
-                "due to failure return codes 67 or 26 or due to failures to prepare or initiate "
-                "email operation",
+          "Failed to send notification using profile %s.  This message will NOT be retried due to "
+          "failure return codes 67 or 26 or due to failures to prepare or initiate email operation",
           profile);
   return SendResult::GiveUp;
 }
