@@ -2,7 +2,6 @@
 
 #include <malloc.h>
 
-#include <cstring>
 #include <new>
 #include <string>
 #include <utility>
@@ -51,7 +50,11 @@ class MemoryOfDocument {
 }  // namespace
 
 NotifyService::NotifyService(HostServiceEntry host, ProcessChannel& channel)
-    : host_(host), channel_(channel), watchdog_(host), state_(host) {
+    : host_(host),
+      channel_(channel),
+      watchdog_(host),
+      publisher_(host, [this] { return Config(); }),
+      state_(host) {
   GetLogger()->SetFileName("notifylog.txt");
 }
 
@@ -69,7 +72,7 @@ void NotifyService::Open(boost::chrono::milliseconds curlLimit) {
             "Either no configuration or an improper configuration was found, continuing with empty "
             "configuration.");
   }
-  SaveAndPublish();
+  publisher_.Publish();
 }
 
 bool NotifyService::CurlSupportsSmtps(boost::chrono::milliseconds limit) {
@@ -96,76 +99,28 @@ LoadOutcome NotifyService::LoadConfiguration(bool curlSupportsSmtps) {
     config.curlSupportsSmtps = curlSupportsSmtps;
     outcome = TakeConfigDocument(file, config);
     ReplaceConfig(std::move(config), state_);
-    isFileUnread_ = outcome == LoadOutcome::Failed;
   }
   if (outcome == LoadOutcome::Failed) {
     HostLog(kModuleId, host_, LogLevel::Error,
             "notify.xml could not be read and stays as it is: %s", file.fault.text.c_str());
+    publisher_.SetFile(ConfigPublisher::File::Unread);
+    return outcome;
   }
+  publisher_.SetFile(ConfigPublisher::File::Replaceable);
   // It would be overwritten by the save that follows.
   if (outcome == LoadOutcome::Rejected && !KeepRejectedFile(kConfigFile)) {
     HostLog(
         kModuleId, host_, LogLevel::Warning,
         "The rejected notify.xml could not be renamed to notify.xml.rejected and stays as it is "
         "until the next change of the configuration");
-    MutexLock lock(intakeMutex_);
-    skipNextSave_ = true;
+    publisher_.SetFile(ConfigPublisher::File::KeptOnce);
   }
   return outcome;
 }
 
-void NotifyService::SaveAndPublish() {
-  {
-    MutexLock lock(intakeMutex_);
-    publishDue_ = true;
-    if (std::exchange(publishing_, true)) return;
-  }
-  Publication next;
-  try {
-    for (next = NextToPublish(); next.config != nullptr; next = NextToPublish()) {
-      SaveAndPublish(next);
-    }
-  } catch (...) {
-    // The next change makes up for this one.
-    MutexLock lock(intakeMutex_);
-    publishing_ = false;
-    unreported_.splice(unreported_.begin(), next.changes);
-    throw;
-  }
-}
-
-void NotifyService::SaveAndPublish(Publication& publication) {
-  bool isSkipped = false;
-  {
-    MutexLock lock(intakeMutex_);
-    isFileUnread_ = isFileUnread_ && !publication.config->loaded;
-    if (isFileUnread_) return;
-    isSkipped = std::exchange(skipNextSave_, false);
-  }
-  const auto document = BuildNotifyDocument(*publication.config);
-  const int error = isSkipped ? 0 : SaveConfigFile(kConfigFile, *document);
-  if (error != 0) {
-    HostLog(kModuleId, host_, LogLevel::Warning,
-            "The configuration could not be saved to notify.xml and holds until the server stops: "
-            "%s",
-            std::strerror(error));
-  }
-  SendHostDocument(host_, HostCommand::ConfigDocument, PrintDocument(*document));
-  for (; !publication.changes.empty(); publication.changes.pop_front()) {
-    SendHostDocument(
-        host_, HostCommand::StatusDocument,
-        StatusDocument(publication.changes.front(), ProfileStatus::Changed, WallSeconds()));
-  }
-}
-
-NotifyService::Publication NotifyService::NextToPublish() {
-  Publication next;
+std::shared_ptr<const NotifyConfig> NotifyService::Config() {
   MutexLock lock(intakeMutex_);
-  publishing_ = std::exchange(publishDue_, false);
-  if (!publishing_) return next;
-  next.config = state_.config;
-  next.changes.swap(unreported_);
-  return next;
+  return state_.config;
 }
 
 void NotifyService::Stop() noexcept {
@@ -269,14 +224,10 @@ void NotifyService::ApplyUpdate(const char* text, std::size_t length) {
 
 void NotifyService::ChangeNotification(const TiXmlElement& root) {
   bool isAccepted = false;
+  ConfigPublisher::Changes changes;
   // Read and compared without the mutex, which frames wait for; anew when another change came first.
   for (bool isTaken = false; !isTaken;) {
-    std::shared_ptr<const NotifyConfig> before;
-    {
-      MutexLock lock(intakeMutex_);
-      before = state_.config;
-    }
-    NotifyChange change = ReadNotifyChange(root, before);
+    NotifyChange change = ReadNotifyChange(root, Config());
     isAccepted = change.isAccepted;
     const char* refusal =
         isAccepted ? WhyNotReadAgain(*BuildNotifyDocument(change.config)) : nullptr;
@@ -287,15 +238,14 @@ void NotifyService::ChangeNotification(const TiXmlElement& root) {
               refusal);
       return;
     }
-    Changes changes;
+    changes.clear();
     if (isAccepted) changes.push_back(std::move(change.affected));
     MutexLock lock(intakeMutex_);
     isTaken = TakeNotifyChange(std::move(change), state_);
-    if (isTaken) unreported_.splice(unreported_.end(), changes);
   }
   if (!isAccepted) return;
   HostLog(kModuleId, host_, LogLevel::Information, "Updated configuration successfully");
-  SaveAndPublish();
+  publisher_.Publish(std::move(changes));
 }
 
 void NotifyService::TakeSystemDocument(const TiXmlElement& root) {
@@ -304,7 +254,7 @@ void NotifyService::TakeSystemDocument(const TiXmlElement& root) {
   UnderIntakeMutex([&](ServiceState& state, IntakeOutcome& outcome) {
     isSaveDue = ApplySystemDocument(std::move(document), state, outcome);
   });
-  if (isSaveDue) SaveAndPublish();
+  if (isSaveDue) publisher_.Publish();
 }
 
 void NotifyService::ReportStatus(std::int32_t profileId, ProfileStatus status) {

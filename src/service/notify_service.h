@@ -12,15 +12,14 @@
 
 #include <boost/chrono/duration.hpp>
 #include <cstdint>
-#include <list>
 #include <memory>
-#include <vector>
 
 #include "base/mutex.h"
 #include "config/config_file.h"
 #include "host/host_records.h"
 #include "host/process_channel.h"
 #include "mail/notify_helper.h"
+#include "service/config_publisher.h"
 #include "service/intake_outcome.h"
 #include "service/service_state.h"
 #include "service/watchdog.h"
@@ -67,21 +66,9 @@ class NotifyService : public IStatusReceiver {
  private:
   bool CurlSupportsSmtps(boost::chrono::milliseconds limit);
   LoadOutcome LoadConfiguration(bool curlSupportsSmtps) EXCLUDES(intakeMutex_);
-  // A configuration to save and publish, and for each change since the one before the profiles
-  // that it affects.
-  using Changes = std::list<std::vector<std::int32_t>>;
-  struct Publication {
-    std::shared_ptr<const NotifyConfig> config;  // null: there is nothing to publish
-    Changes changes;
-  };
-  // Saves the newest configuration, publishes it to the host and reports its changes. If another
-  // thread is already at it, that one does it once more when done. No lock is held while the host
-  // is called, and the newest configuration goes out last.
-  void SaveAndPublish() EXCLUDES(intakeMutex_);
-  void SaveAndPublish(Publication& publication) EXCLUDES(intakeMutex_);
-  Publication NextToPublish() EXCLUDES(intakeMutex_);
   void ChangeNotification(const TiXmlElement& root) EXCLUDES(intakeMutex_);
   void TakeSystemDocument(const TiXmlElement& root) EXCLUDES(intakeMutex_);
+  std::shared_ptr<const NotifyConfig> Config() EXCLUDES(intakeMutex_);
   WorkerConfig BeginWorkerTurn(const NotifyWorkItem* item) EXCLUDES(intakeMutex_);
   // Runs operation(state, outcome) under the intake mutex, and concludes its outcome without it.
   template <typename Operation>
@@ -95,17 +82,10 @@ class NotifyService : public IStatusReceiver {
   // With locks of their own.
   WorkQueue queue_;
   Watchdog watchdog_;
+  ConfigPublisher publisher_;
 
   Mutex intakeMutex_;
   ServiceState state_ GUARDED_BY(intakeMutex_);
-  bool publishing_ GUARDED_BY(intakeMutex_) = false;
-  bool publishDue_ GUARDED_BY(intakeMutex_) = false;
-  Changes unreported_ GUARDED_BY(intakeMutex_);
-  // Set when a rejected file could not be kept aside: it is not overwritten by the first save.
-  bool skipNextSave_ GUARDED_BY(intakeMutex_) = false;
-  // What the file holds is not known: as long as there is no configuration but the empty one, that
-  // one neither replaces the file nor is it published.
-  bool isFileUnread_ GUARDED_BY(intakeMutex_) = true;
 };
 
 }  // namespace tvx
