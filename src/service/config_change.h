@@ -14,7 +14,6 @@
 
 #include "config/event_action_table.h"
 #include "config/system_directory.h"
-#include "service/intake_outcome.h"
 #include "service/service_state.h"
 
 class TiXmlElement;

@@ -11,7 +11,6 @@
 #include <cstdint>
 
 #include "service/event_document.h"
-#include "service/intake_outcome.h"
 #include "service/service_state.h"
 
 namespace tvx {

@@ -9,8 +9,7 @@
 #include "mail/retry_queue.h"
 #include "mail/spool.h"
 #include "mail/transfer.h"
-#include "service/message_text.h"
-#include "service/web_link_step.h"
+#include "service/notification_text.h"
 #include "video/attachment_preparation.h"
 #include "web/http_get.h"
 

@@ -20,7 +20,6 @@
 #include "host/process_channel.h"
 #include "mail/notify_helper.h"
 #include "service/config_publisher.h"
-#include "service/intake_outcome.h"
 #include "service/service_state.h"
 #include "service/watchdog.h"
 #include "service/work_queue.h"

@@ -1,6 +1,6 @@
-// Everything that the intake mutex guards.
+// Everything that the intake mutex guards, and what an operation under it leaves to be done without.
 //
-// Threads: whoever holds the intake mutex.
+// Threads: of the state, whoever holds the intake mutex; an outcome is a local of its operation.
 #pragma once
 
 #include <memory>
@@ -8,8 +8,11 @@
 #include "config/event_action_table.h"
 #include "config/notify_config.h"
 #include "config/system_directory.h"
+#include "log/deferred_log.h"
 #include "service/parked_notifications.h"
 #include "service/throttle.h"
+#include "service/work_queue.h"
+#include "video/frame_bin.h"
 #include "video/video_buffer_set.h"
 
 namespace tvx {
@@ -37,6 +40,15 @@ struct ServiceState {
 
   // Replaced when a document says something new, never changed itself: notifications share it.
   std::shared_ptr<const SystemFacts> system = std::make_shared<const SystemFacts>();
+};
+
+// Done once the mutex is free: log lines to write, notifications to queue, frames to give back to the
+// host.
+struct IntakeOutcome {
+  DeferredLog log;
+  WorkQueue::Items dispatched;  // for the worker, in this order
+  WorkQueue::Items ended;       // have failed, as too many waited
+  FrameBin dropped;
 };
 
 }  // namespace tvx

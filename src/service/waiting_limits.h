@@ -7,7 +7,6 @@
 //           (mail/retry_queue.h).
 #pragma once
 
-#include "service/intake_outcome.h"
 #include "service/service_state.h"
 #include "service/work_queue.h"
 

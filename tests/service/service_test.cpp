@@ -17,9 +17,8 @@
 
 #include "base/clock.h"
 #include "config/event_types.h"
-#include "service/message_text.h"
+#include "service/notification_text.h"
 #include "service/notify_service.h"
-#include "service/web_link_step.h"
 #include "support/documents.h"
 #include "support/fake_host.h"
 #include "support/fake_programs.h"

@@ -9,7 +9,7 @@
 #include "mail/composition.h"
 #include "mail/pending_message.h"
 #include "preview/memory_file_stream.h"
-#include "service/message_text.h"
+#include "service/notification_text.h"
 #include "service/work_item.h"
 
 namespace tvx::tool {

@@ -11,8 +11,8 @@
 #include "config/source_id.h"
 #include "service/event_document.h"
 #include "service/notification_builder.h"
+#include "service/notification_text.h"
 #include "service/service_state.h"
-#include "service/web_link_step.h"
 #include "web/web_server_address.h"
 
 namespace tvx::tool {

@@ -1,9 +1,10 @@
-#include "service/message_text.h"
+#include "service/notification_text.h"
 
 #include <cstdint>
 
 #include "base/input_limits.h"
 #include "base/utf8.h"
+#include "config/event_types.h"
 #include "config/notify_profile.h"
 #include "service/event_document.h"
 
@@ -22,6 +23,13 @@ TemplateFacts FactsOf(const NotifyWorkItem& item) {
   facts.serial = Fact(item.system->serial);
   facts.macAddress = Fact(item.system->macAddress);
   return facts;
+}
+
+// Whether there may be video to search for. A test message has none, but shows whether the web
+// server can be asked.
+bool MayHaveVideo(const NotifyWorkItem& item) {
+  return IsVideoEvent(item.facts.eventType) || item.source.value == NotifyWorkItem::kNoSource ||
+         !item.cameras.empty();
 }
 
 }  // namespace
@@ -47,6 +55,16 @@ void ExpandTexts(const NotifyWorkItem& item, const WebLinkSource& webLink, std::
   if (item.profile->usesPlaceholders) {
     ExpandTemplates(FactsOf(item), webLink, subject, body, observers);
   }
+}
+
+std::string WebLinkFor(const NotifyWorkItem& item, HostServiceEntry host, const WebFetch& fetch) {
+  WebLinkEvent event;
+  // Without an address the reader is told so, whatever the event.
+  event.fromVideoSource = item.config->webAddress.empty() || MayHaveVideo(item);
+  event.windowStart = item.facts.eventTime - item.preTriggerSeconds;
+  event.windowEnd = item.facts.eventTime + item.profile->MaxVideoSeconds;
+  return BuildWebLink(event, item.config->webAddress, item.system->serial, item.cameras,
+                      {kModuleId, host}, fetch);
 }
 
 }  // namespace tvx
