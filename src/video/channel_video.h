@@ -1,4 +1,5 @@
-// One stream: its rolling history and the clips that still take frames from it.
+// One stream: its rolling history, the headers that it sent last, and the clips that still take
+// frames from it.
 //
 // Threads: no lock of its own; every call is made under the service's intake mutex.
 // Errors:  only memory exhaustion, or what a Ready throws. A frame whose intake ended in an
@@ -53,11 +54,13 @@ class ChannelVideo {
  private:
   using Clips = std::list<std::shared_ptr<CVideoEmailStream>>;
 
+  void LookForHeaders(const VideoFrame& frame);
   bool OfferToClips(const VideoFrame& frame, Clips& completed, FrameBin& bin);
 
   const SourceId source_;
   VideoBuffer buffer_;
   Clips clips_;
+  KnownHeaders headers_;  // the newest ones
 };
 
 }  // namespace tvx

@@ -1,26 +1,15 @@
 #include "video/clip_file.h"
 
 #include <exception>
-#include <optional>
 #include <system_error>
 
 #include "log/host_log.h"
 #include "quicktime/movie_writer.h"
 #include "quicktime/output_file.h"
+#include "video/movie_code.h"
 
 namespace tvx {
 namespace {
-
-std::optional<quicktime::FourCharacterCode> MovieCode(std::int32_t encoderStandard) {
-  switch (encoderStandard) {
-    case standard::kMpeg4:
-      return quicktime::kMpeg4Video;
-    case standard::kH264:
-      return quicktime::kH264Video;
-    default:
-      return std::nullopt;
-  }
-}
 
 std::string Refusal(std::int32_t encoderStandard) {
   return "video format encoder.standard(" + std::to_string(encoderStandard) +
@@ -34,6 +23,12 @@ void WriteFrames(quicktime::ExportContainer& movie, quicktime::FourCharacterCode
   movie.AddVideoTrack(code, static_cast<std::uint32_t>(format.Width),
                       static_cast<std::uint32_t>(format.Height) & 0xFFFFu, contents.Span() / 1000.0,
                       contents.Frames(), quicktime::NoTextOverlayStyle);
+  for (const FrameGroup& group : contents.Groups()) {
+    // The first groups may be the headers themselves, in frames of their own.
+    if (group.headers == nullptr || !group.headers->IsComplete()) continue;
+    movie.UseHeaders(group.headers->Bytes());
+    break;
+  }
   for (const FrameGroup& group : contents.Groups()) {
     for (const VideoFrame& frame : group.frames) {
       movie.WriteSample(frame.Payload(), frame.PayloadLength(),

@@ -20,7 +20,7 @@ std::uint32_t FrameCount(const FrameGroup& group) {
 
 }  // namespace
 
-bool VideoBuffer::Add(const VideoFrame& frame, FrameBin& bin) {
+bool VideoBuffer::Add(const VideoFrame& frame, const KnownHeaders& headers, FrameBin& bin) {
   if (frame.IsKey()) {
     waitForKeyFrame_ = false;
   } else if (waitForKeyFrame_) {
@@ -41,6 +41,7 @@ bool VideoBuffer::Add(const VideoFrame& frame, FrameBin& bin) {
   if (frame.IsKey()) {
     // Filled before it is linked in, so that a failed allocation leaves no empty group behind.
     std::list<FrameGroup> fresh(1);
+    fresh.front().headers = headers;
     Append(fresh.front(), frame);
     groups_.splice(groups_.end(), fresh);
     return true;

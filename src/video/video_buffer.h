@@ -42,9 +42,10 @@ class VideoBuffer {
   // Applies from the next frame on; what is held stays.
   void SetByteLimit(std::uint32_t byteLimit) { byteLimit_ = byteLimit; }
 
-  // Appends a frame, dropping the oldest groups into the bin to make room for it. False when the
-  // frame was refused: a dependent frame without its group, or a frame that does not fit.
-  bool Add(const VideoFrame& frame, FrameBin& bin);
+  // Appends a frame, dropping the oldest groups into the bin to make room for it; a group that it
+  // begins is given the headers. False when the frame was refused: a dependent frame without its
+  // group, or a frame that does not fit.
+  bool Add(const VideoFrame& frame, const KnownHeaders& headers, FrameBin& bin);
 
   // Whether so many bytes and frames fit in without a group being dropped.
   bool HasRoomFor(std::uint32_t bytes, std::size_t frames) const;

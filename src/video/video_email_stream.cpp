@@ -57,12 +57,12 @@ void CVideoEmailStream::Cut(const VideoBuffer& history, std::int32_t preTriggerS
   }
 }
 
-bool CVideoEmailStream::Offer(const VideoFrame& frame, FrameBin& bin) {
+bool CVideoEmailStream::Offer(const VideoFrame& frame, const KnownHeaders& headers, FrameBin& bin) {
   if (complete_) return false;
   if (!GrowsWithTime()) {
     // Open only because the history was empty at the event: whatever comes first ends the wait, so
     // that such a clip never holds more than one picture.
-    const bool stored = Store(frame, bin);
+    const bool stored = Store(frame, headers, bin);
     SetComplete(bin);
     return stored;
   }
@@ -70,7 +70,7 @@ bool CVideoEmailStream::Offer(const VideoFrame& frame, FrameBin& bin) {
     SetComplete(bin);
     return false;
   }
-  if (!Store(frame, bin)) return false;
+  if (!Store(frame, headers, bin)) return false;
   if (!heldBack_.Empty() &&
       frame.arrivalTime - triggerTime_ >= triggerTime_ - heldBack_.NewestTime() &&
       !MoveOneGroup()) {
@@ -91,9 +91,9 @@ bool CVideoEmailStream::GrowsWithTime() const {
   return clip_.Format().Standard != standard::kJpeg && clip_.ByteLimit() != 0 && maxDuration_ != 0;
 }
 
-bool CVideoEmailStream::Store(const VideoFrame& frame, FrameBin& bin) {
+bool CVideoEmailStream::Store(const VideoFrame& frame, const KnownHeaders& headers, FrameBin& bin) {
   // Nothing of the clip is dropped for it: there is room, or the clip is empty.
-  if (!clip_.Add(frame, bin)) return false;
+  if (!clip_.Add(frame, headers, bin)) return false;
   tally_->Hold(frame);
   return true;
 }

@@ -41,9 +41,9 @@ class CVideoEmailStream {
   CVideoEmailStream(const CVideoEmailStream&) = delete;
   CVideoEmailStream& operator=(const CVideoEmailStream&) = delete;
 
-  // Offers a new frame of the stream. True when the clip holds it now. The frame that completes the
-  // clip calls Ready.
-  bool Offer(const VideoFrame& frame, FrameBin& bin);
+  // Offers a new frame of the stream, with the stream's headers. True when the clip holds it now.
+  // The frame that completes the clip calls Ready.
+  bool Offer(const VideoFrame& frame, const KnownHeaders& headers, FrameBin& bin);
 
   // Takes in as many held-back groups as fit and completes the clip; for one that is complete
   // already, nothing.
@@ -69,7 +69,7 @@ class CVideoEmailStream {
  private:
   void Cut(const VideoBuffer& history, std::int32_t preTriggerSeconds);
   bool GrowsWithTime() const;
-  bool Store(const VideoFrame& frame, FrameBin& bin);
+  bool Store(const VideoFrame& frame, const KnownHeaders& headers, FrameBin& bin);
   bool MayGrowBy(const VideoFrame& frame) const;
   bool MoveOneGroup() noexcept;
   void SetComplete(FrameBin& bin);

@@ -8,9 +8,13 @@
 #include <cstdint>
 #include <memory>
 
+#include "quicktime/stream_headers.h"
 #include "video/frame_data.h"
 
 namespace tvx {
+
+// What a stream's decoder needs in front of the frames; null until it was seen.
+using KnownHeaders = std::shared_ptr<const quicktime::StreamHeaders>;
 
 constexpr std::uint32_t kKeyFrame = 1;  // any other type depends on the frames before it
 
@@ -32,6 +36,7 @@ struct FrameGroup {
   // The first frame lies in the group itself, so that a still picture costs no further block and
   // no frame ever needs more than one beside its FrameData.
   boost::container::small_vector<VideoFrame, 1> frames;
+  KnownHeaders headers;  // of the stream, its first frame's included
 
   // 0 for an empty group.
   std::uint32_t FirstArrival() const { return frames.empty() ? 0 : frames.front().arrivalTime; }

@@ -118,7 +118,8 @@ class IntakeTest : public testing::Test {
   }
 
   std::string Frame(std::uint32_t camera, std::uint32_t length = 1, bool isKey = true) {
-    const IncomingFrame frame{Source(camera), isKey ? kKeyFrame : 0u, 0, host_.Lend("x"), length};
+    const void* const handle = host_.Lend(std::string(std::min(length, 4096u), 'x'));
+    const IncomingFrame frame{Source(camera), isKey ? kKeyFrame : 0u, 0, handle, length};
     const std::string profiles = Run([&](ServiceState& state, IntakeOutcome& outcome) {
       isTaken_ = state.buffers.TakeFrame(frame, outcome.dropped);
       LimitWaitingVideo(state, outcome);

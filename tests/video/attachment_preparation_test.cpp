@@ -143,6 +143,47 @@ TEST_F(AttachmentPreparation, WhatCannotBeWrittenBecomesANoteAndNoFile) {
   EXPECT_TRUE(boost::filesystem::is_empty("data"));
 }
 
+// Frames, key or dependent, of sequence (S, s: changed) and picture sets, the first bytes of a set
+// that is too long (L) and a picture; the sets that the movie of the last group has in the end.
+TEST_F(AttachmentPreparation, RemembersHeadersThatCameBeforeTheClip) {
+  const std::map<char, std::string> units = {{'S', "gM@\x1F\xDA\x01\xE0\x08\x9F\x95"},
+                                             {'s', "gM@\x1E\xDA\x01\xE0\x08\x9F\x95"},
+                                             {'P', "h\xCE\x3C\x80"},
+                                             {'p', "h\xCE\x38\x80"},
+                                             {'L', "h\xCE" + std::string(4096, 'L')},
+                                             {'I', "\x65\x88\x84picture"}};
+  for (const auto& row : Rows(R"(
+      KSPI dI KI  | SP | once, in the first frame
+      KS dP KI    | SP | in frames of their own
+      dP dS KI    | SP | of no type, the other way round
+      KSPI ds KI  | sP | changed there
+      KSPI KsI KI | sP | or in a key frame
+      KSPI KsI    | sP | or in the clip itself
+      KSPI KLI KI | SP | too long to be remembered
+      KSPI dspI KI | SP | looked for where they can be
+      KI KI       | -  | never)")) {
+    Reset();
+    std::istringstream frames(row[0]);
+    for (std::string frame; frames >> frame; ++now) {
+      std::string bytes;
+      for (const char unit : frame.substr(1)) bytes += std::string("\0\0\0\1", 4) + units.at(unit);
+      bytes.resize(std::max<std::size_t>(bytes.size(), frame == "dspI" ? 600 : 0), 'x');
+      Deliver({kH264Stream, frame[0] == 'K' ? kKeyFrame : kDependent, 0, host.Lend(bytes),
+               static_cast<std::uint32_t>(bytes.size())});
+    }
+    const auto clip = Cut(0, 60);
+    clip->Finish(bin);
+    Prepare({{"Gate", clip}});
+    const std::string movie = ReadFile("data/Gate.mov");
+    const std::string record = movie.substr(std::min(movie.find("avcC"), movie.size()), 40);
+    std::string held = record.empty() ? "-" : "";
+    for (const char name : {'S', 's', 'P', 'p'}) {
+      if (record.find(units.at(name)) != std::string::npos) held += name;
+    }
+    EXPECT_EQ(held, row[1]) << row[2];
+  }
+}
+
 // Clips of 10 bytes, of 30, and refused ones; the limit; the groups, of clips by their number.
 TEST_F(AttachmentPreparation, OpensAGroupBeforeTheClipThatExceedsTheLimit) {
   std::map<char, std::shared_ptr<CVideoEmailStream>> clips;
