@@ -6,10 +6,14 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <boost/algorithm/string.hpp>
+#include <cctype>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "support/temporary_folder.h"
 
@@ -47,6 +51,18 @@ class Check : public testing::Test {
     return lines;
   }
 
+  static std::string Mistakes(const std::vector<std::string>& document) {
+    std::string text = boost::join(document, "\n");
+    boost::replace_all(text, "\\xFC", "\xFC");
+    std::string lines;
+    for (const Finding& it : Text(text).findings) {
+      lines += "-> " + std::to_string(it.place.line) +
+               (it.severity == Severity::Error ? " error: " : " warning: ") + it.what + " | " +
+               it.fix + "\n";
+    }
+    return lines;
+  }
+
   test::TemporaryFolder folder_;
 };
 
@@ -60,6 +76,23 @@ TEST_F(Check, FindsWhatIsWrongInTheFiles) {
     found += "== " + name + "\n" + Lines(Text(test::ReadFile(CONFIGURATIONS "/" + name)));
   }
   EXPECT_EQ(found, test::ReadFile(CONFIGURATIONS "/expected.txt"));
+}
+
+// The file's own words, but for the findings, which are written anew.
+TEST_F(Check, NamesTypicalMistakesWithTheirCures) {
+  const std::string file = test::ReadFile(CONFIGURATIONS "/mistakes.txt");
+  std::istringstream lines(file);
+  std::vector<std::string> good, mistaken;
+  std::string found;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.rfind("->", 0) == 0) continue;
+    if (line[0] == '<') good.push_back(line);
+    if (line.rfind("==", 0) == 0) mistaken = good;
+    if (std::isdigit(line[0]) != 0) mistaken.at(line[0] - '1') = line.substr(2);
+    if (line.empty() && !mistaken.empty()) found += Mistakes(mistaken);
+    found += line + "\n";
+  }
+  EXPECT_EQ(found + Mistakes(mistaken), file);
 }
 
 TEST_F(Check, TellsWhyAFileIsNotTaken) {

@@ -15,9 +15,9 @@ namespace {
 constexpr const char* kDescription =
     R"(Check a configuration file, notify.xml.
 
-Has the plug-in's own reader read it, and tells what the plug-in does not take as the file says (an
-error), and what it takes though it is surely not meant (a warning): where, what, why, its effect,
-and how to fix it. Nothing is sent and nothing is changed.
+Has the plug-in's own reader read it, and tells what keeps mails from being sent, or sends them
+otherwise than the file means (an error), and what else is surely not meant (a warning): where, what,
+why, its effect, and how to fix it. Nothing is sent and nothing is changed.
 )";
 
 constexpr const char* kFooter =

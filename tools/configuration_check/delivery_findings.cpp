@@ -18,6 +18,8 @@ namespace tvx::tool {
 namespace {
 
 constexpr std::int32_t kLargestPort = 65535;
+constexpr std::int32_t kFirstRetry = 60;  // seconds
+constexpr std::int32_t kUsualLimit = 50;  // MiB that a mail server may take
 constexpr const char* kTransferFails =
     "every attempt at this server fails; a message that no other server takes waits in the queue "
     "until it is too old";
@@ -87,6 +89,13 @@ constexpr Rule<Settings> kSettingRules[] = {
      "a message that could not be sent is tried once more, and then discarded",
      "write seconds, as 172800 for two days",
      [](const Settings& it) { return it.kept.MaxRetrySeconds <= 0; }},
+    {kWarning, "MaxRetrySeconds", "limit", "MaxRetrySeconds is $MaxRetrySeconds",
+     "the first retry comes after a minute",
+     "a message that could not be sent is tried once more, and then discarded",
+     "write seconds, as 172800 for two days",
+     [](const Settings& it) {
+       return it.kept.MaxRetrySeconds > 0 && it.kept.MaxRetrySeconds < kFirstRetry;
+     }},
     {kWarning, "MaxRetryQueue", "limit", "MaxRetryQueue is $MaxRetryQueue", "no message may wait",
      "one message waits all the same, and goes when another one comes",
      "write how many messages may wait, as 100",
@@ -97,11 +106,17 @@ constexpr Rule<Settings> kSettingRules[] = {
     {kWarning, "EmailSizeLimitMB", "limit", "EmailSizeLimitMB is $EmailSizeLimitMB",
      "it is negative or above 4095", "it counts as 4 GiB, which is no limit", "write MiB, as 10",
      [](const Settings& it) { return it.IsLimitTooLarge(); }},
-    {kWarning, "Servers/", "no-servers", "there is no mail server",
+    {kWarning, "EmailSizeLimitMB", "limit", "EmailSizeLimitMB is $EmailSizeLimitMB",
+     "most mail servers refuse mails of more than 10 to 50 MiB",
+     "a mail with long clips fails, where several smaller ones would arrive", "write MiB, as 10",
+     [](const Settings& it) {
+       return it.kept.EmailSizeLimitMB > kUsualLimit && !it.IsLimitTooLarge();
+     }},
+    {kError, "Servers/", "no-servers", "there is no mail server",
      "no element \"smtp\" in \"Servers\" is kept", "every message is dropped",
      "add an \"smtp\" with \"description\" and \"address\" to \"Servers\"",
      [](const Settings& it) { return it.kept.servers.empty(); }},
-    {kWarning, "Profiles/", "no-profiles", "there is no profile",
+    {kError, "Profiles/", "no-profiles", "there is no profile",
      "no element \"smtp\" in \"Profiles\" is kept", "no event sends a mail",
      "add an \"smtp\" with \"ID\", \"description\", \"from\", \"subject\" and a \"to\" to "
      "\"Profiles\"",
@@ -149,36 +164,36 @@ constexpr const char* kUnreachable = "$name cannot be reached";
 constexpr const char* kWriteHost = "write the name or address of the mail server, and nothing else";
 
 constexpr Rule<Server> kServerRules[] = {
-    {kWarning, "address", "server-address", kUnreachable, "its address is empty", kTransferFails,
+    {kError, "address", "server-address", kUnreachable, "its address is empty", kTransferFails,
      kWriteHost, [](const Server& it) { return it.kept.address.empty(); }},
-    {kWarning, "address", "server-address", kUnreachable,
+    {kError, "address", "server-address", kUnreachable,
      "\"$address\" is an IPv6 address without brackets", kTransferFails, "write \"[$address]\"",
      [](const Server& it) { return IsIPv6Literal(it.kept.address); }},
-    {kWarning, "address", "server-address", kUnreachable, "\"$address\" is a URL", kTransferFails,
+    {kError, "address", "server-address", kUnreachable, "\"$address\" is a URL", kTransferFails,
      kWriteHost, [](const Server& it) { return it.Holds("://"); }},
-    {kWarning, "address", "server-address", kUnreachable, "\"$address\" holds a port",
-     kTransferFails, "write the port as the attribute \"port\"",
+    {kError, "address", "server-address", kUnreachable, "\"$address\" holds a port", kTransferFails,
+     "write the port as the attribute \"port\"",
      [](const Server& it) {
        return !it.IsAddressGood() && it.Holds(":") && !it.Holds("://") &&
               !IsIPv6Literal(it.kept.address);
      }},
-    {kWarning, "address", "server-address", kUnreachable,
+    {kError, "address", "server-address", kUnreachable,
      "\"$address\" holds characters that no host name has", kTransferFails, kWriteHost,
      [](const Server& it) {
        return !it.IsAddressGood() && !it.kept.address.empty() && !it.Holds(":");
      }},
-    {kWarning, "port", "port", kUnreachable, "its port $port is not within 1 to 65535",
+    {kError, "port", "port", kUnreachable, "its port $port is not within 1 to 65535",
      kTransferFails, "write the port of the mail server: 25, 465 or 587 most often",
      [](const Server& it) { return it.kept.port < 1 || it.kept.port > kLargestPort; }},
     {kWarning, "UseSSL", "use-ssl", "$name is spoken to without encryption",
      "its UseSSL $UseSSL is none of 0, 1 and 2", "it counts as 0",
      "write 0 for none, 1 for TLS from the first byte, 2 for STARTTLS",
      [](const Server& it) { return !it.IsEncrypted() && it.kept.UseSSL != use_ssl::kPlain; }},
-    {kWarning, "UseSSL", "tls-mismatch", "$name is spoken to without TLS from the first byte",
+    {kError, "UseSSL", "tls-mismatch", "$name is spoken to without TLS from the first byte",
      "its UseSSL is $UseSSL, while servers at port $port wait for TLS", kTransferFails,
      "write UseSSL=\"1\"",
      [](const Server& it) { return it.kept.port == 465 && it.kept.UseSSL != use_ssl::kSmtps; }},
-    {kWarning, "UseSSL", "tls-mismatch", "$name is spoken to with TLS from the first byte",
+    {kError, "UseSSL", "tls-mismatch", "$name is spoken to with TLS from the first byte",
      "its UseSSL is 1, while servers at port $port begin without", kTransferFails,
      "write UseSSL=\"2\" for STARTTLS, or port=\"465\"",
      [](const Server& it) {

@@ -10,8 +10,8 @@
 namespace tvx::tool {
 
 enum class Severity {
-  Error,    // something that the file says is not taken as it says
-  Warning,  // taken, but surely not meant
+  Error,    // a mail is not sent, or not to whom, by whom or with what the file means
+  Warning,  // mails go out, and something is not as it is meant
 };
 constexpr Severity kError = Severity::Error;
 constexpr Severity kWarning = Severity::Warning;

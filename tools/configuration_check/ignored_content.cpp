@@ -1,14 +1,13 @@
-#include <strings.h>
-
 #include <algorithm>
 #include <cstddef>
-#include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "config/notify_writer.h"
 #include "configuration_check/document_place.h"
 #include "configuration_check/findings.h"
+#include "text/spelling.h"
 
 namespace tvx::tool {
 namespace {
@@ -21,10 +20,11 @@ struct Ignored {
   const Place place;
   const TiXmlElement& element;  // that is ignored, or that holds it
   const std::string word;       // name or text of what is ignored
-  const std::string hint = {};
+  const bool isMeant = false;
+  const std::string meant = {};  // the name that it should have
 
   Place At(const char*) const { return place; }
-  Facts Words() const { return {{"name", NameOf(element)}, {"word", word}, {"hint", hint}}; }
+  Facts Words() const { return {{"name", NameOf(element)}, {"word", word}, {"meant", meant}}; }
 };
 
 template <Ignored::Kind kind>
@@ -32,21 +32,44 @@ bool Is(const Ignored& it) {
   return it.kind == kind;
 }
 
+// One that is surely meant for something: by its name, or as a part of a mail.
+template <Ignored::Kind kind>
+bool IsMeant(const Ignored& it) {
+  return it.kind == kind && it.isMeant;
+}
+
+template <Ignored::Kind kind>
+bool IsOneMore(const Ignored& it) {
+  return it.kind == kind && !it.isMeant;
+}
+
+constexpr const char* kNoEffect = "it has no effect";
+
 constexpr Rule<Ignored> kIgnoredRules[] = {
     {kError, "", "unknown-attribute", "the attribute \"$word\" of $name is ignored",
-     "the plug-in reads no such attribute there", "it has no effect", "remove it$hint",
-     Is<Ignored::Attribute>},
-    {kError, "", "stray-text", "the text \"$word\" is ignored", "it stands in $name$hint",
-     "it has no effect", "remove it, or move it to where it is meant", Is<Ignored::StrayText>},
+     "the plug-in reads no such attribute there", kNoEffect, "write \"$meant\", or remove it",
+     IsMeant<Ignored::Attribute>},
+    {kWarning, "", "unknown-attribute", "the attribute \"$word\" of $name is ignored",
+     "the plug-in reads no such attribute there", kNoEffect, "remove it",
+     IsOneMore<Ignored::Attribute>},
+    {kError, "", "stray-text", "the text \"$word\" is ignored",
+     "it stands in $name behind something else", kNoEffect,
+     "remove it, or move it to where it is meant", IsMeant<Ignored::StrayText>},
+    {kWarning, "", "stray-text", "the text \"$word\" is ignored", "it stands in $name", kNoEffect,
+     "remove it, or move it to where it is meant", IsOneMore<Ignored::StrayText>},
     {kError, "", "no-text", "$name is read as \"$word\"",
      "a comment or the like stands before its text", "the text is ignored",
      "begin the element with its text", Is<Ignored::NoText>},
-    {kError, "", "unknown-element", "$name is ignored", "the document has another root before it",
-     "it has no effect", "remove it", Is<Ignored::SecondRoot>},
+    {kWarning, "", "unknown-element", "$name is ignored", "the document has another root before it",
+     kNoEffect, "remove it", Is<Ignored::SecondRoot>},
     {kError, "", "repeated-element", "$name is ignored", "only the first \"$word\" there is read",
-     "it has no effect", "remove it", Is<Ignored::RepeatedElement>},
+     kNoEffect, "move what is in it to the first one", IsMeant<Ignored::RepeatedElement>},
+    {kWarning, "", "repeated-element", "$name is ignored", "only the first \"$word\" there is read",
+     kNoEffect, "remove it", IsOneMore<Ignored::RepeatedElement>},
     {kError, "", "unknown-element", "$name is ignored", "the plug-in reads no such element there",
-     "it has no effect", "remove it$hint", Is<Ignored::UnknownElement>},
+     kNoEffect, "write \"$meant\", or remove it", IsMeant<Ignored::UnknownElement>},
+    {kWarning, "", "unknown-element", "$name is ignored", "the plug-in reads no such element there",
+     kNoEffect, "remove it", IsOneMore<Ignored::UnknownElement>},
 };
 
 // Names that the plug-in writes into a file: what it reads back, and what only the server reads.
@@ -60,15 +83,21 @@ std::set<std::string> WrittenAttributes() {
   return names;
 }
 
-// For a name that only its letters' case keeps from being one of these.
-template <typename Names>
-std::string SpellingHint(const Names& names, const std::string& name) {
-  for (const auto& known : names) {
-    if (name != known && ::strcasecmp(std::string(known).c_str(), name.c_str()) == 0) {
-      return ", or write " + Quoted(known);
-    }
-  }
+// The elements that are read within this one.
+std::vector<std::string> ElementsOf(const TiXmlElement& element) {
+  const std::string& name = element.ValueStr();
+  if (IsServer(element)) return {"Authentication"};
+  if (IsProfile(element)) return {"to", "cc", "bcc", "body"};
+  if (name == "Notify") return {"Web", "Servers", "Profiles"};
+  if (name == "Servers" || name == "Profiles") return {"smtp"};
   return {};
+}
+
+// What an unknown element within this one is meant for; empty when nobody knows.
+std::string MeantIn(const TiXmlElement& parent, const std::string& name) {
+  const std::vector<std::string> elements = ElementsOf(parent);
+  // A list has entries of one kind only.
+  return elements == std::vector<std::string>{"smtp"} ? "smtp" : NearestName(name, elements);
 }
 
 class IgnoredContent {
@@ -115,7 +144,8 @@ class IgnoredContent {
     const std::set<std::string>& known = reading_.Attributes(element);
     if (known.count(name) != 0) return;
     if (element.ValueStr() == "Notify" && written_.count(name) != 0) return;
-    Add({Ignored::Attribute, PlaceOf(attribute), element, name, SpellingHint(known, name)});
+    const std::string meant = NearestName(name, {known.begin(), known.end()});
+    Add({Ignored::Attribute, PlaceOf(attribute), element, name, !meant.empty(), meant});
   }
 
   void AddStray(const TiXmlElement& element, const TiXmlNode& node) {
@@ -127,20 +157,17 @@ class IgnoredContent {
         std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(begin), '\n');
     if (lines > 0) place = {place.line + static_cast<int>(lines), 0};
     Add({Ignored::StrayText, place, element, text.substr(begin, end - begin),
-         element.FirstChild() == &node ? "" : " behind something else"});
+         ElementsOf(element).empty() && element.FirstChild() != &node});
   }
 
   void Ignore(const TiXmlElement& element, bool isRepeated) {
-    static constexpr const char* kElements[] = {
-        "Notify",         "Web", "Servers", "Profiles", "smtp",
-        "Authentication", "to",  "cc",      "bcc",      "body"};
     const std::string& name = element.ValueStr();
     if (isRepeated) {
-      Add({Ignored::RepeatedElement, PlaceOf(element), element, name});
-    } else {
-      Add({Ignored::UnknownElement, PlaceOf(element), element, name,
-           SpellingHint(kElements, name)});
+      Add({Ignored::RepeatedElement, PlaceOf(element), element, name, name == "Servers"});
+      return;
     }
+    const std::string meant = MeantIn(*element.Parent()->ToElement(), name);
+    Add({Ignored::UnknownElement, PlaceOf(element), element, name, !meant.empty(), meant});
   }
 
   const Reading& reading_;

@@ -5,6 +5,7 @@
 #include <limits>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "config/event_types.h"
 #include "config/templates.h"
@@ -13,17 +14,29 @@
 #include "configuration_check/kept_json.h"
 #include "mail/address.h"
 #include "preview/template_trace.h"
+#include "text/printable.h"
+#include "text/spelling.h"
 
 namespace tvx::tool {
 namespace {
 
 constexpr const char* kBlanks = " \t\r\n";
 constexpr std::size_t kLongestQuote = 40;
+constexpr std::int32_t kLongVideo = 600;      // seconds
+constexpr std::int32_t kLongSilence = 86400;  // seconds
 
 std::string Trimmed(const std::string& text) {
   const std::size_t begin = text.find_first_not_of(kBlanks);
   if (begin == std::string::npos) return {};
   return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
+}
+
+constexpr const char* kOtherEncoding = "it has bytes of another encoding";
+constexpr const char* kOtherLetters = "readers see other characters there";
+constexpr const char* kSaveAsUtf8 = "save the file as UTF-8";
+
+bool IsAscii(const std::string& text) {
+  return std::all_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x80; });
 }
 
 struct Profile {
@@ -40,7 +53,7 @@ struct Profile {
 };
 
 constexpr Rule<Profile> kProfileRules[] = {
-    {kWarning, "EventEdge", "never-triggers", "$name never notifies",
+    {kError, "EventEdge", "never-triggers", "$name never notifies",
      "its EventEdge $EventEdge is none of 0, 1 and 2", "only test messages are sent",
      "write 0 for the start of events, 1 for the end, 2 for both",
      [](const Profile& it) {
@@ -67,6 +80,26 @@ constexpr Rule<Profile> kProfileRules[] = {
      [](const Profile& it) {
        return it.isVideoKept && it.kept.attach && it.kept.MaxVideoSeconds <= 0;
      }},
+    {kWarning, "MaxVideoSeconds", "limit", "$name waits long for its video",
+     "its MaxVideoSeconds is $MaxVideoSeconds",
+     "each mail leaves that many seconds after its event, often in several parts",
+     "write seconds, as 20",
+     [](const Profile& it) { return it.kept.attach && it.kept.MaxVideoSeconds > kLongVideo; }},
+    {kWarning, "ThrottleSeconds", "limit", "$name is silent for long",
+     "its ThrottleSeconds is $ThrottleSeconds",
+     "behind each mail, events of more than a day send none", "write seconds, as 60",
+     [](const Profile& it) { return it.kept.ThrottleSeconds > kLongSilence; }},
+    {kWarning, "subject", "subject-letters", "$name has letters beyond ASCII in its subject",
+     "they are sent as they are, which not every mail server and mail program understands",
+     "some readers see other characters there", "write the subject in letters of ASCII",
+     [](const Profile& it) { return !IsAscii(it.kept.subject) && IsUtf8(it.kept.subject); }},
+    {kWarning, "subject", "no-utf8", "the subject of $name is no UTF-8", kOtherEncoding,
+     kOtherLetters, kSaveAsUtf8, [](const Profile& it) { return !IsUtf8(it.kept.subject); }},
+    {kWarning, "body/", "no-utf8", "the body of $name is no UTF-8", kOtherEncoding, kOtherLetters,
+     kSaveAsUtf8, [](const Profile& it) { return !IsUtf8(it.kept.body); }},
+    {kWarning, "description", "no-utf8", "the description of $name is no UTF-8", kOtherEncoding,
+     "the log shows other characters", kSaveAsUtf8,
+     [](const Profile& it) { return !IsUtf8(it.kept.description); }},
 };
 
 struct Address {
@@ -80,6 +113,8 @@ struct Address {
   Facts Words() const {
     return {{"name", profile}, {"list", list}, {"text", text}, {"used", used}};
   }
+  bool IsSender() const { return std::string_view(list) == "from"; }
+  bool IsPart() const { return !used.empty() && !IsWhole(); }
   // Whether the text is the address alone, or the address in brackets behind a display name.
   bool IsWhole() const {
     const std::string trimmed = Trimmed(text);
@@ -93,15 +128,19 @@ struct Address {
 };
 
 constexpr Rule<Address> kAddressRules[] = {
-    {kWarning, "", "no-address", "$name cannot send any mail",
+    {kError, "", "no-address", "$name cannot send any mail",
      "\"$text\" in its \"$list\" is no address",
      "all its messages are dropped, whatever their other addresses",
      "write an address, as \"guard@example.com\"",
      [](const Address& it) { return it.used.empty(); }},
-    {kWarning, "", "part-of-address", "$name uses only a part of \"$text\"",
-     "each \"$list\" holds one address, of letters of ASCII", "\"$used\" is used",
+    {kError, "", "part-of-address", "$name uses only a part of \"$text\"",
+     "each \"$list\" holds one address, of letters of ASCII", "the mail goes to \"$used\" only",
      "write one address in each element, alone or as \"Name &lt;guard@example.com&gt;\"",
-     [](const Address& it) { return !it.used.empty() && !it.IsWhole(); }},
+     [](const Address& it) { return it.IsPart() && !it.IsSender(); }},
+    {kWarning, "", "part-of-address", "$name uses only a part of \"$text\"",
+     "\"$list\" holds one address, of letters of ASCII", "\"$used\" is used",
+     "write one address, alone or as \"Name &lt;guard@example.com&gt;\"",
+     [](const Address& it) { return it.IsPart() && it.IsSender(); }},
 };
 
 // The placeholder that an unknown token would be in small letters and without blanks at its ends;
@@ -117,6 +156,30 @@ std::string NearestTo(const Piece& piece) {
   return nearest != piece.before && ContainsPlaceholder(nearest) ? nearest : std::string();
 }
 
+// Those that an administrator may write; a date or time in a format of one's own begins so, too.
+std::vector<std::string> Placeholders() {
+  std::vector<std::string> tokens;
+  for (const Placeholder& it : kPlaceholders) {
+    const std::string token = it.token;
+    tokens.push_back(token.back() == '}' ? token : token + "=\"...\"}");
+  }
+  return tokens;
+}
+
+std::string ListOfPlaceholders() {
+  std::string list;
+  for (const std::string& token : Placeholders()) list += (list.empty() ? "" : ", ") + token;
+  return list;
+}
+
+std::string MeantBy(const std::string& token) {
+  const auto inside = [](const std::string& it) { return it.substr(1, it.size() - 2); };
+  std::vector<std::string> names;
+  for (const std::string& it : Placeholders()) names.push_back(inside(it));
+  const std::string nearest = NearestName(inside(token), names);
+  return nearest.empty() ? nearest : "{" + nearest + "}";
+}
+
 struct Token {
   const std::string& profile;
   const Place place;
@@ -124,6 +187,8 @@ struct Token {
   const bool hasWebServer;
   const Piece& piece;
   const std::string nearest = NearestTo(piece);
+  // Which a slip of the pen has kept from being a placeholder; empty: none.
+  const std::string meant = IsNone() ? MeantBy(piece.before) : std::string();
 
   Place At(const char*) const { return place; }
   Facts Words() const {
@@ -134,6 +199,8 @@ struct Token {
         {"token", Quoted(token) + " in the " + text + " of " + profile + line},
         {"value", piece.after},
         {"nearest", nearest},
+        {"meant", meant},
+        {"placeholders", ListOfPlaceholders()},
         {"effect", piece.fate == Fate::Dropped
                        ? "it is dropped, as every brace token is in a text with a date or a time"
                        : "it is sent as it stands"}};
@@ -181,8 +248,10 @@ constexpr Rule<Token> kTokenRules[] = {
      "write it as {date format=\"...\"}, whose format may show a time too",
      [](const Token& it) { return it.nearest.empty() && it.Is(Reason::NoDateInText); }},
     {kWarning, "", "placeholder", kNotReplaced, "there is no such placeholder", "$effect",
-     "remove it, or write one of those that there are",
-     [](const Token& it) { return it.nearest.empty() && it.IsNone(); }},
+     "write \"$meant\"", [](const Token& it) { return it.nearest.empty() && !it.meant.empty(); }},
+    {kWarning, "", "placeholder", kNotReplaced, "there is no such placeholder", "$effect",
+     "remove it, or write one of $placeholders",
+     [](const Token& it) { return it.nearest.empty() && it.meant.empty() && it.IsNone(); }},
     {kWarning, "", "placeholder", kNotReplaced, "its \"{\" has no \"}\"", "$effect", "close it",
      [](const Token& it) { return it.IsUnclosed(); }},
 };

@@ -1,5 +1,3 @@
-#include <strings.h>
-
 #include <array>
 #include <cctype>
 #include <cerrno>
@@ -13,6 +11,7 @@
 #include "configuration_check/document_place.h"
 #include "configuration_check/findings.h"
 #include "host/host_records.h"
+#include "text/spelling.h"
 
 namespace tvx::tool {
 namespace {
@@ -34,27 +33,46 @@ const char* EffectOf(const TiXmlElement& element) {
   return kRejected;
 }
 
+const TiXmlElement* FindMisspelt(const Reading::Skip& skip) {
+  if (skip.reason != SkipReason::NoElement) return nullptr;
+  const TiXmlElement* it = skip.element->FirstChildElement();
+  while (it != nullptr && NearestName(it->ValueStr(), {skip.name}).empty()) {
+    it = it->NextSiblingElement();
+  }
+  return it;
+}
+
+std::string FindMisspeltAttribute(const Reading::Skip& skip) {
+  if (skip.reason != SkipReason::NoAttribute) return {};
+  const TiXmlAttribute* it = skip.element->FirstAttribute();
+  while (it != nullptr && NearestName(it->Name(), {skip.name}).empty()) it = it->Next();
+  return it == nullptr ? std::string() : it->Name();
+}
+
 struct Skip {
   const Reading::Skip& skip;
-  // The element that only its letters' case keeps from being the block or list that is missed.
-  const TiXmlElement* otherCase;
+  // The element whose name is that of the missing one but for a slip, null for none; and the
+  // attribute, empty for none.
+  const TiXmlElement* misspelt = FindMisspelt(skip);
+  const std::string misspeltAttribute = FindMisspeltAttribute(skip);
 
   Place At(const char* in) const {
-    if (otherCase != nullptr) return PlaceOf(*otherCase);
+    if (misspelt != nullptr) return PlaceOf(*misspelt);
     const char* part = skip.name.c_str();
     if (!Is(SkipReason::SeveralElements)) return PlaceOf(*skip.element, in);
     return PlaceOf(*skip.element->FirstChildElement(part)->NextSiblingElement(part));
   }
   Facts Words() const {
     return {{"name", NameOf(*skip.element)},
-            {"other", otherCase == nullptr ? "" : NameOf(*otherCase)},
+            {"other", misspelt == nullptr ? "" : NameOf(*misspelt)},
+            {"attribute", misspeltAttribute},
             {"part", skip.name},
             {"module", kModuleId},
             {"effect", EffectOf(*skip.element)}};
   }
   bool Is(SkipReason reason) const { return skip.reason == reason; }
   bool Misses(const char* name) const {
-    return Is(SkipReason::NoElement) && skip.name == name && otherCase == nullptr;
+    return Is(SkipReason::NoElement) && skip.name == name && misspelt == nullptr;
   }
   // Which stands for the block that it should hold.
   bool IsRoot() const { return skip.element->ValueStr() == skip.name; }
@@ -73,10 +91,13 @@ constexpr Rule<Skip> kSkipRules[] = {
      "add an element \"$part\", even an empty one",
      [](const Skip& it) { return it.Misses("Servers") || it.Misses("Profiles"); }},
     {kError, "", "missing-element", "$other is not read", "it is not written \"$part\"", "$effect",
-     "write \"$part\"", [](const Skip& it) { return it.otherCase != nullptr; }},
+     "write \"$part\"", [](const Skip& it) { return it.misspelt != nullptr; }},
     {kError, "", "missing-attribute", "$name is skipped", "it has no attribute \"$part\"",
      "$effect", "add the attribute \"$part\"",
-     [](const Skip& it) { return it.Is(SkipReason::NoAttribute); }},
+     [](const Skip& it) { return it.Is(SkipReason::NoAttribute) && it.misspeltAttribute.empty(); }},
+    {kError, "", "missing-attribute", "$name is skipped",
+     "its attribute \"$attribute\" is not written \"$part\"", "$effect", "write \"$part\"",
+     [](const Skip& it) { return !it.misspeltAttribute.empty(); }},
     {kError, "ID", "not-a-number", "$name is skipped", "its \"$part\" is no number", "$effect",
      "write a whole number there", [](const Skip& it) { return it.Is(SkipReason::NoNumber); }},
     {kError, "ID", "other-module", "$name is not taken",
@@ -89,19 +110,10 @@ constexpr Rule<Skip> kSkipRules[] = {
     {kError, "", "several-elements", "$name is skipped", "it has more than one \"$part\"",
      "$effect", "leave only one",
      [](const Skip& it) { return it.Is(SkipReason::SeveralElements); }},
-    {kError, "", "empty-address", "$name is skipped", "there is no address in it",
+    {kWarning, "", "empty-address", "$name is skipped", "there is no address in it",
      "the profile does without it", "write an address, or remove the element",
      [](const Skip& it) { return it.Is(SkipReason::NoText); }},
 };
-
-const TiXmlElement* FindOtherCase(const Reading::Skip& skip) {
-  if (skip.reason != SkipReason::NoElement || EffectOf(*skip.element) != kRejected) return nullptr;
-  const TiXmlElement* other = skip.element->FirstChildElement();
-  while (other != nullptr && ::strcasecmp(other->Value(), skip.name.c_str()) != 0) {
-    other = other->NextSiblingElement();
-  }
-  return other;
-}
 
 // A number as the reader reads it: as much as there is of one, within 32 bits.
 struct Number {
@@ -149,13 +161,13 @@ constexpr Rule<Number> kNumberRules[] = {
      "write the ID that the server's events name", [](const Number& it) { return it.IsGivenId(); }},
     {kError, "", "number", kNotTaken, "\"$text\" is no whole number", "$used is used", "$fix",
      [](const Number& it) { return !it.isNumber; }},
-    {kError, "", "number", kNotTaken, "\"$text\" does not end where its number ends",
+    {kWarning, "", "number", kNotTaken, "\"$text\" does not end where its number ends",
      "$used is used", "$fix", [](const Number& it) { return it.isNumber && !it.isWhole; }},
-    {kError, "", "number", kNotTaken, "\"$text\" does not fit into 32 bits", "$used is used",
+    {kWarning, "", "number", kNotTaken, "\"$text\" does not fit into 32 bits", "$used is used",
      "$fix", [](const Number& it) { return it.isWhole && !it.isInRange; }},
     {kError, "", "number", kNotTaken, "\"$text\" is neither 0 nor 1", "$used is used", "$fix",
      [](const Number& it) { return it.IsRefused() && it.Is("attach"); }},
-    {kError, "", "number", kNotTaken, "\"$text\" is less than the next number to give",
+    {kWarning, "", "number", kNotTaken, "\"$text\" is less than the next number to give",
      "$used is used", "$fix", [](const Number& it) { return it.IsRefused() && !it.Is("attach"); }},
 };
 
@@ -184,24 +196,62 @@ constexpr Rule<Successor> kSuccessorRules[] = {
      [](const Successor& it) { return it.later != nullptr && it.later != it.profile.element; }},
 };
 
+// What a fault of the markup is called by those who find it, what it is, and what helps. The first
+// row that fits holds.
+struct MarkupFault {
+  const char* found;  // a part of the fault's text
+  const char* why;    // null: that text
+  const char* fix;
+};
+constexpr MarkupFault kMarkupFaults[] = {
+    {"Error parsing Element", "an attribute comes twice, or lacks its \"=\" or its quotation marks",
+     "write each attribute of this tag once, as name=\"value\""},
+    {"Error reading Attributes", "an attribute lacks its \"=\" or its quotation marks",
+     "write each attribute of this tag once, as name=\"value\""},
+    {"Error reading end tag", "an element is not closed by an end tag of its own name",
+     "close each element with its own name, the inner ones first"},
+    {"Error reading Element value", "an element has no end tag",
+     "close each element with its own name, the inner ones first"},
+    {"an end tag has no start tag", nullptr, "remove the end tag, or add its start tag"},
+    {"Error document empty", "it is no XML", "write a configuration, as <tDVR>...</tDVR>"},
+    {"the quotes around a value are not closed", nullptr,
+     "close the value with its quotation mark; within a value write &quot; for one"},
+    {"a \"<\" begins no tag", nullptr, "write &lt; for a \"<\" that is text"},
+    {"a tag has no \">\"", nullptr, "end the tag with \">\"; write &lt; for a \"<\" that is text"},
+    {"a comment or the like has no end", nullptr, "end the comment with -->"},
+    {"a declaration has no end", nullptr, "end the declaration with ?>"},
+    {"", nullptr, "take a copy of the file that was good, or write a new one"},
+};
+
 struct RejectedFile {
   const ParseFault& fault;
   const bool isUtf16;
+  const MarkupFault& markup = FaultOf(fault.text);
 
-  Place At(const char*) const { return isUtf16 ? Place() : Place{fault.row, fault.column}; }
-  Facts Words() const { return {{"why", fault.text.empty() ? "it holds no element" : fault.text}}; }
+  // What the library finds at no place is the whole document.
+  Place At(const char*) const {
+    if (isUtf16 || fault.text.empty()) return {};
+    const bool isWhole = fault.row <= 0 && markup.why != nullptr;
+    return isWhole ? Place{1, 1} : Place{fault.row, fault.column};
+  }
+  Facts Words() const {
+    const std::string why = fault.text.empty()      ? "it holds no element"
+                            : markup.why == nullptr ? fault.text
+                                                    : markup.why;
+    return {{"why", why}, {"fix", markup.fix}};
+  }
+  static const MarkupFault& FaultOf(const std::string& text) {
+    const MarkupFault* row = kMarkupFaults;
+    while (text.find(row->found) == std::string::npos) ++row;
+    return *row;
+  }
 };
 
 constexpr Rule<RejectedFile> kRejectedFileRules[] = {
     {kError, "", "rejected-file", "the file is not taken", "it is UTF-16", kRejected,
      "save it as UTF-8", [](const RejectedFile& it) { return it.isUtf16; }},
-    {kError, "", "rejected-file", "the file is not taken", "$why", kRejected,
-     "set the markup right there, or take a copy of the file that was good; within a value write "
-     "&quot; for a quotation mark, in a text &lt; for \"<\"",
-     [](const RejectedFile& it) { return !it.isUtf16 && it.fault.row > 0; }},
-    {kError, "", "rejected-file", "the file is not taken", "$why", kRejected,
-     "take a copy of the file that was good, or write a new one",
-     [](const RejectedFile& it) { return !it.isUtf16 && it.fault.row <= 0; }},
+    {kError, "", "rejected-file", "the file is not taken", "$why", kRejected, "$fix",
+     [](const RejectedFile& it) { return !it.isUtf16; }},
 };
 
 // With a byte order mark, or with half of its first character empty.
@@ -219,7 +269,7 @@ bool IsUtf16(const std::string& path) {
 
 void AddReadingFindings(const Reading& reading, const NotifyConfig& kept, Findings& findings) {
   for (const Reading::Skip& skip : reading.Skipped()) {
-    Apply(kSkipRules, Skip{skip, FindOtherCase(skip)}, findings);
+    Apply(kSkipRules, Skip{skip}, findings);
   }
   for (const Reading::Number& number : reading.Numbers()) {
     if (number.element->Attribute(number.attribute.c_str()) == nullptr) continue;

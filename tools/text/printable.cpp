@@ -34,6 +34,16 @@ bool IsHarmful(std::uint32_t c) {
 
 }  // namespace
 
+bool IsUtf8(const std::string& text) {
+  for (std::string_view rest = text; !rest.empty();) {
+    std::uint32_t character = 0;
+    const std::size_t length = ReadCharacter(rest, character);
+    if (length == 0) return false;
+    rest.remove_prefix(length);
+  }
+  return true;
+}
+
 std::string Printable(const std::string& text) {
   std::string printable;
   printable.reserve(text.size());

@@ -10,4 +10,6 @@ namespace tvx::tool {
 // among them) or to one that changes the direction of what stands around it. All else stays.
 std::string Printable(const std::string& text);
 
+bool IsUtf8(const std::string& text);
+
 }  // namespace tvx::tool
