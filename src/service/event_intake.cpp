@@ -7,8 +7,6 @@
 #include <vector>
 
 #include "base/clock.h"
-#include "base/input_limits.h"
-#include "base/utf8.h"
 #include "config/event_types.h"
 #include "service/notification_builder.h"
 #include "service/waiting_limits.h"
@@ -19,10 +17,6 @@ namespace {
 
 // A clip may be late by this much before its notification goes out without waiting for it.
 constexpr std::int32_t kGraceSeconds = 2;
-
-std::string ShortFact(const std::string& text) {
-  return text.substr(0, Utf8Prefix(text, kMaxFactBytes));
-}
 
 // What a document does not say stays as it was.
 void TakeSystemFacts(const EventDocument& document, ServiceState& state) {

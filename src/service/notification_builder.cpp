@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "base/input_limits.h"
-#include "base/utf8.h"
 #include "config/event_types.h"
 #include "config/source_text.h"
 
@@ -45,9 +43,8 @@ std::shared_ptr<NotifyWorkItem> BuildNotification(const ProfileEvent& event,
     const EventReference reference = event.Source();
     item->source = reference.source;
     item->facts.eventType = reference.type;
-    std::string& name = item->facts.sourceName;
-    name = SourceText(state.Directory(), reference.source, reference.type);
-    name.resize(Utf8Prefix(name, kMaxFactBytes));
+    item->facts.sourceName =
+        ShortFact(SourceText(state.Directory(), reference.source, reference.type));
   }
   item->facts.eventState = EventState(event);
   return item;

@@ -2,8 +2,6 @@
 
 #include <cstdint>
 
-#include "base/input_limits.h"
-#include "base/utf8.h"
 #include "config/event_types.h"
 #include "config/notify_profile.h"
 #include "service/event_document.h"
@@ -11,17 +9,11 @@
 namespace tvx {
 namespace {
 
-// Names come from the host's documents: in a message they are short, whatever they hold.
-std::string Fact(const std::string& text) {
-  return text.substr(0, Utf8Prefix(text, kMaxFactBytes));
-}
-
 TemplateFacts FactsOf(const NotifyWorkItem& item) {
   TemplateFacts facts = item.facts;
-  facts.sourceName = Fact(facts.sourceName);
-  facts.systemName = Fact(item.system->description);
-  facts.serial = Fact(item.system->serial);
-  facts.macAddress = Fact(item.system->macAddress);
+  facts.systemName = item.system->description;
+  facts.serial = item.system->serial;
+  facts.macAddress = item.system->macAddress;
   return facts;
 }
 

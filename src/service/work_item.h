@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "base/input_limits.h"
+#include "base/utf8.h"
 #include "config/event_reference.h"
 #include "config/notify_config.h"
 #include "config/templates.h"
@@ -17,7 +19,12 @@
 
 namespace tvx {
 
-// What event documents say of the host system, of kMaxFactBytes each at most.
+// A name or number of the host's, as long as an item may hold it.
+inline std::string ShortFact(const std::string& text) {
+  return text.substr(0, Utf8Prefix(text, kMaxFactBytes));
+}
+
+// What event documents say of the host system. Short facts, all of them.
 struct SystemFacts {
   std::string serial;
   std::string description;

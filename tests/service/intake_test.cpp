@@ -285,6 +285,13 @@ TEST_F(IntakeTest, DescribesTheEventInTheItemAndInTheLog) {
   EXPECT_EQ(last_->eventSeconds + last_->facts.eventTime, 3000000000);
   EXPECT_EQ(last_->eventMilliseconds, 250);
   EXPECT_EQ(last_->source.value, 769u);
+  const std::string servers =
+      "<Servers><Server Serial='" + std::string(5000, 'm') + "'/></Servers>";
+  Send("", servers);
+  const auto facts = state_->system;
+  EXPECT_EQ(facts->serial.size(), 4096u);
+  Send("", servers);
+  EXPECT_EQ(state_->system, facts) << "nothing new";
   const auto item = last_;
   Update(Notify(Profile(11, "description='" + std::string(600, 'x') + "'")));
   EXPECT_EQ(item->profile, &config->profiles.at(11)) << "what comes later does not reach back";

@@ -51,12 +51,12 @@ std::shared_ptr<NotifyWorkItem> MakeNotification(const SampleEvent& event,
 
   ServiceState state(nullptr);
   state.config = config;
-  state.system = std::make_shared<const SystemFacts>(
-      SystemFacts{event.serial, event.systemName, event.macAddress});
+  state.system = std::make_shared<const SystemFacts>(SystemFacts{
+      ShortFact(event.serial), ShortFact(event.systemName), ShortFact(event.macAddress)});
 
   std::shared_ptr<NotifyWorkItem> item = BuildNotification(reported, profile, state);
   // There is no directory of devices to find the name in.
-  if (!event.isTest) item->facts.sourceName = event.sourceName;
+  if (!event.isTest) item->facts.sourceName = ShortFact(event.sourceName);
   for (const std::uint32_t camera : cameras) item->cameras.push_back(SourceId{camera});
   return item;
 }
