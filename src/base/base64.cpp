@@ -51,8 +51,8 @@ constexpr std::array<char, 2 * 4096> kPairs = MakePairs();
 // Encodes whole lines while a little more than a line may be read and written: five steps reach
 // beyond it on both sides, and the next line overwrites what they left there. Returns the lines.
 template <std::size_t lineEndSize>
-[[gnu::target("ssse3")]] std::size_t EncodeWideLines(const unsigned char* bytes, std::size_t count,
-                                                     const char* lineEnd, char* to) {
+[[gnu::target("ssse3")]] std::size_t EncodeLinesSsse3(const unsigned char* bytes, std::size_t count,
+                                                      const char* lineEnd, char* to) {
   constexpr std::size_t kReach = 64;
   std::size_t lines = 0;
   for (; count >= kReach; count -= kBase64LineBytes, bytes += kBase64LineBytes, ++lines) {
@@ -63,7 +63,7 @@ template <std::size_t lineEndSize>
   return lines;
 }
 
-bool HasWide() {
+bool HasSsse3() {
   static const bool has = __builtin_cpu_supports("ssse3") != 0;
   return has;
 }
@@ -88,8 +88,8 @@ char* EncodeBase64(const unsigned char* bytes, std::size_t count, char* to) {
 char* EncodeBase64Lines(const unsigned char* bytes, std::size_t count, const char* lineEnd,
                         char* to) {
   const std::size_t lineEndSize = std::strlen(lineEnd);
-  if (HasWide()) {
-    const auto encode = lineEndSize == 1 ? EncodeWideLines<1> : EncodeWideLines<2>;
+  if (HasSsse3()) {
+    const auto encode = lineEndSize == 1 ? EncodeLinesSsse3<1> : EncodeLinesSsse3<2>;
     const std::size_t lines = encode(bytes, count, lineEnd, to);
     bytes += lines * kBase64LineBytes;
     count -= lines * kBase64LineBytes;

@@ -39,7 +39,7 @@ void SetState(ipc::client& program, ipc::State state, std::uint32_t value) {
   program.changed.NotifyAll();
 }
 
-// A chunk of a request that is not known yet.
+// A chunk whose request number is filled in when it is sent.
 ChunkMemory MakeChunk(std::uint32_t kind, std::uint32_t word, std::string_view payload) {
   const auto size = static_cast<std::uint32_t>(payload.size() + sizeof(ChunkHeader));
   ChunkMemory chunk(std::malloc(size));

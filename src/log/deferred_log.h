@@ -17,7 +17,7 @@ class DeferredLog {
   // Formats as HostLog does and keeps the line.
   [[gnu::format(printf, 3, 4)]] void Add(LogLevel level, const char* format, ...);
 
-  // Keeps a line that is a text already.
+  // Keeps a line that needs no formatting.
   void AddText(LogLevel level, std::string text) { lines_.push_back({level, std::move(text)}); }
 
   // Writes the lines in the order in which they were added, and forgets them.

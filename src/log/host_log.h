@@ -23,7 +23,7 @@ constexpr std::size_t kLogLineSize = 512;
 [[gnu::format(printf, 4, 5)]] void HostLog(std::uint32_t module, HostServiceEntry entry,
                                            LogLevel level, const char* format, ...);
 
-// The same for a line that is a text already.
+// The same for a line that needs no formatting.
 void HostLogText(std::uint32_t module, HostServiceEntry entry, LogLevel level,
                  std::string_view text);
 

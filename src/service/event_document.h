@@ -20,7 +20,7 @@ struct ProfileEvent {
   bool isStart = false;  // else the event ended
   std::int32_t profileId = 0;
   std::optional<std::int32_t> action;
-  bool isTest = false;    // somebody tries the profile out
+  bool isTest = false;    // a test message
   std::int32_t time = 0;  // seconds since 1970; of the reading when the document does not say
   std::int32_t milliseconds = 0;
   bool fromGroup = false;               // sources holds the one source group
@@ -30,7 +30,7 @@ struct ProfileEvent {
   EventReference Source() const { return sources.empty() ? EventReference{} : sources.front(); }
 };
 
-// What an entry's "Message" says when somebody tries a profile out; the mail begins with it.
+// What an entry's "Message" says when it asks for a test message; the mail begins with it.
 constexpr const char* kTestMessage = "Testing Profile";
 
 struct EventDocument {

@@ -86,8 +86,8 @@ const std::vector<EventReference>& SourcesOf(const ProfileEvent& event,
 }
 
 // Queues a notification at once, or parks it until its clips are complete.
-void TakeUp(const ProfileEvent& event, const std::shared_ptr<NotifyWorkItem>& item,
-            ServiceState& state, IntakeOutcome& outcome) {
+void CaptureOrDispatch(const ProfileEvent& event, const std::shared_ptr<NotifyWorkItem>& item,
+                       ServiceState& state, IntakeOutcome& outcome) {
   std::shared_ptr<SNOTIFY_CALLBACK> callback;  // for a notification with captures
   for (const EventReference& source : SourcesOf(event, state.Directory())) {
     if (!IsVideoEvent(source.type)) continue;
@@ -129,7 +129,7 @@ void ReceiveEvent(const ProfileEvent& event, ServiceState& state, IntakeOutcome&
   if (item->isTest) {
     outcome.dispatched.push_back(item);
   } else {
-    TakeUp(event, item, state, outcome);
+    CaptureOrDispatch(event, item, state, outcome);
   }
 }
 

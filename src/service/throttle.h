@@ -12,8 +12,8 @@ namespace tvx {
 class Throttle {
  public:
   // Whether a profile may notify now (a tick), given its interval in seconds; 0 or less does not
-  // throttle. The first notification, and the first after the interval changed, always may. Only a
-  // notification that may starts the interval anew.
+  // throttle. The first one, and the first after the interval changed, is admitted. Only an
+  // admitted notification restarts the interval.
   bool Admit(std::int32_t profileId, std::int32_t intervalSeconds, std::uint32_t now);
 
   // Keeps count of time beyond a turn of the clock; called at least once a turn (49.7 days).

@@ -41,9 +41,4 @@ void Watchdog::MarkStopped() {
   changed_.NotifyAll();
 }
 
-bool Watchdog::IsStopped() {
-  MutexLock lock(mutex_);
-  return stopped_;
-}
-
 }  // namespace tvx

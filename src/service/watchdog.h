@@ -1,6 +1,6 @@
 // Tells the host that the worker is alive, on a thread that the host lends for it.
 //
-// Threads: Run on the watchdog's, MarkStopped on the worker's, IsStopped on any.
+// Threads: Run on the watchdog's, MarkStopped on the worker's.
 // Locks:   its own mutex (the service's state mutex), never held while the host is called.
 #pragma once
 
@@ -21,7 +21,6 @@ class Watchdog {
 
   // The worker has ended: Run returns, now and later.
   void MarkStopped() EXCLUDES(mutex_);
-  bool IsStopped() EXCLUDES(mutex_);
 
  private:
   // Waits for the stop, at most one interval. True when the time was up first.

@@ -44,7 +44,7 @@ struct NotifyWorkItem {
   std::int32_t preTriggerSeconds = 0;
 
   // From the event.
-  bool isTest = false;  // somebody tries the profile out
+  bool isTest = false;  // a test message
   bool isStart = false;
   SourceId source;
   std::int32_t eventSeconds = 0;  // since 1970

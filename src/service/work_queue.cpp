@@ -44,17 +44,17 @@ std::size_t WorkQueue::Size() {
 
 WorkQueue::Item WorkQueue::Take() {
   MutexLock lock(mutex_);
-  while (HasNone()) added_.Wait(mutex_);
+  while (IsEmpty()) added_.Wait(mutex_);
   return PopFront();
 }
 
 WorkQueue::Item WorkQueue::TakeWithin(boost::chrono::milliseconds wait) {
   const auto deadline = boost::chrono::steady_clock::now() + wait;
   MutexLock lock(mutex_);
-  while (HasNone()) {
+  while (IsEmpty()) {
     if (added_.WaitUntil(mutex_, deadline)) break;
   }
-  return HasNone() ? nullptr : PopFront();
+  return IsEmpty() ? nullptr : PopFront();
 }
 
 WorkQueue::Item WorkQueue::PopFront() {

@@ -40,7 +40,7 @@ class WorkQueue {
 
  private:
   static Item MakeStop();
-  bool HasNone() const REQUIRES(mutex_) { return items_.empty() && !stopDue_; }
+  bool IsEmpty() const REQUIRES(mutex_) { return items_.empty() && !stopDue_; }
   Item PopFront() REQUIRES(mutex_);
 
   const Item stop_ = MakeStop();

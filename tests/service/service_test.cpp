@@ -545,7 +545,6 @@ TEST(Watchdog, SendsAnEventEachIntervalUntilTheWorkerEnds) {
     std::thread often([&] { watchdog.Run(boost::chrono::milliseconds(5)); });
     std::thread never([&] { watchdog.Run(boost::chrono::hours(1)); });
     EXPECT_TRUE(host.WaitFor([&] { return host.WatchdogEvents() >= 2; }));
-    EXPECT_FALSE(watchdog.IsStopped());
     watchdog.MarkStopped();  // wakes both
     often.join();
     never.join();
