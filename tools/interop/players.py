@@ -282,12 +282,13 @@ class Page:
 
 
 def verdict(numbers, count):
-    in_order = all(later == earlier + 1 for earlier, later in zip(numbers, numbers[1:]))
     if not numbers:
         return "nothing"
-    if not in_order:
-        at = next(at for at, (a, b) in enumerate(zip(numbers, numbers[1:])) if b != a + 1)
-        return f"{len(numbers)} of {count}, then {numbers[at]}, {numbers[at + 1]}"
+    gaps = [at for at, (a, b) in enumerate(zip(numbers, numbers[1:])) if b != a + 1]
+    # A clip ends where it ends in coding order: the last picture may be one whose B pictures, shown
+    # before it, are not in the clip any more.
+    if gaps and (gaps[0] < len(numbers) - 3 or numbers[gaps[0] + 1] < numbers[gaps[0]]):
+        return f"{len(numbers)} of {count}, then {numbers[gaps[0]]}, {numbers[gaps[0] + 1]}"
     return "all" if len(numbers) == count else f"{len(numbers)} of {count}"
 
 
