@@ -1,8 +1,12 @@
 #include "mail/transfer.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstring>
 #include <thread>
 
+#include "mail/address.h"
 #include "mail/mail_fixture.h"
 
 namespace tvx {
@@ -91,6 +95,108 @@ TEST_F(TransferTest, ExitCodesTellWhetherLaterIsWorthATry) {
     EXPECT_EQ(host_.Log().back().text.find("Failed to send notification using profile Gate.") == 0,
               !mayPass);
   }
+}
+
+// Nor do the other settings become more than a value, or an option where none is meant.
+TEST_F(TransferTest, DeliverySettingsAreOptionsOfTheInputAndTheNameIsThePath) {
+  message_.delivery = {true, true, "c\"a\nurl = x", 900, "nvr.x"};
+  EXPECT_EQ(
+      BuildCurlInput(message_.delivery, {"", "", 25, 0, "u", "p"}),
+      "silent\nshow-error\nstderr = \"-\"\nwrite-out = \"SMTP reply %{response_code} after "
+      "%{size_upload} bytes\\n\"\nmax-time = 900\ncacert = \"c\\\"a\\nurl = x\"\nuser = \"u:p\"");
+  EXPECT_THAT(BuildCurlArguments(message_, server_),
+              testing::AllOf(testing::Not(testing::Contains("--insecure")),
+                             testing::Contains("smtp://host:25/nvr.x")));
+  EXPECT_EQ(BuildCurlInput({false, false, "ca", 0, "nvr.x"}, server_), "");
+  char machine[256] = {};
+  ASSERT_EQ(::gethostname(machine, 255), 0);
+  const std::string own =
+      std::string(machine) + (std::strchr(machine, '.') == nullptr ? ".x.org" : "");
+  const auto row = [](const std::string& name) { return HelloName(name, "f@x.org"); };
+  test::ExpectRows(row, "a-1.B<=a-1.B   [::1]<=[::1]   [IPv6:f::1]<=[IPv6:f::1]   9.x<=9.x");
+  for (const char* name :
+       {"", "a", "a b", "a/b", ".a", "a.", "a..b", "[a b]", "a\nb", "\xC3\xA9x", "[::1"}) {
+    EXPECT_EQ(row(name), own) << name;
+  }
+}
+
+// Exit code, the server's last reply and the bytes sent, of 100; what follows, and what is said of it
+// behind the attempt and the reply.
+TEST_F(TransferTest, WithStandardDeliveryTheReplyTellsWhetherLaterIsWorthATry) {
+  message_.delivery.Standard = true;
+  message_.size = 100;
+  for (const auto& row : test::Rows(R"(
+      0  | 250 | 100 | sent  |
+      8  | 421 | 0   | later |
+      55 | 499 | 0   | later |
+      67 | 400 | 0   | later |
+      8  | 500 | 100 | never | Sending through server a failed for good and is not tried again. (Profile Description: Gate)
+      55 | 599 | 0   | never | Sending through server a failed for good and is not tried again. (Profile Description: Gate)
+      67 | 250 | 0   | never | Sending through server a failed for good and is not tried again. (Profile Description: Gate)
+      26 | 452 | 0   | never | Sending through server a failed for good and is not tried again. (Profile Description: Gate)
+      56 | 354 | 99  | later |
+      28 | 250 | 100 | later |
+      56 | 354 | 100 | later | The connection to server a was lost after the whole message was sent. Nobody knows whether it arrived; it is sent again under the same identifier. (Profile Description: Gate)
+      9  |     |     | later |)")) {
+    SCOPED_TRACE(row[0] + " " + row[1] + " " + row[2]);
+    exits_ = {std::stoi(row[0])};
+    const std::string reply = "SMTP reply " + row[1] + " after " + row[2] + " bytes";
+    output_ = row[1].empty() ? "" : "curl: (x) SMTP reply 999 after 9 bytes\n" + reply + "\n";
+    const SendResult result = Send({server_});
+    EXPECT_EQ(result, row[3] == "sent"    ? SendResult::Sent
+                      : row[3] == "later" ? SendResult::Retry
+                                          : SendResult::GiveUp);
+    EXPECT_EQ(message_.servers.size(), row[3] == "never" ? 0U : 1U);
+    std::string said =
+        "50|Profile Description: Gate. Notification attempt return code= " + row[0] + "\n";
+    if (row[3] == "sent") said.replace(0, 2, "25");
+    if (!output_.empty() && row[3] != "sent")
+      said += "25|curl: (x) SMTP reply 999 after 9 bytes\n25|" + reply + "\n";
+    if (!row[4].empty()) said += "50|" + row[4] + "\n";
+    if (row[3] == "never")
+      said +=
+          "75|Failed to send notification using profile Gate.  This message will NOT be retried, "
+          "as no server is left that may take it\n";
+    ExpectLog(said);
+  }
+}
+
+TEST_F(TransferTest, AServerThatCannotBeReachedIsAskedOnceARound) {
+  message_.delivery.Standard = true;
+  const auto launches = [this] {
+    const std::size_t before = programs_.Launches().size();
+    EXPECT_EQ(Send({server_}), SendResult::Retry);
+    return programs_.Launches().size() - before;
+  };
+  for (const auto& [exit, sent, asked] :
+       {std::tuple(7, 0, 0U), {6, 0, 0U}, {28, 0, 0U}, {28, 1, 1U}, {56, 0, 1U}}) {
+    usualExit_ = exit;
+    output_ = "SMTP reply 000 after " + std::to_string(sent) + " bytes";
+    helper_.queue.clear();
+    EXPECT_EQ(launches() + launches(), 2U);  // there is no round
+    helper_.queue.emplace_back();
+    now_ += 1000;
+    helper_.nextRetry = helper_.Now();
+    EXPECT_EQ(launches() + launches() + launches(), 1 + 2 * asked) << exit;
+    EXPECT_EQ(asked == 0 ? host_.Logged("Server a could not be reached and is not asked again in "
+                                        "this round. (Profile Description: Gate)")
+                         : 1,
+              1);
+  }
+}
+
+TEST_F(TransferTest, ATransferThatRunsForLongIsToldOfOnce) {
+  const std::string line =
+      "The transfer to smtp://host:25 has been running for 10 minutes. All other mail waits for "
+      "its end, for which MaxTransferSeconds can set a limit";
+  helper_.patience = boost::chrono::milliseconds(1);
+  programs_.OnRun([&](const test::Launch& launch) {
+    programs_.AwaitInput(launch);
+    EXPECT_TRUE(host_.WaitFor([&] { return host_.Logged(line) == 1; }));
+    return test::ProgramEnd{0, "a\nb"};
+  });
+  EXPECT_EQ(Send({server_}), SendResult::Sent);
+  ExpectLog("50|" + line + "\n25|Profile Description: Gate. Notification attempt return code= 0");
 }
 
 // Nobody must wait for a program that waits for its input, or for one that the host will not end.
