@@ -65,11 +65,13 @@ def profile(number=1, description="Gate", sender="nvr@example.com", to=("guard@e
     ) + element("body", None, escape(body)))
 
 
-def notify_document(servers, profiles, delta=0, module=786432, web="", **settings):
+def notify_document(servers, profiles, delta=0, module=786432, web="", delivery=None,
+                    **settings):
     """notify.xml (delta 0), or a change of it (delta 1). Servers are elements, or ports of plain
     servers."""
     servers = [smtp_server(it) if isinstance(it, int) else it for it in servers]
-    content = (element("Web", {"address": web}) + element("Servers", None, "".join(servers)) +
+    content = (element("Web", {"address": web}) +
+               (element("Delivery", delivery) if delivery else "") + element("Servers", None, "".join(servers)) +
                element("Profiles", {"autoincrement": 1}, "".join(profiles)))
     notify = element("Notify", {"ID": module, **settings}, content)
     return to_bytes("<?xml ?>\n" + element("tDVR", {"Delta": delta}, notify) + "\n")
