@@ -10,20 +10,19 @@
 
 namespace tvx::test {
 
-// The targets, one for each entry of foreign bytes; NAME in script/fuzz is theirs in the table of
-// fuzz_main.cpp. Each is given the whole input.
-void FuzzChannelChunk(std::string_view input);
-void FuzzDateTemplate(std::string_view input);
-void FuzzEventDocument(std::string_view input);
-void FuzzFrameRecord(std::string_view input);
-void FuzzH264Movie(std::string_view input);
-void FuzzHttpAnswer(std::string_view input);
-void FuzzLoginAnswer(std::string_view input);
-void FuzzMpeg4Movie(std::string_view input);
-void FuzzNotifyFile(std::string_view input);
-void FuzzSystemDocument(std::string_view input);
-void FuzzUpdateDocument(std::string_view input);
-void FuzzWebServerAddress(std::string_view input);
+// The targets, one for each entry of foreign bytes, by their names in script/fuzz. Each is given the
+// whole input.
+// clang-format off
+#define FUZZ_TARGETS(X) \
+  X(channel_chunk, FuzzChannelChunk) X(date_template, FuzzDateTemplate) \
+  X(event_document, FuzzEventDocument) X(frame_record, FuzzFrameRecord) \
+  X(h264_movie, FuzzH264Movie) X(http_answer, FuzzHttpAnswer) \
+  X(login_answer, FuzzLoginAnswer) X(mpeg4_movie, FuzzMpeg4Movie) \
+  X(notify_file, FuzzNotifyFile) X(system_document, FuzzSystemDocument) \
+  X(update_document, FuzzUpdateDocument) X(web_server_address, FuzzWebServerAddress)
+// clang-format on
+#define FUZZ_DECLARE(name, function) void function(std::string_view input);
+FUZZ_TARGETS(FUZZ_DECLARE)
 
 // What stands before the first line feed; the rest is left behind it. An input without one is all
 // line.

@@ -2,10 +2,11 @@
 // at all with an exception.
 //
 // Input: width and height (two bytes each), duration (two bytes, in sixteenths of a second and
-// maybe negative), then the frames; "%%K" stands in front of a key frame, "%%P" of any other.
+// maybe negative; of an odd width the headers are known beforehand), then the frames; "%%K" stands in front of a key frame, "%%P" of any other.
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -13,6 +14,7 @@
 #include "fuzz/fuzz.h"
 #include "quicktime/four_character_code.h"
 #include "quicktime/movie_file.h"
+#include "quicktime/stream_headers.h"
 #include "support/temporary_folder.h"
 
 namespace tvx::test {
@@ -47,8 +49,15 @@ void RunMovie(FourCharacterCode code, std::string_view input) {
   const auto height = TakeNumber<std::uint16_t>(input);
   const double seconds = TakeNumber<std::int16_t>(input) / 16.0;
   const CodedFrames frames = CutFrames(input);
+  // What is known of the stream, as it is gathered of frames of which the clip holds the later ones.
+  std::shared_ptr<const StreamHeaders> known;
+  for (const CodedFrame& frame : frames) {
+    const std::vector<std::uint8_t> bytes(frame.payload.begin(), frame.payload.end());
+    known = StreamHeaders::After(code, {bytes.data(), bytes.size()}, known);
+  }
+  const ByteView bytes = known && width % 2 != 0 ? known->Bytes() : ByteView{};
   try {
-    WriteMovie(path, code, width, height, seconds, frames);
+    WriteMovie(path, code, width, height, seconds, frames, {bytes.begin(), bytes.end()});
   } catch (const std::runtime_error&) {
     return Require(!tvx::test::FileExists(path), "a movie that failed leaves no file");
   }
