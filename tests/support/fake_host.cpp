@@ -95,7 +95,7 @@ std::vector<std::string> FakeHost::Statuses() const {
   std::vector<std::string> statuses;
   for (const auto& [command, text] : Documents()) {
     if (command != HostCommand::StatusDocument) continue;
-    const auto value = [&](const std::string& name, std::size_t from) {
+    const auto value = [&text = text](const std::string& name, std::size_t from) {
       from = text.find(name + "=\"", from) + name.size() + 2;
       return text.substr(from, text.find('"', from) - from);
     };
