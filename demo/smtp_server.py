@@ -9,6 +9,7 @@ import argparse
 import asyncio
 import json
 import logging
+import mailbox
 import os
 import pathlib
 import signal
@@ -78,6 +79,10 @@ class Handler:
             "user": session.auth_data.login.decode(errors="replace") if session.authenticated else None,
         }, indent=2) + "\n", encoding="utf-8")
         unfinished.rename(stem.with_suffix(".json"))
+        if self.options.mbox:
+            mbox = mailbox.mbox(self.options.mbox)
+            mbox.add(envelope.original_content.replace(b"\r\n", b"\n"))
+            mbox.close()
         return "250 Kept"
 
     def authenticate(self, server, session, envelope, mechanism, auth_data):
@@ -103,6 +108,7 @@ async def serve():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--port", type=int, default=0, help="port on loopback (default: a free one)")
     parser.add_argument("--mailbox", type=pathlib.Path, required=True, help="folder for the messages")
+    parser.add_argument("--mbox", type=pathlib.Path, help="also a file that mail readers open")
     parser.add_argument("--auth", metavar="USER:PASSWORD", help="take mail with this login only")
     parser.add_argument("--tls", choices=["smtps", "starttls"], help="from the first byte, or offered")
     parser.add_argument("--refuse", metavar="STAGE[=REPLY]", action="append", default=[],
