@@ -108,6 +108,8 @@ SECTIONS: dict[str, list[Row]] = {
     "Composition with a 10 MiB attachment": [
         microseconds("read 10 MiB, write 4/3 of it, 1 MiB pieces", "composition:copy", None),
         ratio("composition : that", "composition:compose", "composition:copy", 2),
+        ratio("composition in the standard layout : composition", "composition:compose_standard",
+              "composition:compose", 1.3),
         ratio("composition : coreutils base64 -w 76", "composition:compose",
               "composition:coreutils_base64", 1),
     ],

@@ -44,6 +44,19 @@ void OmitAttachmentsIfForbidden(NotifyWorkItem& item, const NotifyConfig& snapsh
           item.profile->description.c_str());
 }
 
+// With standard delivery the reader is told of a camera without any video as of one whose video
+// failed.
+void NoteMissingVideo(const NotifyWorkItem& item, std::vector<AttachmentEntry>& group) {
+  if (!item.config->delivery.Standard) return;
+  for (const AttachmentSource& source : item.videos) {
+    if (source.clip != nullptr) continue;
+    group.push_back({false,
+                     {},
+                     "Failed to prepare video attachment for source: \"\"" + source.name +
+                         "\"\", there is no video of it"});
+  }
+}
+
 bool ComposeAndClose(const MessageContent& content, const std::vector<AttachmentEntry>& group,
                      std::int32_t part, std::int32_t partCount, NotifyHelper& helper,
                      INotifyFileStream& stream, PendingMessage& pending) {
@@ -98,12 +111,13 @@ ProfileStatus ProcessNotification(NotifyWorkItem& item, const NotifyConfig& snap
 
   if (helper.IsStopped()) item.videos.clear();
   FilesOfScope attachmentFiles(stream);
-  const AttachmentGroups groups =
+  AttachmentGroups groups =
       PrepareVideoAttachments(item.videos, MegabytesToBytes(item.config->EmailSizeLimitMB),
                               DataDirectory(), helper.Host(), [&](const std::string& path) {
                                 attachmentFiles.Add(path);
                                 return !helper.IsStopped();
                               });
+  NoteMissingVideo(item, groups.back());
   item.videos.clear();  // the frames are the host's again while the mail is on its way
 
   MessageContent content = ContentOf(item);

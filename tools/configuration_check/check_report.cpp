@@ -50,13 +50,11 @@ Json JsonOf(const Finding& finding) {
 Json JsonOf(const NotifyConfig& config) {
   nlohmann::json profiles = nlohmann::json::array();
   for (const auto& [id, profile] : config.profiles) profiles.push_back(profile);
-  return {{"MaxRetrySeconds", config.MaxRetrySeconds},
-          {"MaxRetryQueue", config.MaxRetryQueue},
-          {"EmailSizeLimitMB", config.EmailSizeLimitMB},
-          {"webAddress", config.webAddress},
-          {"servers", nlohmann::json(config.servers)},
-          {"autoincrement", config.nextProfileId},
-          {"profiles", std::move(profiles)}};
+  return {
+      {"MaxRetrySeconds", config.MaxRetrySeconds},   {"MaxRetryQueue", config.MaxRetryQueue},
+      {"EmailSizeLimitMB", config.EmailSizeLimitMB}, {"webAddress", config.webAddress},
+      {"delivery", nlohmann::json(config.delivery)}, {"servers", nlohmann::json(config.servers)},
+      {"autoincrement", config.nextProfileId},       {"profiles", std::move(profiles)}};
 }
 
 }  // namespace

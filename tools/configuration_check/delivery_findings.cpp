@@ -12,6 +12,7 @@
 #include "configuration_check/document_place.h"
 #include "configuration_check/findings.h"
 #include "configuration_check/kept_json.h"
+#include "mail/address.h"
 #include "web/web_server_address.h"
 
 namespace tvx::tool {
@@ -19,7 +20,9 @@ namespace {
 
 constexpr std::int32_t kLargestPort = 65535;
 constexpr std::int32_t kFirstRetry = 60;  // seconds
-constexpr std::int32_t kUsualLimit = 50;  // MiB that a mail server may take
+// MiB whose base64 is just within the 25 MB that large providers take.
+constexpr std::int32_t kUsualLimit = 18;
+constexpr const char* kWriteStandard = "add <Delivery Standard=\"1\"/> to \"Notify\"";
 constexpr const char* kTransferFails =
     "every attempt at this server fails; a message that no other server takes waits in the queue "
     "until it is too old";
@@ -66,6 +69,7 @@ struct Settings {
             {"MaxRetryQueue", kept.MaxRetryQueue},
             {"EmailSizeLimitMB", kept.EmailSizeLimitMB},
             {"webAddress", kept.webAddress},
+            {"HelloName", kept.delivery.HelloName},
             {"webPort", web.port},
             {"file", file}};
   }
@@ -75,6 +79,11 @@ struct Settings {
   }
   bool IsLimitTooLarge() const {
     return MegabytesToBytes(kept.EmailSizeLimitMB) == std::numeric_limits<std::uint32_t>::max();
+  }
+  bool IsOldLayout() const { return !kept.delivery.Standard && !kept.servers.empty(); }
+  bool SendsVideo() const {
+    return std::any_of(kept.profiles.begin(), kept.profiles.end(),
+                       [](const auto& it) { return it.second.attach; });
   }
   // Whether everybody may read or write the file.
   bool IsOpenToAll() const {
@@ -107,10 +116,27 @@ constexpr Rule<Settings> kSettingRules[] = {
      "it is negative or above 4095", "it counts as 4 GiB, which is no limit", "write MiB, as 10",
      [](const Settings& it) { return it.IsLimitTooLarge(); }},
     {kWarning, "EmailSizeLimitMB", "limit", "EmailSizeLimitMB is $EmailSizeLimitMB",
-     "most mail servers refuse mails of more than 10 to 50 MiB",
+     "in base64 that is more than the 25 MB that large providers take, and others take less",
      "a mail with long clips fails, where several smaller ones would arrive", "write MiB, as 10",
      [](const Settings& it) {
        return it.kept.EmailSizeLimitMB > kUsualLimit && !it.IsLimitTooLarge();
+     }},
+    {kWarning, "Servers/", "delivery",
+     "mails with video are not written as today's servers want them",
+     "their lines end in a bare LF, as \"Delivery\" does not ask for \"Standard\"",
+     "strict servers refuse them, and they are tried in vain until they are too old",
+     kWriteStandard, [](const Settings& it) { return it.IsOldLayout() && it.SendsVideo(); }},
+    {kWarning, "Delivery/HelloName", "hello-name", "the HelloName is not used",
+     "\"$HelloName\" is neither a host name nor an address in brackets",
+     "mail servers are greeted with the name of this machine", "write a name as nvr.example.com",
+     [](const Settings& it) {
+       const std::string& name = it.kept.delivery.HelloName;
+       return !name.empty() && HelloName(name, {}) != name;
+     }},
+    {kWarning, "Delivery/CertificateFile", "certificate-file", "the CertificateFile is not used",
+     "VerifyCertificates is not 1", "every certificate is taken", "write VerifyCertificates=\"1\"",
+     [](const Settings& it) {
+       return !it.kept.delivery.CertificateFile.empty() && !it.kept.delivery.VerifyCertificates;
      }},
     {kError, "Servers/", "no-servers", "there is no mail server",
      "no element \"smtp\" in \"Servers\" is kept", "every message is dropped",

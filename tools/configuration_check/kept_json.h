@@ -10,6 +10,9 @@ namespace tvx {
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(NotifyProfile, ID, attach, description, ThrottleSeconds, from,
                                    subject, MaxVideoSeconds, EventEdge, to, cc, bcc, body)
 
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(DeliverySettings, Standard, VerifyCertificates, CertificateFile,
+                                   MaxTransferSeconds, HelloName)
+
 inline void to_json(nlohmann::json& json, const SmtpServer& server) {
   json = {{"description", server.description},
           {"address", server.address},

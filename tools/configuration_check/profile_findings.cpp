@@ -43,6 +43,7 @@ struct Profile {
   const TiXmlElement& element;
   const NotifyProfile& kept;
   const bool isVideoKept;
+  const bool isStandard;  // how mails are written
 
   Place At(const char* in) const { return PlaceOf(element, in); }
   Facts Words() const {
@@ -51,6 +52,9 @@ struct Profile {
     return facts;
   }
 };
+
+constexpr const char* kEncode =
+    "add <Delivery Standard=\"1\"/> to \"Notify\", or write in letters of ASCII";
 
 constexpr Rule<Profile> kProfileRules[] = {
     {kError, "EventEdge", "never-triggers", "$name never notifies",
@@ -91,8 +95,16 @@ constexpr Rule<Profile> kProfileRules[] = {
      [](const Profile& it) { return it.kept.ThrottleSeconds > kLongSilence; }},
     {kWarning, "subject", "subject-letters", "$name has letters beyond ASCII in its subject",
      "they are sent as they are, which not every mail server and mail program understands",
-     "some readers see other characters there", "write the subject in letters of ASCII",
-     [](const Profile& it) { return !IsAscii(it.kept.subject) && IsUtf8(it.kept.subject); }},
+     "some readers see other characters there", kEncode,
+     [](const Profile& it) {
+       return !it.isStandard && !IsAscii(it.kept.subject) && IsUtf8(it.kept.subject);
+     }},
+    {kWarning, "body/", "body-letters", "$name has letters beyond ASCII in its text",
+     "mails do not say in which encoding they are", "some readers see other characters there",
+     kEncode,
+     [](const Profile& it) {
+       return !it.isStandard && !IsAscii(it.kept.body) && IsUtf8(it.kept.body);
+     }},
     {kWarning, "subject", "no-utf8", "the subject of $name is no UTF-8", kOtherEncoding,
      kOtherLetters, kSaveAsUtf8, [](const Profile& it) { return !IsUtf8(it.kept.subject); }},
     {kWarning, "body/", "no-utf8", "the body of $name is no UTF-8", kOtherEncoding, kOtherLetters,
@@ -311,7 +323,8 @@ void AddProfileFindings(const Reading& reading, const NotifyConfig& kept, Findin
   for (const auto& [id, profile] : kept.profiles) {
     const TiXmlElement& element = reading.ProfileElement(id);
     const std::string name = NameOf(element);
-    Apply(kProfileRules, Profile{element, profile, kept.EmailSizeLimitMB != 0}, findings);
+    Apply(kProfileRules,
+          Profile{element, profile, kept.EmailSizeLimitMB != 0, kept.delivery.Standard}, findings);
     AddAddress(name, PlaceOf(element, "from"), "from", profile.from, findings);
     for (const char* recipients : {"to", "cc", "bcc"}) {
       for (const TiXmlNode* content : reading.Contents(element, recipients)) {
