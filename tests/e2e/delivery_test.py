@@ -1,6 +1,9 @@
 """Mails are what profile and event ask for, byte for byte, and what `notifypi preview` shows."""
 import base64
+import email
+import email.policy
 import json
+import re
 import subprocess
 
 import road
@@ -99,6 +102,28 @@ class DeliveryTest(RoadTest):
                     self.assertEqual(self.preview(number, options), mail.content)
                 self.assertEqual(timeline.levels(road.ATTEMPT.format(
                     asked.get("description", name), 0)), [road.INFORMATION])
+
+    def test_with_standard_delivery_a_reader_of_today_sees_the_same(self):
+        cases = {name: case for name, case in CASES.items() if case[3] and name != "no line end"}
+        server = self.start_server()
+        self.configure([server.port], *[profile(number, **case[0], attach=1)
+                                        for number, case in enumerate(cases.values(), 1)],
+                       delivery={"Standard": 1, "HelloName": "nvr.example.com"})
+        self.run_host(*[("event", event_document(number, **case[1]))
+                        for number, case in enumerate(cases.values(), 1)])
+        no_video = ('\n- Failed to prepare video attachment for source: ""Video Input 2-1"", '
+                    "there is no video of it\n")
+        for mail, (name, (_, event, _, (recipients, subject, body, *_))) in zip(
+                server.received(), cases.items(), strict=True):
+            with self.subTest(name):
+                message = email.message_from_bytes(mail.content, policy=email.policy.default)
+                self.assertEqual((mail.rcpt_tos, message["Subject"]), (recipients, subject))
+                self.assertEqual(len(re.findall(rb"(?<!\r)\n|\r(?!\n)|[^\r\n]{999}|[\x80-\xff]",
+                                                mail.content)), 0)
+                text = message.get_body(("plain",)).get_content()
+                body = road.to_bytes(body).decode("cp1252") if "\udcfc" in body else body
+                ended = body + no_video if "Message" not in event else body
+                self.assertEqual(*(re.sub("\r\n|\r|\n", "\n", it).rstrip("\n") for it in (text, ended)))
 
     def test_a_link_asks_for_cameras_and_window(self):
         for known, server_id, search in (
