@@ -54,9 +54,7 @@ std::optional<H264Picture> H264PictureOrder::Read(ByteView unit, const H264Param
                        before->frameNumber == slice->frameNumber &&
                        before->isReference == slice->isReference;
   if (slice->isIdr) {
-    ++run_;
-    msb_ = 0;
-    lsb_ = 0;
+    ++run_;  // of type 0 the bits may go on: only differences count
     frameNumberOffset_ = 0;
     frameNumber_ = 0;
   }

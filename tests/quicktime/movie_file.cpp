@@ -80,6 +80,8 @@ MovieFile ReadMovie(const std::string& path) {
     length = U32(stsd, at);
     rule(length >= kEntryFields && length <= stsd.size() - at, "length of a sample entry");
     if (!movie.brokenRules.empty()) return movie;
+    movie.sizes.push_back(std::to_string(U32(stsd, at + 32) >> 16) + "x" +
+                          std::to_string(U32(stsd, at + 32) & 0xFFFF));
     const std::string folder = std::to_string(movie.descriptions.size() + 1) + "/";
     ReadAtoms(stsd.substr(at + kEntryFields, length - kEntryFields), folder, movie);
     movie.descriptions.push_back(atoms.count(folder + "avcC") != 0 ? atoms[folder + "avcC"]
@@ -90,6 +92,7 @@ MovieFile ReadMovie(const std::string& path) {
   movie.width = U32(stsd, 40) >> 16;
   movie.height = U32(stsd, 40) & 0xFFFF;
   const std::string& tkhd = atoms["moov/trak/tkhd"];
+  movie.shownWidth = std::to_string(U32(tkhd, 76) >> 16);
   rule(atoms.count("1/pasp") != 0
            ? U32(tkhd, 76) != 0 && U32(tkhd, 80) != 0
            : U32(tkhd, 76) == movie.width << 16 && U32(tkhd, 80) == movie.height << 16,

@@ -30,7 +30,8 @@ const Units& KnownUnits() {
       P0 68 e0 e0 0:2 | P0new 68 e0 e0 3:2 | P1 68 e1 e0 0:2 | P3 68 e3 e0 0:2
       P255 68 e255 e0 0:2 | P256 68 e256 e0 0:2 | P7of1 68 e7 e1 0:2 | P1of5 68 e1 e5 0:2
       P1of32 68 e1 e32 0:2 | cutP 68 0:32 | full 68 e1 e0 0:2 85:8*508
-      over 68 e2 e0 0:2 85:8*509 | wide 68 e1 e0 0:2 85:8*253 | less 68 e2 e0 0:2 85:8*252)")) {
+      over 68 e2 e0 0:2 85:8*509 | wide 68 e1 e0 0:2 85:8*253 | less 68 e2 e0 0:2 85:8*252
+      big 68 e0 e0 0:2 85:8*600 | t0 67 77:8 0:8 31:8 e0 e0 e2 e1 0:1 e0 e0 1:1 1:1 0:1 0:1)")) {
     for (const std::string& cell : row) {
       std::istringstream text(cell);
       std::string name, fields;
@@ -98,9 +99,10 @@ class StreamConversion : public MovieTest {
     for (std::uint32_t i = 1; i <= movie_.samples.size(); ++i) {
       const bool isSync = sync.empty() || std::count(sync.begin(), sync.end(), i) != 0;
       const std::uint32_t entry = movie_.entries[i - 1];
-      text += i == 1                           ? ""
-              : entry == movie_.entries[i - 2] ? " / "
-                                               : " / #" + std::to_string(entry) + " ";
+      text += i == 1 ? ""
+              : entry == movie_.entries[i - 2]
+                  ? " / "
+                  : " / #" + std::to_string(entry) + Other(entry) + " ";
       text += isSync ? "* " : "";
       for (const std::string& unit : SampleUnits(movie_.samples[i - 1], movie_.brokenRules)) {
         const auto known = std::find_if(KnownUnits().begin(), KnownUnits().end(),
@@ -121,11 +123,15 @@ class StreamConversion : public MovieTest {
         Words(movie_.descriptions.at(0).substr(11 + set.size() + pictureSet.size()));
     return chroma + (chroma.empty() ? "" : " ") + Size();
   }
-  // In pixels, and their shape unless it is square, in hexadecimal.
+  // In pixels, and their shape unless it is square, in hexadecimal, and how wide it is shown.
   std::string Size() const {
     const auto shape = movie_.atoms.find("1/pasp");
-    return std::to_string(movie_.width) + "x" + std::to_string(movie_.height) +
-           (shape == movie_.atoms.end() ? "" : " " + Words(shape->second));
+    return movie_.sizes.at(0) + (shape == movie_.atoms.end()
+                                     ? ""
+                                     : " " + Words(shape->second) + " " + movie_.shownWidth);
+  }
+  std::string Other(std::uint32_t entry) const {
+    return movie_.sizes.at(entry - 1) == movie_.sizes[0] ? "" : ":" + movie_.sizes[entry - 1];
   }
   // Where each sample is shown, counted from 0.
   std::string Shown() const {
@@ -146,9 +152,10 @@ TEST_F(StreamConversion, H264UnitsGoWhereTheyBelong) {
       * D S0 P0 E I I+ F x Q / ~ .D .s+ .a .T . / * .S0 P0+ .I | * E I I x / s a / * I | S0 P0
       * S0 P0 I / * S1 P7of1 I / S0 P0 S1 P7of1 P255 s | * I / * I / s          | S0 S1 P0 P7of1 P255
       * S0 P0 I / * S0 P0new I / * S0 P0 P1 I          | * I / #2 * I / #3 * I | S0 P0 & S0 P0new & S0 P0 P1
-      * S0 P0 I / * H0 P0 I / s / * S0 P0 I            | * I / #2 * I / s / #1 * I | S0 P0 & H0 P0
+      * S0 P0 I / * H0 P0 I / s / * S0 P0 I            | * I / #2:1920x1084 * I / s / #1 * I | S0 P0 & H0 P0
       * S0 P0 P1 I P0new / s / P1 S0 P0 / s            | * I / #2 s / #1 s | S0 P0 P1 & S0 P0new P1
-      * P0 S0 I / * P0 H0 I                            | * I / #2 * I | S0 P0 & H0 P0
+      * S0 P0 I / * t0 P0 I / * S0 big I / * S0 P0 I | * I / #2:16x16 * I / #1 * big I / * S0 P0 I | S0 P0 & t0 P0
+      * P0 S0 I / * P0 H0 I                            | * I / #2:1920x1084 * I | S0 P0 & H0 P0
       * E I / * S0 P0 I                                | * E I / * I  | S0 P0   | P0 E S0 s P1
       * S0 / * P0 / * I                                | * I          | S0 P0   | S0 P0new
       * S0 P1 I                                        | * I          | S0 P1   | H0 P0
@@ -227,10 +234,10 @@ TEST_F(StreamConversion, H264SequencesAreReadBehindAllThatMayStandBeforeTheField
       main e0 middle e4095 e67 1:1 1:1 0:1 0:1 | 0 | 0x0
       main e0 middle e119 e4095 1:1 1:1 1:1 e0 e0 e0 e1 0:1 | 0 | 1920x65534
       main e0 middle e119 | 0 | 0x0 | cut off
-      main e0 middle seen 4:8 | 0 | 1920x1088 10 B | shapes of pixels
-      main e0 middle seen 16:8 | 0 | 1920x1088 2 1
+      main e0 middle seen 4:8 | 0 | 1920x1088 10 B 2792 | shapes of pixels
+      main e0 middle seen 16:8 | 0 | 1920x1088 2 1 3840
       main e0 middle seen 17:8 | 0 | 1920x1088
-      main e0 middle seen 255:8 160:16 99:16 | 0 | 1920x1088 A0 63
+      main e0 middle seen 255:8 160:16 99:16 | 0 | 1920x1088 A0 63 3103
       main e0 middle seen 255:8 0:16 99:16 | 0 | 1920x1088
       main e0 middle seen 255:8 1:16 16:16 | 0 | 1920x1088
       main e0 middle seen 255:8 16:16 | 0 | 1920x1088
@@ -261,9 +268,9 @@ TEST_F(StreamConversion, H264PicturesAreShownInTheirOwnOrder) {
       e0 e0 e0 | 1 0 | 65 0:4 e0 0:4 / 41 1:4 6:4 / 41 2:4 14:4 / 01 3:4 10:4 / 41 3:4 6:4 / 41 4:4 14:4 / 01 5:4 10:4 | 0 1 3 2 4 6 5 | that go round, by half of them
       e0 e0 e0 | 1 0 | 65 0:4 e0 6:4 / 41 1:4 0:4 / 41 2:4 15:4 / 41 3:4 8:4 / 41 4:4 14:4 | 4 3 2 0 1 | back, too
       e0 e0 e1 | 1 0 | 65 0:4 e0 0:5 / 41 1:4 8:5 / 01 2:4 4:5 / 65 0:4 e1 0:5 / 41 1:4 8:5 / 01 2:4 4:5 | 0 2 1 3 5 4 | from the start
-      e0 e0 e0 | 1 1 | 65 0:4 e0 0:4 s1 / 41 1:4 6:4 s-4 / 01 2:4 3:4 s0 | 0 1 2 | the earlier field counts
+      e0 e0 e0 | 1 1 | 65 0:4 e0 0:4 s5 / 41 1:4 6:4 s-4 / 01 2:4 3:4 s0 | 0 1 2 | the earlier field counts
       e0 e0 e0 | 1 1 | 65 0:4 e0 0:4 s1 / 41 1:4 6:4 s-2 / 01 2:4 3:4 s0 | 0 2 1
-      e0 e0 e0 | 0 1 | 65 0:4 1:1 0:1 e0 0:4 / 41 0:4 1:1 1:1 1:4 / 41 1:4 1:1 1:1 9:4 / 41 1:4 1:1 0:1 8:4 / 01 2:4 1:1 0:1 4:4 / 01 2:4 1:1 1:1 5:4 / 01 2:4 0:1 6:4 s0 | 0 3 1 2 | two fields are a sample
+      e0 e0 e0 | 0 1 | 65 0:4 1:1 0:1 e0 0:4 / 41 0:4 1:1 1:1 1:4 / 41 1:4 1:1 1:1 9:4 / 41 1:4 1:1 0:1 8:4 / 01 2:4 1:1 0:1 4:4 / 01 2:4 1:1 1:1 5:4 / 01 2:4 1:1 0:1 6:4 / 01 2:4 1:1 1:1 7:4 / 41 2:4 0:1 12:4 s0 | 0 3 1 2 4 | two fields are a sample
       e0 e0 e0 | 0 0 | 65 0:4 1:1 0:1 e0 0:4 / 41 1:4 1:1 1:1 1:4 / 01 1:4 1:1 0:1 2:4 / 01 1:4 1:1 0:1 3:4 / 65 0:4 1:1 1:1 e1 1:4 | 0 1 2 3 4 | of one frame, kind and parity each
       e0 e1 0:1 s-3 s1 e2 s2 s6 | 1 1 | 65 0:4 e0 s0 s0 / 41 1:4 s4 s4 / 01 2:4 s0 s0 / 41 2:4 s0 s0 / 01 3:4 s0 s0 | 1 3 0 4 2 | a cycle
       e0 e1 1:1 s-1 s0 e1 s2 | 1 0 | 65 0:4 e0 / 41 15:4 / 01 0:4 / 41 0:4 / 01 1:4 | 0 2 1 4 3 | that goes round
@@ -356,8 +363,8 @@ TEST_F(StreamConversion, Mpeg4HeadersAreInTheDescriptionToo) {
 // Version, aspect, control and buffer, shape, clock; no rectangle, no clock, no size, cut off.
 TEST_F(StreamConversion, Mpeg4SizesAreReadBehindAllThatMayStandBeforeThem) {
   for (const auto& row : tvx::test::Rows(R"(
-      1:1 1:4 1:3 15:4 12:8 11:8 1:1 1:3 1:1 0:79 0:2 1:1 40000:16 1:1 1:1 1001:16 1:1 720:13 1:1 576:13 | 720x576 C B
-      0:1 5:4 1:1 1:2 0:1 0:1 0:2 1:1 1:16 1:1 1:1 0:1 1:1 352:13 1:1 288:13 | 352x288 28 21
+      1:1 1:4 1:3 15:4 12:8 11:8 1:1 1:3 1:1 0:79 0:2 1:1 40000:16 1:1 1:1 1001:16 1:1 720:13 1:1 576:13 | 720x576 C B 785
+      0:1 5:4 1:1 1:2 0:1 0:1 0:2 1:1 1:16 1:1 1:1 0:1 1:1 352:13 1:1 288:13 | 352x288 28 21 426
       0:1 6:4 1:1 1:2 0:1 0:1 0:2 1:1 1:16 1:1 1:1 0:1 1:1 352:13 1:1 288:13 | 352x288
       0:1 1:4 0:1 0:2 1:1     2:16 1:1 1:1  1:1 1:1  352:13 1:1  288:13 | 352x288
       0:1 1:4 0:1 0:2 1:1     3:16 1:1 1:1  1:2 1:1  352:13 1:1  288:13 | 352x288
@@ -369,6 +376,30 @@ TEST_F(StreamConversion, Mpeg4SizesAreReadBehindAllThatMayStandBeforeThem) {
       0:1 1:4 0:1 0:2 1:1    25:16 1:1 0:1      1:1  704:13             | 0x0)")) {
     Convert(kMpeg4Video, {{kLayer + CodedBits("0:1 1:8 " + row[0]) + kVop, true}}, 1, 0, 0);
     EXPECT_EQ(movie_.format + Size(), "mp4v" + row[1]) << row[0];
+  }
+}
+
+// A B-VOP is shown before the picture that was coded before it; too long a wait is none.
+TEST_F(StreamConversion, Mpeg4PicturesAreShownInTheirOwnOrder) {
+  const std::string known =
+      kLayer + CodedBits("0:1 1:8 0:1 1:4 0:1 0:2 1:1 25:16 1:1 0:1 1:1 8:13 1:1 8:13");
+  for (const auto& [kinds, shown] : {std::pair("IPBBPB"s, "0 3 1 2 5 4"s),
+                                     {"IBBPS", "2 0 1 3 4"},
+                                     {"IIP", "0 1 2"},
+                                     {"PBBBP", "3 0 1 2 4"}}) {
+    CodedFrames frames;
+    for (const char kind : kinds) {
+      const auto type = std::string("IPBS").find(kind);
+      frames.push_back({"\0\0\1\xB6"s + static_cast<char>(type << 6 | 1) + "picture", kind == 'I'});
+    }
+    Convert(kMpeg4Video, frames, 1, 0, 0, known);
+    EXPECT_EQ(movie_.format + " " + Shown(), "mp4v " + shown);
+  }
+  for (const std::size_t length : {32U, 33U}) {
+    CodedFrames frames(1, {"\0\0\1\xB6\x41"s});
+    frames.resize(1 + length, {"\0\0\1\xB6\x81"s});
+    Convert(kMpeg4Video, frames, 1, 0, 0, known);
+    EXPECT_EQ(movie_.shown[0], length == 32 ? 32 : 0);
   }
 }
 

@@ -13,6 +13,8 @@
 namespace tvx::test {
 namespace {
 
+using namespace std::string_literals;
+
 class AttachmentPreparation : public VideoTest {
  protected:
   AttachmentPreparation() { boost::filesystem::create_directory("data"); }
@@ -143,15 +145,17 @@ TEST_F(AttachmentPreparation, WhatCannotBeWrittenBecomesANoteAndNoFile) {
   EXPECT_TRUE(boost::filesystem::is_empty("data"));
 }
 
-// Frames, key or dependent, of sequence (S, s: changed) and picture sets, the first bytes of a set
-// that is too long (L) and a picture; the sets that the movie of the last group has in the end.
+// Frames, key or dependent, of sequence (S, s: changed) and picture sets, filler and a set that is
+// too long (L), and a picture; F changes the format. The sets that the movie begins with which is
+// cut at C, or else at the end.
 TEST_F(AttachmentPreparation, RemembersHeadersThatCameBeforeTheClip) {
-  const std::map<char, std::string> units = {{'S', "gM@\x1F\xDA\x01\xE0\x08\x9F\x95"},
-                                             {'s', "gM@\x1E\xDA\x01\xE0\x08\x9F\x95"},
-                                             {'P', "h\xCE\x3C\x80"},
-                                             {'p', "h\xCE\x38\x80"},
-                                             {'L', "h\xCE" + std::string(4096, 'L')},
-                                             {'I', "\x65\x88\x84picture"}};
+  const std::map<char, std::string> units = {
+      {'S', "gM@\x1F\xDA\x01\xE0\x08\x9F\x95"},
+      {'s', "gM@\x1E\xDA\x01\xE0\x08\x9F\x95"},
+      {'P', "h\xCE\x3C\x80"},
+      {'p', "h\xCE\x38\x80"},
+      {'L', "\x0C" + std::string(3000, 'L') + "\0\0\1h\xCE"s + std::string(2000, 'L')},
+      {'I', "\x65\x88\x84picture"}};
   for (const auto& row : Rows(R"(
       KSPI dI KI  | SP | once, in the first frame
       KS dP KI    | SP | in frames of their own
@@ -159,19 +163,26 @@ TEST_F(AttachmentPreparation, RemembersHeadersThatCameBeforeTheClip) {
       KSPI ds KI  | sP | changed there
       KSPI KsI KI | sP | or in a key frame
       KSPI KsI    | sP | or in the clip itself
+      KSPI KI C KsI | SP | or later in it
+      dI C KS KP KI | SP | piece by piece
+      KSPI F KI   | -  | of another format
       KSPI KLI KI | SP | too long to be remembered
       KSPI dspI KI | SP | looked for where they can be
       KI KI       | -  | never)")) {
     Reset();
     std::istringstream frames(row[0]);
+    std::shared_ptr<CVideoEmailStream> clip;
     for (std::string frame; frames >> frame; ++now) {
+      if (frame == "C") clip = Cut(0, 60);
+      if (frame == "F") SelectStreams("3e9/1 320x240 5");
+      if (frame == "C" || frame == "F") continue;
       std::string bytes;
       for (const char unit : frame.substr(1)) bytes += std::string("\0\0\0\1", 4) + units.at(unit);
       bytes.resize(std::max<std::size_t>(bytes.size(), frame == "dspI" ? 600 : 0), 'x');
       Deliver({kH264Stream, frame[0] == 'K' ? kKeyFrame : kDependent, 0, host.Lend(bytes),
                static_cast<std::uint32_t>(bytes.size())});
     }
-    const auto clip = Cut(0, 60);
+    if (clip == nullptr) clip = Cut(0, 60);
     clip->Finish(bin);
     Prepare({{"Gate", clip}});
     const std::string movie = ReadFile("data/Gate.mov");
