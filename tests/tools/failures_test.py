@@ -1,5 +1,7 @@
 """Why a mail failed, on the screen of `notifypi test` and `notifypi host`: real curl, real server. No
 command changes a file of the user."""
+import base64
+import re
 import subprocess
 
 import road
@@ -46,7 +48,8 @@ class FailuresTest(road.RoadTest):
         """On both screens, in one sentence with its cure behind it; and nothing has changed."""
         before = self.files()
         for command in (["test", "notify.xml", *arguments],
-                        ["host", "--event", "event.xml", "--expect-delivery", *arguments]):
+                        ["host", "--event", "event.xml", "--expect-delivery", *arguments],
+                        ["host", "--event", "event.xml", "--expect-delivery", "--watch", *arguments]):
             code, text = self.run_command(*command, limit=limit)
             self.assertEqual((code, text.count(cause)), (status, 1), text)
             self.assertRegex(text.split(cause)[1], r"^[^.]*\.(\n  cure    | )[A-Z][^\n]*\n", text)
@@ -59,6 +62,21 @@ class FailuresTest(road.RoadTest):
         self.configure([self.start_server().port], profile(attach=1), EmailSizeLimitMB=0)
         self.assert_explained("No picture of the event's camera has come", "--camera", "66049 jpeg",
                               status=0)
+
+    def test_shows_each_stage_and_hides_the_login(self):
+        (self.folder / "event.xml").write_bytes(road.event_document())
+        server = self.start_server("--tls", "starttls", "--auth", "nvr:secret")
+        self.configure([smtp_server(9, "Down"), smtp_server(server.port, "Up", tls=2,
+                                                            login=("nvr", "secret"))])
+        code, text = self.run_command("test", "notify.xml", "--server", "Up", "--verbose")
+        self.assertEqual(re.findall(r"^  ok      ([\w-]+)", text, re.M), [
+            "name", "connection", "greeting", "TLS", "login", "sender", "recipients", "message"])
+        status, records = self.run_command("host", "--event", "event.xml", "--bytes", "--expect-delivery")
+        self.assertEqual((code, status, len(server.received())), (0, 0, 2), text)
+        self.assertIn("> [hidden]", text)
+        for word in "secret", base64.b64encode(b"\0nvr\0secret").decode():
+            self.assertNotIn(word, text + records)
+        self.assertNotIn("Down", text)
 
     def test_no_command_changes_a_file(self):
         (self.folder / "event.xml").write_bytes(road.event_document())

@@ -80,7 +80,12 @@ void WatchPrinter::Print(double seconds, const HostEvent& event) {
     if (onTerminal_) return;
     std::fprintf(out_, "%9.3f  %s  %s\n", seconds, label.c_str(), text.c_str());
     std::fflush(out_);
-  } else if (line != nullptr || label == "host" || label == "mail" || label == "reason") {
+  } else if (label == "mail" || label == "reason") {
+    const auto* end = std::get_if<TransferEnd>(&event);
+    Keep(lastLog_, kLogLines,
+         {head + text, end != nullptr && end->cause == nullptr ? Colour::Green : Colour::Red});
+    if (!onTerminal_) std::fprintf(out_, "%s%s\n", head.c_str(), text.c_str());
+  } else if (line != nullptr || label == "host") {
     Keep(lastLog_, kLogLines, {head + text, line == nullptr ? Colour::Plain : ColourOf(*line)});
   }
 }
