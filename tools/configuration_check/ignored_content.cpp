@@ -88,7 +88,7 @@ std::vector<std::string> ElementsOf(const TiXmlElement& element) {
   const std::string& name = element.ValueStr();
   if (IsServer(element)) return {"Authentication"};
   if (IsProfile(element)) return {"to", "cc", "bcc", "body"};
-  if (name == "Notify") return {"Web", "Servers", "Profiles"};
+  if (name == "Notify") return {"Web", "Delivery", "Servers", "Profiles"};
   if (name == "Servers" || name == "Profiles") return {"smtp"};
   return {};
 }

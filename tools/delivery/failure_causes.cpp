@@ -41,7 +41,8 @@ constexpr FailureCause kCauses[] = {
      "Set \"UseSSL\" as the port wants it: 1 at port 465, 2 at port 587; update the older of "
      "both."},
     {"60", "", "", "The server's certificate is not trusted.",
-     "Name the right server in \"address\", or have its certificate renewed."},
+     "Name the right server in \"address\", or the authority of its certificate as "
+     "\"CertificateFile\"."},
     {"64", "TLS", "454", "The server cannot do TLS just now.",
      "Look at the server's certificate and log."},
     {"64", "", "", "The server does not offer STARTTLS.",
