@@ -79,11 +79,7 @@ TEST(NotifyReader, RejectsABlockWithoutItsEssentials) {
     EXPECT_TRUE(config.servers.size() == 1 && config.profiles.size() == 1);
     return std::to_string(config.MaxRetryQueue);
   };
-  test::ExpectRows(row, R"(
-100 <= <Other/> & <Notify ID='786433' MaxRetryQueue='7'><Servers/><Profiles/></Notify>
-100 <= <Notify MaxRetryQueue='7'><Servers/><Profiles/></Notify>
-7 <= <Notify ID='786432' MaxRetryQueue='7'><Servers/></Notify>
-100 <= <Notify ID='786432' MaxRetryQueue='x'><Profiles/></Notify>)");
+  test::ExpectRows(row, test::Table(TABLES));
 }
 
 // Each row changes the configuration of the one before.
@@ -97,11 +93,7 @@ TEST(NotifyReader, DeliveryIsKeptWithoutItsElementAndNotWrittenAtItsDefaults) {
     return at == std::string::npos ? "-"
                                    : printed.substr(at + 10, printed.find(" />", at) - at - 10);
   };
-  test::ExpectRows(row, R"(
-- <= <Web/> & <Delivery/> & <Delivery Standard='2' VerifyCertificates='x' MaxTransferSeconds='-1'/>
-Standard="0" VerifyCertificates="1" CertificateFile="" MaxTransferSeconds="9" HelloName="" <= <Delivery VerifyCertificates='1' MaxTransferSeconds='9s'/><Delivery Standard='1'/> & <Other/>
-Standard="1" VerifyCertificates="0" CertificateFile="a&amp;b" MaxTransferSeconds="0" HelloName="n" <= <Delivery Standard='1' CertificateFile='a&amp;b' MaxTransferSeconds='x' HelloName='n'/>
-- <= <Delivery Standard='0' HelloName=''/>)");
+  test::ExpectRows(row, test::Table(TABLES));
 }
 
 // Port and UseSSL of the servers, from the rest of the first one's element on. Half credentials drop
@@ -116,11 +108,7 @@ TEST(NotifyReader, ServersFallBackOrAreSkipped) {
     }
     return servers;
   };
-  test::ExpectRows(row, R"(
-25/0 <= /> & /><smtp description='d'/><smtp address='a'/> & ><Authentication username='' password=''/></smtp>
-465/1 <= port='465'/> & port='465' UseSSL='x'/>   465/0 <= port='465' UseSSL='0'/>
-25/9 <= port='x' UseSSL='9'/>   25/0 9/0 <= /></Servers><Servers><smtp description='' address='' port='9'/>
-<= ><Authentication username='u'/></smtp> & ><Authentication password='p'/></smtp>)");
+  test::ExpectRows(row, test::Table(TABLES));
 }
 
 // Each row replaces the profiles of the one before. The numbers are ID, attach, MaxVideoSeconds,
@@ -144,20 +132,7 @@ TEST(NotifyReader, ProfilesInheritAreNumberedOrSkipped) {
     text << config.nextProfileId;
     return text.str();
   };
-  test::ExpectRows(row, R"(
-1:1,20,2,9 t ~ 1 <= ID='1' from='' subject='{time}' attach='1' MaxVideoSeconds='20' EventEdge='2' ThrottleSeconds='9'>@
-1:1,20,2,0 t 1 <= ID='1' ~>@   1:1,20,1,0 t 1 <= ID='1' ~ MaxVideoSeconds='x' EventEdge='1'>@
-1:0,20,1,0 t 1 <= ID='1' ~ attach='2'>@   1:1,20,1,0 t 1 <= ID='1' ~ attach='1'>@
-1:0,20,1,0 t 1 <= ID='1' ~ attach=''>@   1 <= ID='x' ~>@   1 <= ~>@   1 <= ID='1' subject=''>@
-1 <= ID='1' from=''>@   1 <= ID='1' ~><to></to><cc>t</cc>
-1 <= ID='1' ~>@<body>a</body><body>b</body>
-4:0,0,0,0 tucb{serial} ~ 1 <= ID='4' ~><to/>@<bcc>b</bcc><cc/><cc>c</cc><to>u</to><body>{serial}</body>
-5:0,0,0,2 u 1 <= ID='5' ~>@</smtp><smtp description='' ID='5' ~ ThrottleSeconds='2'><to>u</to>
-1:0,0,0,0 t 2 <= ID='0' ~>@
-4 <= ID='0'></smtp></Profiles><Profiles autoincrement='3'><smtp ID='0'>
-4:0,0,0,0 t 5 <= ID='0' ~>@
-8:0,0,0,0 t 9 <= ID='7'></smtp></Profiles><Profiles autoincrement='8'><smtp description='' ID='0' ~>@
-9 <= ID='7'></smtp></Profiles><Profiles autoincrement='3'><smtp>)");
+  test::ExpectRows(row, test::Table(TABLES));
   config.secondReviewerMode = true;
   EXPECT_TRUE(Read(config, test::Notify(test::Profile(1, "attach='1'"))));
   EXPECT_FALSE(config.profiles.at(1).attach);

@@ -63,10 +63,7 @@ TEST_F(TemplatesTest, NamesTheKindOfEvent) {
     EXPECT_EQ(Body("{event type}/{source}", "{event type}/{source}"), subject_);
     return subject_;
   };
-  test::ExpectRows(row, R"(
-[Test Event Type]/Gate camera <= -1   {event type}/Gate camera <= 0   {event type}/Gate camera <= -2
-Health/Storage <= 8   Health/Gate camera <= 7   Unknown/Gate camera <= 35
-Source Group/Gate camera <= 12)");
+  test::ExpectRows(row, test::Table(TABLES));
 }
 
 // Texts of 79 characters fit; "{time format" sets off no pass by itself.

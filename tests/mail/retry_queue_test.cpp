@@ -60,22 +60,7 @@ class RetryQueueTest : public test::MailTest {
 // what is due be tried, one with "!" lets them only pass. Programs exit with the second column, and
 // then 7; behind that are the seconds of the limit, what was tried, and what is left.
 TEST_F(RetryQueueTest, TheScheduleOfRounds) {
-  for (const auto& row : test::Rows(R"(
-      +a +b 59999 1 90000 29999 1 239999 1 480000 |    | 172800 | - ab - - ab - ab ab | a b | each once a round; it doubles
-      +a +b 60000 120000! +cc@2 0              | 7 7     | 172800 | ab b                | b cc | the next is pushed out of a round
-      +a +b 60000 120000 119999 1             | 7 7 0  | 172800 | ab ab - b           | b   | a sent one sets it back
-      +a +b 60000 120000 119999 1             | 7 7 67 | 172800 | ab ab - b           | b   | so does one that is given up
-      +a 60000 60000 +b 59999 1 119999 1      |        | 172800 | a - - ab - ab       | a b | and a new one, in the next round
-      +a 60000! +b 0 119999 1                 |        | 172800 | a - ab              | a b | one that comes in a round waits
-      +a 60000 30000 +b 59999 1               | 0      | 172800 | a - - b             | b   | the first one is given a minute
-      +a 60000                                |        | 60     | a                   |     | a failure at the limit is the last
-      +a 60000 120000                         |        | 61     | a a                 |     | before it it is not
-      +a 60000 2592000000 2592000000 2592000000 2592000000 | | 8640000 | a a a a a      |     | longer than the tick runs
-      +a 60000 1000000000 1000000000 1000000000 1000000000 1000000000 1000000000 1000000000 1000000000 1000000000 1000000000 1000000000 1000000000 1000000000 1000000000 1966079999 1 | | 2147483647 | a a a a a a a a a a a a a a a - a | a | it has no ceiling
-      +a 60000                                | 0      | 1      | a                   |     | an old one may still arrive
-      +a +b 60000                             | 26     | 172800 | ab                  | b   | a permanent failure at any age
-      +a 60000                                | -1     | 172800 | a                   |     | there is no program
-      +a 60000                                |        | -1     | a                   |     | no limit is one retry)")) {
+  for (const auto& row : test::Rows(test::Table(TABLES))) {
     SCOPED_TRACE(row[0]);
     ClearRetryQueue(helper_, disk_);
     exits_.clear();
@@ -122,19 +107,7 @@ TEST_F(RetryQueueTest, EveryEndIsLoggedAndADeliveryReported) {
 // itself. The columns are the queue, its limit, the free space found, what cannot be removed, what
 // goes, and what is left.
 TEST_F(RetryQueueTest, ThereIsRoomForWhatMatters) {
-  for (const auto& row : test::Rows(R"(
-      a b                                      | 3  |                     |   |         | a b new
-      a b                                      | 2  |                     |   | o:a     | b new
-      a b c                                    | 1  |                     |   | o:a     | b c new | one a call
-                                               | 0  |                     |   |         | new
-      a                                        | -5 |                     |   | o:a     | new
-      a:2000000                                | 9  | 104857600           |   |         | a new
-      a:4096 b:4097 c:3000 d:2000000 e:2000000 | 9  | 103857600 104857600 |   | s:b s:d | a c e new
-      a:4097 b:2000000                         | 9  | 104853503 104857600 |   | s:a     | b new
-      a:4096                                   | 9  | 94371840            |   | n       | a | nothing worth it
-      a:2000000                                | 9  | 104857599           |   | s:a n   |   | others write, too
-      a:2000000                                | 9  | 104857599 104857600 | a | s:a n   |   | nothing got free
-      a:5000 b:2000000                         | 9  | 104857599 104857600 | a | s:a s:b | new)")) {
+  for (const auto& row : test::Rows(test::Table(TABLES))) {
     SCOPED_TRACE(row[0]);
     ClearRetryQueue(helper_, disk_);
     disk_.free = {std::uint64_t{1} << 40};

@@ -36,12 +36,7 @@ class TransferTest : public test::MailTest {
 
 // The address is one word, whatever it holds.
 TEST_F(TransferTest, TheCommandLineNamesAllButTheLogin) {
-  for (const auto& row : test::Rows(R"(
-      mail host       | 587 | 2 | smtp://mail%20host:587
-      mail            | -7  | 0 | smtp://mail:-7
-      [::1            | 25  | 1 | smtps://%5b%3a%3a1:25
-      \n-o "$(x)@/?# | 25  | 3 | smtp://%0a-o%20%22%24%28x%29%40%2f%3f%23:25
-                      | 25  | 0 | smtp://:25)")) {
+  for (const auto& row : test::Rows(test::Table(TABLES))) {
     SmtpServer server{"a", row[0], std::stoi(row[1]), std::stoi(row[2]), "user", "password"};
     const std::string tls = row[2] == "2" ? "--ssl-reqd | " : "";
     EXPECT_EQ(
@@ -125,19 +120,7 @@ TEST_F(TransferTest, DeliverySettingsAreOptionsOfTheInputAndTheNameIsThePath) {
 TEST_F(TransferTest, WithStandardDeliveryTheReplyTellsWhetherLaterIsWorthATry) {
   message_.delivery.Standard = true;
   message_.size = 100;
-  for (const auto& row : test::Rows(R"(
-      0  | 250 | 100 | sent  |
-      8  | 421 | 0   | later |
-      55 | 499 | 0   | later |
-      67 | 400 | 0   | later |
-      8  | 500 | 100 | never | Sending through server a failed for good and is not tried again. (Profile Description: Gate)
-      55 | 599 | 0   | never | Sending through server a failed for good and is not tried again. (Profile Description: Gate)
-      67 | 250 | 0   | never | Sending through server a failed for good and is not tried again. (Profile Description: Gate)
-      26 | 452 | 0   | never | Sending through server a failed for good and is not tried again. (Profile Description: Gate)
-      56 | 354 | 99  | later |
-      28 | 250 | 100 | later |
-      56 | 354 | 100 | later | The connection to server a was lost after the whole message was sent. Nobody knows whether it arrived; it is sent again under the same identifier. (Profile Description: Gate)
-      9  |     |     | later |)")) {
+  for (const auto& row : test::Rows(test::Table(TABLES))) {
     SCOPED_TRACE(row[0] + " " + row[1] + " " + row[2]);
     exits_ = {std::stoi(row[0])};
     const std::string reply = "SMTP reply " + row[1] + " after " + row[2] + " bytes";

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -38,6 +39,20 @@ inline std::vector<std::vector<std::string>> Rows(const std::string& table) {
     rows.back().resize(std::max<std::size_t>(rows.back().size(), 8));
   }
   return rows;
+}
+
+// The lines below "== Suite.Test" in a file of tables, for the test that runs; further tables of it
+// have a number behind that.
+inline std::string Table(const char* path, int number = 1) {
+  const auto& test = *testing::UnitTest::GetInstance()->current_test_info();
+  std::string title = std::string("== ") + test.test_suite_name() + "." + test.name();
+  if (number > 1) title += " " + std::to_string(number);
+  std::ifstream file(path);
+  std::string table, line;
+  while (std::getline(file, line) && line != title) continue;
+  while (std::getline(file, line) && line.rfind("== ", 0) != 0) table += line + "\n";
+  EXPECT_FALSE(table.empty()) << title;
+  return table;
 }
 
 // Expects what stands before "<=" of a function of what stands behind it, or of each of several with

@@ -38,26 +38,7 @@ TEST(HttpAnswer, IsTheSameInOnePieceAndInMany) {
     EXPECT_EQ(Read(text, 7), body) << text;
     return body;
   };
-  test::ExpectRows(row, R"(
-<body> <= @Server: x\r\nContent-Length: 4\r\n\r\nbody & HTTP/1.1 200\r\n\r\nbody
-<body> <= HTTP/1.1  200\r\n\r\nbody & @Content-Length:  18446744073709551615 \r\n\r\nbody
-<body> <= @Content-Length: 5\r\n\r\nbody & @X-Content-Length: x\r\n\r\nbody   <> <= @\r\n
-<line\r\n\r\nline\r\n\r\n> <= @A: b\r\n\r\nline\r\n\r\nline\r\n\r\n
-<early\r\n\r\nlate> <= @A: b\n\r\nearly\r\n\r\nlate   <bo> <= @Content-Length: 2\r\n\r\nbody
-Invalid Content-Length Value: <= @Content-Length: \r\n\r\n
-Invalid Content-Length Value: x <= @Content-Length: x\r\n\r\n
-Invalid Content-Length Value: -1 <= @Content-Length: -1\r\n\r\n
-Invalid Content-Length Value: 1 2 <= @A: b\r\nContent-Length: 1 2\r\n\r\n
-Invalid Content-Length Value: 18446744073709551616 <= @Content-Length: 18446744073709551616\r\n\r\n
-<Content-Length: x\r\n\r\n> <= @\r\nContent-Length: x\r\n\r\n
-Invalid response status code: 302. Expecting 200 <= HTTP/1.1 302 Found\r\nLocation: /\r\n\r\n
-Invalid response status code: 404. Expecting 200 <= HTTP/1.1 404 Gone\r\nContent-Length: x
-Invalid response status code: 204. Expecting 200 <= HTTP/1.1 204 None\r\n
-Invalid Get response <= HTTP 200 OK\r\n\r\n & HTTP/1.0 99999999999 OK\r\n & HTTP/1.0 -200 OK\r\n
-Invalid Get response <= HTTP/1.0 OK\r\n & HTTP/1.0\r\n & \r\n@\r\n & SSH-2.0 200 OK\r\n
-Invalid Get response <= http/1.0 200 OK\r\n
-Invalid response status code: 2000. Expecting 200 <= HTTP/1.0 2000 OK\r\n
-cut off <=  & HTTP/1.0 200 OK\r & @ & @Server: x\r\n\r & HTTP/1.0 200 OK\nServer: x\n\nbody)");
+  test::ExpectRows(row, test::Table(TABLES));
 }
 
 TEST(HttpAnswer, HoldsOneMebibyteHeaderIncludedAndNoByteMore) {
@@ -85,18 +66,7 @@ TEST(LoginAnswer, GivesTheIdOfTheObjectWithTheSerial) {
     answer = std::regex_replace(answer, std::regex("#"), R"({"list":)");
     return Scan(std::regex_replace(answer, std::regex("~"), R"("serial":"A1")"));
   };
-  test::ExpectRows(row, R"(
-? <=  & {"version":3} & {list:[{~,"id":"7"}]} & #{~,"id":"7"}} & @"7"} & ]"list":[ & ["list"]
-? <= #[{"serial":"B","id":"1"},{~}]} & @"7] & @"\\"] & @"\\]
-- <= #[]} & #[{"serial":"A2","id":"7"}]} & #[{"serial":"a1","id":"7"}]}
-- <= #[{"sub":{~,"id":"3"},"serial":"B","id":"7"}]} & #[{"serial":]
-7=7 <= @"7"}]} & [{~,"id":"6"}],"list":[{~,"id":"7"}],[] & #[{"id":"7","model":"",~}]}
-7=7 <= { "list" : [ { "serial" : "A1" ,\n"id":\n\r "7" } ] } & #[{"serial""A1","id"  "7"}]}
-7=7 <= #[{"serial":"B","id":"1","model":"M"},{~,"id":"7"},{"serial":"C","id":"9","model":"M"}]}
-7=7 <= @"7","cameras":[{"id":"3","model":"M"}]}]} & #[{"name":"id","kind":"serial",~,"id":"7"}]}
-7=7 <= #[{"name":"}]{[",~,"id":"7"}]} & #[{"name":"\\"},{\\"",~,"id":"7"}]} & #["{",{~,"id":"7"}]}
-7=7+ <= #[{"model":"M","id":"7",~}]}   8=8 <= @null},{~,"id":"8"},{~,"id":"9"}]}
-a/"b\\=a\\/\\"b\\\\ <= #[{"serial":"\\u0041\\u0031","id":"a\\/\\"b\\\\"}]})");
+  test::ExpectRows(row, test::Table(TABLES));
   EXPECT_EQ(Scan(R"({"list":[{"serial":"","id":"7"},{"id":"8"}]})", ""), "-");
   // Half of a pair is no character, but what there is of it.
   using Row = std::pair<std::string, std::string>;

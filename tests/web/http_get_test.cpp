@@ -124,16 +124,7 @@ TEST(HttpGet, WaitsNoLongerThanItMust) {
 
 // Only those that go on without an end need the short deadline, at which they are given up.
 TEST(HttpGet, EveryFaultOfAServerEndsInTimeAndInTheLog) {
-  for (const auto& row : test::Rows(R"(
-      HTTP/1.0 500 Oops\r\n                         | silence | Error message: Invalid response status code: 500. Expecting 200
-                                                    |         | 2: End of file
-      HTTP/1.0 20                                   |         | 2: End of file
-      HTTP/1.0 200 OK\r\nServer: x\r\n              |         | 2: End of file
-      HTTP/1.0 200 OK\r\n\r\n                       | reset   | 104: Connection reset by peer
-                                                    | silence | 110: Connection timed out
-      HTTP/1.0 200 OK\r\n\r\nsome of it             | silence | 110: Connection timed out
-      HTTP/1.0 200 OK\r\n\r\n                       | drip    | 110: Connection timed out
-      HTTP/1.0 200 OK\r\n\r\n                       | flood   | Error message: The response is longer than 1048576 bytes)")) {
+  for (const auto& row : test::Rows(test::Table(TABLES))) {
     SCOPED_TRACE(row[0] + row[1]);
     Server server(row[0], row[1]);
     ExpectUnreachable(server.Address(), row[2], row[2].substr(0, 3) == "110" ? kShort : kAmple);

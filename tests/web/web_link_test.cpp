@@ -28,15 +28,7 @@ TEST(WebServerAddress, IsSplitIntoItsParts) {
     }
     return parts + (address.isIPv4 ? "v4" : "");
   };
-  test::ExpectRows(row, R"(
-camhost 80 camhost v4 <= camhost & HTTPS://camhost
-camhost 81 camhost:81 v4 <= camhost:81 & http://camhost:81
-https //camhost https://camhost v4 <= hTTp://https://camhost
-http /camhost http:/camhost v4 <= http:/camhost   10.0.0.1 8080 10.0.0.1:8080 v4 <= 10.0.0.1:8080
-camhost - camhost: v4 <= camhost:   - 8080 :8080 v4 <= :8080   - 80 - v4 <=  & https://
-fe80::1 8080 [fe80::1]:8080 <= [fe80::1]:8080   ::1 443 [::1]:443 <= https://[::1]:443
-fe80::1 80 fe80::1 <= fe80::1   fe80::1 80 [fe80::1] <= [fe80::1]   [fe80::1 80 [fe80::1 <= [fe80::1
-e80::1 8080 [e80::1]:8080 <= fe80::1]:8080   - 8080: []:8080: <= ]:8080:   :: 80 :: <= ::)");
+  test::ExpectRows(row, test::Table(TABLES));
 }
 
 TEST(PercentEncode, KeepsOnlyTheUnreservedCharacters) {
@@ -73,13 +65,7 @@ class WebLinkTest : public testing::Test {
 // Older web servers get source identifiers as they are, newer ones, which tell a model, their parts.
 // An empty window is one minute. The id comes from another machine: it must end neither text.
 TEST_F(WebLinkTest, HoldsTheSearchAsJson) {
-  for (const auto& row : test::Rows(R"(
-      ,"id":"7"           | 1499999990 | 1500000030 | 7 | {"searchServerId":"7","searchCameraIds":[66049,4294967295],"searchStart":1499999990000,"searchEnd":1500000030000,"mode":"search","quality":7,"size":100}
-      ,"id":"a\\"],\\\\ <&;#\\n\\u007f" | 1 | 2 | a%22],\\%20%3c&%3b%23%0a%7f | {"searchServerId":"a\\"],\\\\ <&;#\\n\\u007f","searchCameraIds":[66049,4294967295],"searchStart":1000,"searchEnd":2000,"mode":"search","quality":7,"size":100}
-      ,"id":"7","model":"M" | 100 | 101 | 7 | {"m":2,"sb":1,"sm":1,"st":100000,"et":101000,@
-      ,"id":"7","model":"M" | 100 | 100 | 7 | {"m":2,"sb":1,"sm":1,"st":100000,"et":160000,@
-      ,"id":"7","model":"M" | 100 | 40  | 7 | {"m":2,"sb":1,"sm":1,"st":100000,"et":160000,@
-      ,"id":"7","model":"M" | 9223372036854775807 | 9223372036854775807 | 7 | {"m":2,"sb":1,"sm":1,"st":9223372036854775807000,"et":9223372036854775807000,@)")) {
+  for (const auto& row : test::Rows(test::Table(TABLES))) {
     SCOPED_TRACE(row[0]);
     const std::string json = std::regex_replace(row[4], std::regex("@"), kItems);
     questions_.clear();
@@ -93,12 +79,7 @@ TEST_F(WebLinkTest, HoldsTheSearchAsJson) {
 }
 
 TEST_F(WebLinkTest, SaysWhyThereIsNoLink) {
-  for (const auto& row : test::Rows(R"(
-                        | []                | x | [No Valid Web Server Address] | Web Server not configured. No link will be generated
-      https://          | []                | x | [No Valid Web Server Address] | Web Server not configured. No link will be generated
-      http://camhost:81 | <html>            | x | [Invalid Web Server Version]  | Incompaitble web server version. No link will be generated
-      http://camhost:81 | {"list":[{"serial":"B","id":"7"}]} | | [Tavrix System Not Found] | System with serial A1 not found on the web server camhost:81
-      camhost           | {"list":[{"serial":"A1","id":"7"}]} | | [Connected to Web Server] | )")) {
+  for (const auto& row : test::Rows(test::Table(TABLES))) {
     SCOPED_TRACE(row[3]);
     host_.ClearLog();
     questions_.clear();
