@@ -14,7 +14,6 @@
 #include <new>
 #include <utility>
 
-#include "base/file.h"
 #include "base/input_limits.h"
 #include "config/notify_read_observer.h"
 #include "config/notify_reader.h"
@@ -40,24 +39,21 @@ std::string Resolved(const std::string& path) {
   return resolved ? resolved.get() : path;
 }
 
-// 0, or the errno of what failed.
-int Write(int descriptor, const TiXmlDocument& document) {
-  File file(::fdopen(descriptor, "wb"));
-  if (!file) {
-    const int error = errno;
-    ::close(descriptor);
-    return error;
+// Writes all of it and closes the descriptor. 0, or the errno of what failed.
+int Write(int descriptor, const std::string& text) {
+  int error = 0;
+  for (std::size_t at = 0; at < text.size() && error == 0;) {
+    const ssize_t count = ::write(descriptor, &text[at], text.size() - at);
+    if (count > 0) at += static_cast<std::size_t>(count);
+    if (count < 0 && errno != EINTR) error = errno;
   }
-  errno = 0;
-  document.Print(file.get(), 0);
-  const bool written = std::ferror(file.get()) == 0 && std::fflush(file.get()) == 0 &&
-                       ::fsync(descriptor) == 0 && std::fclose(file.release()) == 0;
-  return written ? 0 : errno != 0 ? errno : EIO;
+  if (error == 0 && ::fsync(descriptor) != 0) error = errno;
+  return ::close(descriptor) != 0 && error == 0 ? errno : error;
 }
 
 // Writes a new file with the owner and the permissions of the old one, if there is an old one, and
 // puts it into its place.
-int WriteBeside(const std::string& path, const struct stat* old, const TiXmlDocument& document) {
+int WriteBeside(const std::string& path, const struct stat* old, const std::string& text) {
   const std::string beside = path + ".new";
   struct stat leftover {};
   // Of an earlier process, which died. Something else in its place is nobody's to remove.
@@ -85,19 +81,19 @@ int WriteBeside(const std::string& path, const struct stat* old, const TiXmlDocu
     // A file system without permissions refuses; then there is nothing to keep either.
     static_cast<void>(::fchmod(descriptor, old->st_mode & 07777u));
   }
-  const int error = Write(descriptor, document);
+  const int error = Write(descriptor, text);
   if (error != 0) return error;
   return ::rename(beside.c_str(), path.c_str()) == 0 ? 0 : errno;
 }
 
-int WriteInPlace(const std::string& path, const TiXmlDocument& document) {
+int WriteInPlace(const std::string& path, const std::string& text) {
   const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | kCareful, kPrivate);
   if (descriptor < 0) return errno;
   errno = 0;
   struct stat status {};
   const bool fits = ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
                     ::ftruncate(descriptor, 0) == 0;
-  if (fits) return Write(descriptor, document);
+  if (fits) return Write(descriptor, text);
   const int error = errno != 0 ? errno : EINVAL;
   ::close(descriptor);
   return error;
@@ -174,26 +170,17 @@ bool KeepRejectedFile(const std::string& path) {
   return std::rename(rejected.c_str(), (rejected + ".rejected").c_str()) == 0;
 }
 
-int SaveConfigFile(const std::string& path, const TiXmlDocument& document) {
+int SaveConfigFile(const std::string& path, const std::string& text) {
   const std::string target = Resolved(path);
   struct stat old {};
   const bool isThere = ::lstat(target.c_str(), &old) == 0;
-  if (isThere && S_ISLNK(old.st_mode)) return WriteInPlace(target, document);  // to nowhere yet
-  const int error = WriteBeside(target, isThere ? &old : nullptr, document);
-  return isThere && IsReplacementRefused(error) ? WriteInPlace(target, document) : error;
+  if (isThere && S_ISLNK(old.st_mode)) return WriteInPlace(target, text);  // to nowhere yet
+  const int error = WriteBeside(target, isThere ? &old : nullptr, text);
+  return isThere && IsReplacementRefused(error) ? WriteInPlace(target, text) : error;
 }
 
-const char* WhyNotReadAgain(const TiXmlDocument& document) {
-  char* bytes = nullptr;
-  std::size_t length = 0;
-  File file(::open_memstream(&bytes, &length));
-  if (!file) throw std::bad_alloc();
-  document.Print(file.get(), 0);
-  const bool complete = std::fflush(file.get()) == 0 && std::ferror(file.get()) == 0;
-  file.reset();
-  const Text text(bytes);
-  if (!complete || !text) throw std::bad_alloc();
-  return RefusalReason(CheckMarkup(text.get(), length));
+const char* WhyNotReadAgain(std::string text) {
+  return RefusalReason(CheckMarkup(&text[0], text.size()));
 }
 
 }  // namespace tvx

@@ -49,9 +49,9 @@ bool KeepRejectedFile(const std::string& path);
 // an existing file keeps its owner and permissions; a new one is its owner's alone, as it holds
 // passwords. 0, or the errno of what failed; the old file is then untouched, unless that was the
 // writing in place.
-int SaveConfigFile(const std::string& path, const TiXmlDocument& document);
+int SaveConfigFile(const std::string& path, const std::string& text);
 
-// Why the next start would refuse this document as a file; null when it would not.
-const char* WhyNotReadAgain(const TiXmlDocument& document);
+// Why the next start would refuse this text as a file; null when it would not.
+const char* WhyNotReadAgain(std::string text);
 
 }  // namespace tvx

@@ -3,10 +3,10 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
-
-#include "base/file.h"
 
 namespace tvx {
 
@@ -29,8 +29,11 @@ class CNotifyFileImpl : public INotifyFile {
   std::size_t read(char* buffer, std::size_t count) override;
 
  private:
+  struct CloseFile {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+  };
   std::vector<char> buffer_;  // outlives file_, which uses it
-  File file_;
+  std::unique_ptr<std::FILE, CloseFile> file_;
 };
 
 }  // namespace tvx

@@ -51,15 +51,15 @@ void ConfigPublisher::SaveAndSend(const NotifyConfig& config, Changes& changes) 
     if (file_ == File::Unread && !config.loaded) return;
     file = std::exchange(file_, File::Replaceable);
   }
-  const auto document = BuildNotifyDocument(config);
-  const int error = file == File::KeptOnce ? 0 : SaveConfigFile(kConfigFile, *document);
+  const std::string text = PrintDocument(*BuildNotifyDocument(config));
+  const int error = file == File::KeptOnce ? 0 : SaveConfigFile(kConfigFile, text);
   if (error != 0) {
     HostLog(kModuleId, host_, LogLevel::Warning,
             "The configuration could not be saved to notify.xml and holds until the server stops: "
             "%s",
             std::strerror(error));
   }
-  SendHostDocument(host_, HostCommand::ConfigDocument, PrintDocument(*document));
+  SendHostDocument(host_, HostCommand::ConfigDocument, text);
   for (; !changes.empty(); changes.pop_front()) {
     SendHostDocument(host_, HostCommand::StatusDocument,
                      StatusDocument(changes.front(), ProfileStatus::Changed, WallSeconds()));

@@ -230,7 +230,7 @@ void NotifyService::ChangeNotification(const TiXmlElement& root) {
     NotifyChange change = ReadNotifyChange(root, Config());
     isAccepted = change.isAccepted;
     const char* refusal =
-        isAccepted ? WhyNotReadAgain(*BuildNotifyDocument(change.config)) : nullptr;
+        isAccepted ? WhyNotReadAgain(PrintDocument(*BuildNotifyDocument(change.config))) : nullptr;
     if (refusal != nullptr) {
       HostLog(kModuleId, host_, LogLevel::Warning,
               "Refused a change of the configuration, as notify.xml would be refused at the next "

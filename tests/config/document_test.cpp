@@ -148,15 +148,15 @@ TEST(ConfigFile, IsLoadedMissingRejectedOrCannotBeRead) {
 
 TEST(ConfigFile, IsReplacedWithItsPermissionsOrElseWrittenInPlace) {
   const test::TemporaryFolder folder;
-  const auto document = BuildNotifyDocument(NotifyConfig{});
+  const std::string text = PrintDocument(*BuildNotifyDocument(NotifyConfig{}));
   const auto isSaved = [](const char* path) {
     return test::ReadFile(path).find("<?xml ?>") == 0 && Mode("notify.xml.new") != "100600";
   };
-  EXPECT_EQ(SaveConfigFile(kConfigFile, *document), 0);
+  EXPECT_EQ(SaveConfigFile(kConfigFile, text), 0);
   EXPECT_EQ(Mode(kConfigFile), "100600");  // it may hold passwords
   ASSERT_EQ(::chmod(kConfigFile, 0640), 0);
   test::WriteFile("notify.xml.new", "left by a process that died");
-  EXPECT_EQ(SaveConfigFile(kConfigFile, *document), 0);
+  EXPECT_EQ(SaveConfigFile(kConfigFile, text), 0);
   EXPECT_EQ(Mode(kConfigFile), "100640");
   EXPECT_EQ(Mode("notify.xml.new"), "none");
   ASSERT_EQ(std::rename(kConfigFile, "elsewhere.xml"), 0);
@@ -164,7 +164,7 @@ TEST(ConfigFile, IsReplacedWithItsPermissionsOrElseWrittenInPlace) {
   for (const char* content : {"", "old"}) {  // behind a link, which may lead nowhere yet
     if (*content == '\0') std::remove("elsewhere.xml");
     if (*content != '\0') test::WriteFile("elsewhere.xml", content);
-    EXPECT_EQ(SaveConfigFile(kConfigFile, *document), 0);
+    EXPECT_EQ(SaveConfigFile(kConfigFile, text), 0);
     EXPECT_EQ(Mode(kConfigFile), "120777");
     EXPECT_TRUE(isSaved("elsewhere.xml"));
   }
@@ -174,20 +174,21 @@ TEST(ConfigFile, IsReplacedWithItsPermissionsOrElseWrittenInPlace) {
   ASSERT_EQ(std::remove(kConfigFile), 0);
   test::WriteFile(kConfigFile, std::string(9999, 'x'));
   ASSERT_EQ(::mkfifo("notify.xml.new", 0600), 0);  // neither waited for nor removed
-  EXPECT_EQ(SaveConfigFile(kConfigFile, *document), 0);
+  EXPECT_EQ(SaveConfigFile(kConfigFile, text), 0);
   EXPECT_TRUE(isSaved(kConfigFile));
-  EXPECT_EQ(SaveConfigFile("missing/notify.xml", *document), ENOENT);
+  EXPECT_EQ(SaveConfigFile("missing/notify.xml", text), ENOENT);
   ASSERT_EQ(::mkdir("folder", 0700), 0);
-  EXPECT_NE(SaveConfigFile("folder", *document), 0);
+  EXPECT_NE(SaveConfigFile("folder", text), 0);
   EXPECT_EQ(Mode("folder.new"), "none");
 }
 
 TEST(ConfigFile, IsNotToBeRefusedByTheNextStart) {
   NotifyConfig config;
   config.webAddress = std::string(kMaxDocumentBytes / 6, '\n');  // each is written as "&#x0A;"
-  EXPECT_STREQ(WhyNotReadAgain(*BuildNotifyDocument(config)), "it is larger than 16 MiB");
+  EXPECT_STREQ(WhyNotReadAgain(PrintDocument(*BuildNotifyDocument(config))),
+               "it is larger than 16 MiB");
   config.webAddress.resize(100);
-  EXPECT_EQ(WhyNotReadAgain(*BuildNotifyDocument(config)), nullptr);
+  EXPECT_EQ(WhyNotReadAgain(PrintDocument(*BuildNotifyDocument(config))), nullptr);
 }
 
 }  // namespace

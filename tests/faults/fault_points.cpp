@@ -13,7 +13,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
@@ -152,41 +151,4 @@ REPLACE_OPEN(openat64, (int folder, const char* path, int flags, ...), (folder, 
 
 REPLACES int __openat64_2(int folder, const char* path, int flags) {
   return openat64(folder, path, flags, mode_t{0});
-}
-
-namespace {
-
-int DescriptorOf(void* cookie) {
-  return static_cast<int>(reinterpret_cast<std::intptr_t>(cookie));
-}
-
-ssize_t WriteCookie(void* cookie, const char* bytes, std::size_t count) {
-  const ssize_t written = ::write(DescriptorOf(cookie), bytes, count);
-  return written < 0 ? 0 : written;  // as such a stream wants to be told of an error
-}
-
-int CloseCookie(void* cookie) {
-  return ::close(DescriptorOf(cookie));
-}
-
-}  // namespace
-
-// Files of the plug-in's own, not those of the standard library's streams (see the linker's
-// options): their buffers are flushed through the write above. The C library's would call its own.
-extern "C" std::FILE* __wrap_fdopen(int descriptor, const char* mode) {
-  void* const cookie = reinterpret_cast<void*>(static_cast<std::intptr_t>(descriptor));
-  return fopencookie(cookie, mode, {nullptr, WriteCookie, nullptr, CloseCookie});
-}
-extern "C" std::FILE* __wrap_fopen64(const char* path, const char* mode) {
-  if (mode[0] == 'r') return fopen64(path, mode);
-  const int descriptor = ::open64(path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, mode_t{0666});
-  if (descriptor < 0) return nullptr;
-  std::FILE* const file = __wrap_fdopen(descriptor, mode);
-  if (file == nullptr) {
-    // The C library has its memory before it opens, and would have left no file.
-    const tvx::faults::Aside aside;
-    ::close(descriptor);
-    ::unlink(path);
-  }
-  return file;
 }

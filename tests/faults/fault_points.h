@@ -1,9 +1,8 @@
 // Where faults are injected: memory and the file system, as the plug-in's code sees them.
 //
 // The program that links this replaces malloc (operator new in a sanitized build) and the system
-// calls on files, for itself and for the shared libraries that it uses, and gives the standard
-// library's files that it opens itself a write that can fail (faults come where the buffer is
-// flushed, as a full disk's do). Nothing fails unless a thread is inside the plug-in.
+// calls on files, for itself and for the shared libraries that it uses. Nothing fails unless a thread
+// is inside the plug-in.
 //
 // Threads: any. One fault at a time for the whole process.
 #pragma once

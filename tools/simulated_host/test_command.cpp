@@ -82,7 +82,7 @@ void LeaveOnly(const std::string& server, const std::string& path) {
     if (description == nullptr || *description != server) servers->RemoveChild(it);
     it = next;
   }
-  if (SaveConfigFile(path, *file.document) != 0) {
+  if (SaveConfigFile(path, PrintDocument(*file.document)) != 0) {
     throw std::runtime_error(path + ": cannot be written");
   }
 }
