@@ -107,12 +107,13 @@ TEST_F(TransferTest, DeliverySettingsAreOptionsOfTheInputAndTheNameIsThePath) {
   ASSERT_EQ(::gethostname(machine, 255), 0);
   const std::string own =
       std::string(machine) + (std::strchr(machine, '.') == nullptr ? ".x.org" : "");
-  const auto row = [](const std::string& name) { return HelloName(name, "f@x.org"); };
-  test::ExpectRows(row, "a-1.B<=a-1.B   [::1]<=[::1]   [IPv6:f::1]<=[IPv6:f::1]   9.x<=9.x");
-  for (const char* name :
-       {"", "a", "a b", "a/b", ".a", "a.", "a..b", "[a b]", "a\nb", "\xC3\xA9x", "[::1"}) {
-    EXPECT_EQ(row(name), own) << name;
-  }
+  const auto row = [&](const std::string& name) {
+    const std::string used = HelloName(name, "f@x.org");
+    return used == own ? "own" : used;
+  };
+  test::ExpectRows(row,
+                   "a-1.B<=a-1.B   [::1]<=[::1]   [IPv6:f::1]<=[IPv6:f::1]   own<= & a & a b & a/b "
+                   "& .a & a. & a..b & [a b] & a\\nb & \xC3\xA9x & [::1");
 }
 
 // Exit code, the server's last reply and the bytes sent, of 100; what follows, and what is said of it
@@ -130,17 +131,9 @@ TEST_F(TransferTest, WithStandardDeliveryTheReplyTellsWhetherLaterIsWorthATry) {
                       : row[3] == "later" ? SendResult::Retry
                                           : SendResult::GiveUp);
     EXPECT_EQ(message_.servers.size(), row[3] == "never" ? 0U : 1U);
-    std::string said =
-        "50|Profile Description: Gate. Notification attempt return code= " + row[0] + "\n";
-    if (row[3] == "sent") said.replace(0, 2, "25");
-    if (!output_.empty() && row[3] != "sent")
-      said += "25|curl: (x) SMTP reply 999 after 9 bytes\n25|" + reply + "\n";
-    if (!row[4].empty()) said += "50|" + row[4] + "\n";
-    if (row[3] == "never")
-      said +=
-          "75|Failed to send notification using profile Gate.  This message will NOT be retried, "
-          "as no server is left that may take it\n";
-    ExpectLog(said);
+    EXPECT_EQ(host_.Logged(row[4]), row[4].empty() ? 0 : 1);
+    const std::size_t replies = output_.empty() || row[3] == "sent" ? 0 : 2;
+    EXPECT_EQ(host_.Log().size(), 1 + replies + !row[4].empty() + (row[3] == "never"));
   }
 }
 
@@ -161,10 +154,7 @@ TEST_F(TransferTest, AServerThatCannotBeReachedIsAskedOnceARound) {
     now_ += 1000;
     helper_.nextRetry = helper_.Now();
     EXPECT_EQ(launches() + launches() + launches(), 1 + 2 * asked) << exit;
-    EXPECT_EQ(asked == 0 ? host_.Logged("Server a could not be reached and is not asked again in "
-                                        "this round. (Profile Description: Gate)")
-                         : 1,
-              1);
+    EXPECT_EQ(host_.Log().size(), 1 + asked);
   }
 }
 
