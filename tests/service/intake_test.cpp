@@ -184,30 +184,7 @@ class IntakeTest : public testing::Test {
 };
 
 TEST_F(IntakeTest, DispatchesParksAndReleases) {
-  for (const auto& row : Rows(R"(
-    by the profile's edge                       | 6+,7+,8+ m10000 6-,7-,8-       | 68 - 78
-    an edge of no meaning                       | 4+n,4-n                        | -
-    tests always                                | 6t,7t,8t,4t 6-t,4-t            | 6784 64
-    but for the throttle                        | 8+ 8- 8t m9999 8+ m1 8- 8t     | 8 - - - - - 8 -
-    what is not due starts no interval          | 7+ 7- 7-                       | - 7 -
-    at the first tick behind the deadline       | 1+ s5 3+y s27 s1 s4 s1 s99     | - - - - 1 - 3 -
-    when the last clip is complete              | 1+g m30000 fg fy fy            | - - - 1 -
-    at once without video                       | 1+n 1+i 2-i                    | 1 1 2
-    at once when nothing is to be recorded      | 5+ 5-y                         | 5 5
-    what has no video, then what is ready       | 3+,2- 5+',6+'                  | - 6325
-    in the order of the events                  | 3+,1+y s99                     | - 31
-    the end releases a start                    | 1+ 9-'                         | - 1
-    another start does not                      | 1+ 9+' s99                     | - - 1
-    the start releases an end                   | 2- 9+'                         | - 2
-    another end does not                        | 2- 9-' s99                     | - - 2
-    either releases what wants both             | 3+ 9+' 3- 9+'                  | - 3 - 3
-    as does the end                             | 3+ 9-'                         | - 3
-    only of the same source                     | 3+ 9-y' 9-n' 9-g' s99          | - - - - 3
-    a group is a source                         | 3+g 9-' 9-g'                   | - - 3
-    one of several                              | 3+ 3+y' 1+y' 9-y'              | - - 3 1
-    several in their order                      | 3+,1+ 3+y 9-' s99              | - - 31 3
-    not what the document itself parked         | 3+,2-,9+,9- s99                | - 32
-    but another document of the same time       | 3+,2- 9+                       | - 32)")) {
+  for (const auto& row : Rows(Table(TABLES))) {
     EXPECT_EQ(Play(row[1]), row[2]) << row[0];
     Reset();
   }
@@ -240,15 +217,7 @@ TEST_F(IntakeTest, DescribesTheEventInTheItemAndInTheLog) {
   Update(Notify(Profile(11, "description='Door' EventEdge='2' attach='1' MaxVideoSeconds='0'"),
                 "EmailSizeLimitMB='3'"));
   const auto config = state_->config;
-  for (const auto& row : Rows(R"(
-    1 | y i G     | Serial='S' Description='D' MAC='M' | Yard,Start,D,S,M 2 5 Yard | , event source (Yard), event source (Trigger Input 3-1), event state (Start)
-    0 | g y18     | Description='E' | Gate,End,E,S,M 2 5 Gate Yard        | , event source (Gate), event source (Yard), event state (End)
-    1 | G         | Serial=''       | Perimeter,Start,E,,M 12 5 Gate Yard | ,  event source group (Perimeter), event state (Start)
-    1 |           | Serial='T'      | Unknown,Start,E,T,M 0 5             | , event source (Unknown), event state (Start)
-    1 | g1 g2 g9  |                 | Gate,Start,E,T,M 1 5 Gate Gate Gate | , event source (Gate), event source (Gate), event source (Gate), event state (Start)
-    1 | u         |                 | Video Input 0-7,Start,E,T,M 2 5 Video Input 0-7? | , event source (Video Input 0-7), event state (Start)
-    1 Message='Testing Profile' | G | | [Test Event Source],Start,E,T,M -1 5 |
-    0 Action='9'  | i G     |       | Trigger Input 3-1,End,E,T,M 3 0     | , event source (Trigger Input 3-1), event state (End))")) {
+  for (const auto& row : Rows(Table(TABLES))) {
     std::string sources;
     std::istringstream words(row[1]);
     for (std::string word; words >> word;) {
