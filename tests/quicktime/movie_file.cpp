@@ -98,12 +98,9 @@ MovieFile ReadMovie(const std::string& path) {
            : U32(tkhd, 76) == movie.width << 16 && U32(tkhd, 80) == movie.height << 16,
        "size of the track");
 
-  const std::string& stts = atoms[stbl + "stts"];
-  const std::string& stss = atoms[stbl + "stss"];
-  const std::string& stsc = atoms[stbl + "stsc"];
-  const std::string& stsz = atoms[stbl + "stsz"];
-  const std::string& stco = atoms[stbl + "stco"];
-  const std::string& mdhd = atoms["moov/trak/mdia/mdhd"];
+  const std::string &stts = atoms[stbl + "stts"], &stss = atoms[stbl + "stss"],
+                    &stsc = atoms[stbl + "stsc"], &stsz = atoms[stbl + "stsz"],
+                    &stco = atoms[stbl + "stco"], &mdhd = atoms["moov/trak/mdia/mdhd"];
   const std::uint32_t count = U32(stsz, 8);
   rule(stsz.size() == 12 + 4 * count && stco.size() == 8 + 4 * U32(stco, 4) &&
            stsc.size() == 8 + 12 * U32(stsc, 4) && stts.size() == 16,

@@ -1,6 +1,4 @@
 // Times, chunks and offsets of the index, also at sizes that no test writes to a disk.
-#include <limits>
-
 #include "base/clock.h"
 #include "quicktime/movie_atoms.h"
 #include "quicktime/movie_fixture.h"
@@ -58,24 +56,25 @@ TEST_F(MovieHeaderTest, HasTheseBytes) {
 
 // Exact, but where 31 bits do not hold the sum. What is no duration is that of usual frames.
 TEST_F(MovieHeaderTest, TimingGivesTheWholeTheDurationAndEverySampleSome) {
-  constexpr double kInfinity = std::numeric_limits<double>::infinity();
-  struct Row {
-    double seconds;
-    std::uint32_t samples, movieDuration, scale, sampleDuration;
-  };
-  for (const Row& row : {Row{5.123, 149, 5123, 149000, 5123}, Row{0.001, 5000, 1, 5000000, 1},
-                         Row{1.2346, 1, 1235, 200, 247}, Row{1.2344, 1, 1234, 500, 617},
-                         Row{0.0002, 3, 1, 3000, 1}, Row{86399.9, 2'000'000, 86399900, 24838, 1073},
-                         Row{1999.999, 1074, 1999999, 1073742, 1999519},
-                         Row{kInfinity, 3, 2147483647, 1000, 715827882}, Row{-3.0, 25, 1000, 25, 1},
-                         Row{std::numeric_limits<double>::quiet_NaN(), 25, 1000, 25, 1},
-                         Row{0.0, 2'000'000, 80'000'000, 25, 1}}) {
-    const TrackTiming timing = UniformTiming(row.seconds, row.samples);
-    EXPECT_THAT((std::vector<std::uint32_t>{timing.movieDuration, timing.mediaTimeScale,
-                                            timing.sampleDuration, timing.mediaDuration}),
-                testing::ElementsAre(row.movieDuration, row.scale, row.sampleDuration,
-                                     row.sampleDuration * row.samples))
-        << row.seconds;
+  // Seconds and samples; durations of movie, sample and media, and the media's scale between them.
+  for (const auto& row : tvx::test::Rows(R"(
+      5.123 | 149 | 5123 149000 5123 763327
+      0.001 | 5000 | 1 5000000 1 5000
+      1.2346 | 1 | 1235 200 247 247
+      1.2344 | 1 | 1234 500 617 617
+      0.0002 | 3 | 1 3000 1 3
+      86399.9 | 2000000 | 86399900 24838 1073 2146000000
+      1999.999 | 1074 | 1999999 1073742 1999519 2147483406
+      inf | 3 | 2147483647 1000 715827882 2147483646
+      -3 | 25 | 1000 25 1 25
+      nan | 25 | 1000 25 1 25
+      0 | 2000000 | 80000000 25 1 2000000)")) {
+    const auto samples = static_cast<std::uint32_t>(std::stoul(row[1]));
+    const TrackTiming timing = UniformTiming(std::stod(row[0]), samples);
+    std::ostringstream times;
+    times << timing.movieDuration << " " << timing.mediaTimeScale << " " << timing.sampleDuration
+          << " " << timing.mediaDuration;
+    EXPECT_EQ(times.str(), row[2]) << row[0];
   }
 }
 

@@ -49,25 +49,21 @@ const std::string& Unit(const std::string& name) {
   return KnownUnits().at(name);
 }
 
-// Units apart by blanks, frames by "/"; "*" begins a key frame. A "." is a start code of three
-// bytes, a "+" zeros behind the unit, "~" bytes without a start code, "." alone one without a unit.
+// Units apart by blanks, frames by "/"; "*" begins a key frame. Every other unit has a start code of
+// three bytes, and zeros and an empty unit behind it; every other frame begins with other bytes.
 CodedFrames Frames(const std::string& notation) {
   CodedFrames frames(1);
+  bool isOther = true;
   std::istringstream tokens(notation);
   for (std::string token; tokens >> token;) {
     if (token == "/") {
-      frames.emplace_back();
+      frames.push_back({frames.size() % 2 != 0 ? "junk" : ""});
     } else if (token == "*") {
       frames.back().isKey = true;
-    } else if (token == "~") {
-      frames.back().payload += "junk";
     } else {
-      const bool isShort = token[0] == '.';
-      const bool isPadded = token.back() == '+';
-      token = token.substr(isShort ? 1 : 0, token.size() - (isShort ? 1 : 0) - (isPadded ? 1 : 0));
-      frames.back().payload += isShort ? "\0\0\1"s : "\0\0\0\1"s;
-      if (!token.empty()) frames.back().payload += Unit(token);
-      if (isPadded) frames.back().payload += "\0\0\0"s;
+      isOther = !isOther;
+      frames.back().payload += (isOther ? "\0\0\1"s : "\0\0\0\1"s) + Unit(token);
+      if (isOther) frames.back().payload += "\0\0\0\0\0\1"s;
     }
   }
   return frames;
@@ -149,7 +145,7 @@ class StreamConversion : public MovieTest {
 // picture go to the next one, the last ones to the one before.
 TEST_F(StreamConversion, H264UnitsGoWhereTheyBelong) {
   for (const auto& row : tvx::test::Rows(R"(
-      * D S0 P0 E I I+ F x Q / ~ .D .s+ .a .T . / * .S0 P0+ .I | * E I I x / s a / * I | S0 P0
+      * D S0 P0 E I I F x Q / D s a T / * S0 P0 I | * E I I x / s a / * I | S0 P0
       * S0 P0 I / * S1 P7of1 I / S0 P0 S1 P7of1 P255 s | * I / * I / s          | S0 S1 P0 P7of1 P255
       * S0 P0 I / * S0 P0new I / * S0 P0 P1 I          | * I / #2 * I / #3 * I | S0 P0 & S0 P0new & S0 P0 P1
       * S0 P0 I / * H0 P0 I / s / * S0 P0 I            | * I / #2:1920x1084 * I / s / #1 * I | S0 P0 & H0 P0
@@ -165,7 +161,7 @@ TEST_F(StreamConversion, H264UnitsGoWhereTheyBelong) {
       * S0 P0 cutS S32 P256 P1of5 P1of32 cutP I | * cutS S32 P256 P1of5 P1of32 cutP I | S0 P0
       * Z0 P0 I                                        | * I                    | Z0 P0
       / * H0 P0 I / s                                  | * I / s                | H0 P0
-      * S0 P0 / E / I / D / ~ y / s /  / * E / I / E   | * E I / y s / * E I E  | S0 P0
+      * S0 P0 / E / I / D / y / s /  / * E / I / E   | * E I / y s / * E I E  | S0 P0
       S0 P0 s / s / * I                                | * s / s / * I          | S0 P0)")) {
     SCOPED_TRACE(row[0]);
     Convert(kH264Video, Frames(row[0]), 1, 320, 240, Frames(row[3])[0].payload);
@@ -281,22 +277,20 @@ TEST_F(StreamConversion, H264PicturesAreShownInTheirOwnOrder) {
       e0 e0 e0 | 1 0 | 65 0:4 e0 4:4 / 41 1:4 2:4 / 41 | 0 1 2 | one is cut off)")) {
     SCOPED_TRACE(row[2]);
     const std::string code = "\0\0\1"s;
-    const char* const flag[] = {row[1][0] == '1' ? "1:1" : "0:1 0:1",
-                                row[1][2] == '1' ? "1:1" : "0:1"};
-    CodedFrames frames = {{code +
-                           CodedUnit('\x67', "77:8 0:8 31:8 e0 " + row[0] + " e1 0:1 e9 e9 " +
-                                                 flag[0] + " 1:1 0:1 0:1") +
-                           code + CodedUnit('\x68', "e0 e0 0:1 "s + flag[1])}};
+    const std::string deltas = row[1][2] + ":1"s, fields = row[1][0] == '1' ? " 1:1" : " 0:1 0:1";
+    CodedFrames frames;
     std::istringstream slices(row[2]);
     for (std::string slice; std::getline(slices, slice, '/');) {
       int first = 0;
-      std::string fields;
-      std::getline(std::istringstream(slice) >> std::hex >> first, fields);
-      frames.push_back(
-          {code + CodedUnit(static_cast<char>(first), fields.empty() ? "" : "e0 e7 e0 " + fields)});
+      std::string head;
+      std::getline(std::istringstream(slice) >> std::hex >> first, head);
+      frames.push_back({code + CodedUnit(static_cast<char>(first), "e0 e7 e0 " + head)});
     }
-    frames[0].payload += frames[1].payload;
-    frames.erase(frames.begin() + 1);
+    frames[0].payload.insert(
+        0, code +
+               CodedUnit('\x67',
+                         "77:8 0:8 31:8 e0 " + row[0] + " e1 0:1 e9 e9" + fields + " 1:1 0:1 0:1") +
+               code + CodedUnit('\x68', "e0 e0 0:1 " + deltas));
     Convert(kH264Video, frames);
     EXPECT_EQ(Shown(), row[3]) << row[4];
   }
