@@ -13,6 +13,7 @@
 #include "config/parse.h"
 #include "config/source_text.h"
 #include "config/system_settings.h"
+#include "support/temporary_folder.h"
 
 namespace tvx {
 namespace {
@@ -112,7 +113,7 @@ TEST(EventTypes, HaveTheirNamesGroupsAndSources) {
       "Security Integration Alarm/Security Integration Alert/Serial Port Connection/"
       "Record Alarm/Unknown/");
   // Type and source.
-  const SystemDirectory directory(*test::Parse(test::kSampleSystem).Root());
+  const SystemDirectory directory(*test::Parse(test::ReadFile(SYSTEM)).Root());
   const auto text = [&](const std::string& row) {
     return SourceText(directory, {Number(row.substr(row.find(' ')))}, std::stoi(row));
   };
@@ -135,7 +136,7 @@ std::string Name(const SystemDirectory& directory, const std::string& row) {
 }
 
 TEST(SystemDirectory, NamesWhatTheDocumentNamesOrHasReadableStandIns) {
-  const SystemDirectory sample(*test::Parse(test::kSampleSystem).Root());
+  const SystemDirectory sample(*test::Parse(test::ReadFile(SYSTEM)).Root());
   const auto sampleName = [&](const std::string& row) { return Name(sample, row); };
   test::ExpectRows(sampleName, test::Table(TABLES));
   const SystemDirectory odd = Directory(R"(
