@@ -66,29 +66,18 @@ void ReportEvent(std::string_view& input, PluginRun& run) {
 }
 
 void Step(std::string_view& input, PluginRun& run) {
-  switch (TakeByte(input)) {
-    case 'w':
-      return WriteAnything(input, run);
-    case 'c':
-      return Control(input, run);
-    case 'e':
-      return ReportEvent(input, run);
-    case 't':
-      run.Advance(TakeNumber<std::uint16_t>(input));
-      run.Plugin().Tick();
-      return;
-    case 'l':  // long enough for half a turn of the clock
-      return run.Advance(static_cast<std::uint32_t>(TakeByte(input)) << 24);
-    case 'p':
-      return run.UpdateProfiles();
-    case 's':
-      return run.UpdateSystem();
-    case 'o':
-      run.Plugin().Open();
-      return;
-    default:
-      return WriteFrame(input, run);
-  }
+  const auto step = static_cast<char>(TakeByte(input));
+  if (step == 'w') return WriteAnything(input, run);
+  if (step == 'c') return Control(input, run);
+  if (step == 'e') return ReportEvent(input, run);
+  if (step == 'p') return run.UpdateProfiles();
+  if (step == 's') return run.UpdateSystem();
+  // Long enough for half a turn of the clock.
+  if (step == 'l') return run.Advance(static_cast<std::uint32_t>(TakeByte(input)) << 24);
+  if (step == 'o') return static_cast<void>(run.Plugin().Open());
+  if (step != 't') return WriteFrame(input, run);
+  run.Advance(TakeNumber<std::uint16_t>(input));
+  run.Plugin().Tick();
 }
 
 }  // namespace
