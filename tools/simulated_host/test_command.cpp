@@ -103,6 +103,7 @@ std::string EventFor(const NotifyProfile& profile, const std::vector<Step>& came
 std::vector<Step> StepsFor(const NotifyProfile& profile, const std::vector<std::string>& cameras) {
   constexpr double kSecondsBefore = 6;
   std::vector<Step> steps;
+  steps.reserve(cameras.size() + 3);
   for (const std::string& camera : cameras) steps.emplace_back(ReadCameraStep(camera, {}));
   const std::string event = EventFor(profile, steps);
   if (!cameras.empty()) steps.emplace_back(Pause{kSecondsBefore});
