@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <regex>
+#include <boost/regex.hpp>
 #include <string>
 
 #include "config/module_documents.h"
@@ -19,8 +19,8 @@ bool Read(NotifyConfig& config, const std::string& notify) {
 
 // Of a tag a line, without indentation.
 std::string Print(const NotifyConfig& config) {
-  static const std::regex indentation("\n +");
-  return std::regex_replace(PrintDocument(*BuildNotifyDocument(config)), indentation, "\n");
+  static const boost::regex indentation("\n +");
+  return boost::regex_replace(PrintDocument(*BuildNotifyDocument(config)), indentation, "\n");
 }
 
 TEST(NotifyWriter, WritesEveryElementInItsOrderAndTheReaderReadsThem) {
@@ -117,8 +117,8 @@ TEST(NotifyReader, ServersFallBackOrAreSkipped) {
 TEST(NotifyReader, ProfilesInheritAreNumberedOrSkipped) {
   NotifyConfig config;
   const auto row = [&](std::string smtp) {
-    smtp = std::regex_replace(smtp, std::regex("~"), "from='' subject=''");
-    smtp = std::regex_replace(smtp, std::regex("@"), "<to>t</to>");
+    smtp = boost::regex_replace(smtp, boost::regex("~"), "from='' subject=''");
+    smtp = boost::regex_replace(smtp, boost::regex("@"), "<to>t</to>");
     EXPECT_TRUE(Read(config, test::Notify("<smtp description='' " + smtp + "</smtp>")));
     std::ostringstream text;
     for (const auto& [id, profile] : config.profiles) {

@@ -4,9 +4,9 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <boost/regex.hpp>
 #include <csignal>
 #include <random>
-#include <regex>
 
 #include "base/base64.h"
 #include "base/utf8.h"
@@ -19,7 +19,7 @@ namespace {
 using Names = std::vector<std::string>;
 
 std::string Replaced(const std::string& text, const char* pattern, const char* by) {
-  return std::regex_replace(text, std::regex(pattern), by);
+  return boost::regex_replace(text, boost::regex(pattern), by);
 }
 
 // Of quoted-printable and encoded words ("="), or of percent signs.

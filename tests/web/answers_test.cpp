@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <regex>
+#include <boost/regex.hpp>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -32,7 +32,7 @@ std::string Read(std::string_view text, std::size_t pieceSize) {
 // "@" stands for a good first line.
 TEST(HttpAnswer, IsTheSameInOnePieceAndInMany) {
   const auto row = [](std::string text) {
-    text = std::regex_replace(text, std::regex("@"), "HTTP/1.0 200 OK\r\n");
+    text = boost::regex_replace(text, boost::regex("@"), "HTTP/1.0 200 OK\r\n");
     const std::string body = Read(text, text.size() + 1);
     EXPECT_EQ(Read(text, 1), body) << text;
     EXPECT_EQ(Read(text, 7), body) << text;
@@ -62,9 +62,9 @@ std::string Scan(const std::string& answer, const std::string& serial = "A1") {
 // Two backslashes stand for one.
 TEST(LoginAnswer, GivesTheIdOfTheObjectWithTheSerial) {
   const auto row = [](std::string answer) {
-    answer = std::regex_replace(answer, std::regex("@"), R"(#[{~,"id":)");
-    answer = std::regex_replace(answer, std::regex("#"), R"({"list":)");
-    return Scan(std::regex_replace(answer, std::regex("~"), R"("serial":"A1")"));
+    answer = boost::regex_replace(answer, boost::regex("@"), R"(#[{~,"id":)");
+    answer = boost::regex_replace(answer, boost::regex("#"), R"({"list":)");
+    return Scan(boost::regex_replace(answer, boost::regex("~"), R"("serial":"A1")"));
   };
   test::ExpectRows(row, test::Table(TABLES));
   EXPECT_EQ(Scan(R"({"list":[{"serial":"","id":"7"},{"id":"8"}]})", ""), "-");

@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <boost/format.hpp>
+#include <boost/regex.hpp>
 #include <cctype>
 #include <cstdint>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -67,7 +67,7 @@ class WebLinkTest : public testing::Test {
 TEST_F(WebLinkTest, HoldsTheSearchAsJson) {
   for (const auto& row : test::Rows(test::Table(TABLES))) {
     SCOPED_TRACE(row[0]);
-    const std::string json = std::regex_replace(row[4], std::regex("@"), kItems);
+    const std::string json = boost::regex_replace(row[4], boost::regex("@"), kItems);
     questions_.clear();
     EXPECT_EQ(
         Build({true, std::stoll(row[1]), std::stoll(row[2])},
