@@ -65,6 +65,10 @@ class IntakeTest : public testing::Test {
     EXPECT_EQ(host_.Problems(), std::vector<std::string>{});
   }
 
+  static ParsedDocument Parse(const std::string& text) {
+    return ParseDocument(text.data(), text.size());
+  }
+
   // Runs an operation and concludes it as the service does. Gives the profiles that it dispatches.
   std::string Run(const std::function<void(ServiceState&, IntakeOutcome&)>& operation) {
     IntakeOutcome outcome;
@@ -82,9 +86,7 @@ class IntakeTest : public testing::Test {
 
   // A change of the configuration: the profiles that it concerns, or "rejected".
   std::string Update(const std::string& notify) {
-    const std::string text = Change(notify);
-    NotifyChange change =
-        ReadNotifyChange(*ParseDocument(text.data(), text.size()).Root(), state_->config);
+    NotifyChange change = ReadNotifyChange(*Parse(Change(notify)).Root(), state_->config);
     std::string profiles = change.isAccepted ? "" : "rejected";
     for (const std::int32_t id : change.affected) profiles += std::to_string(id);
     EXPECT_TRUE(TakeNotifyChange(std::move(change), *state_));
@@ -93,18 +95,16 @@ class IntakeTest : public testing::Test {
 
   // A full system document. True when it makes a save necessary.
   bool TakeSystem(const std::string& elements) {
-    const std::string text = SystemDocument(elements);
     bool isSaveDue = false;
     Run([&](ServiceState& state, IntakeOutcome& outcome) {
-      const ParsedDocument parsed = ParseDocument(text.data(), text.size());
-      isSaveDue = ApplySystemDocument(ReadSystemDocument(*parsed.Root()), state, outcome);
+      isSaveDue = ApplySystemDocument(ReadSystemDocument(*Parse(SystemDocument(elements)).Root()),
+                                      state, outcome);
     });
     return isSaveDue;
   }
   std::string Send(const std::string& entries, const std::string& elements = "") {
-    const std::string text = EventDocument(entries, elements);
     return Run([&](ServiceState& state, IntakeOutcome& outcome) {
-      ReceiveEvents(ReadEventDocument(*ParseDocument(text.data(), text.size()).Root()), state,
+      ReceiveEvents(ReadEventDocument(*Parse(EventDocument(entries, elements)).Root()), state,
                     outcome);
     });
   }
