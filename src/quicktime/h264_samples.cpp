@@ -53,7 +53,7 @@ bool H264Samples::StaysInSample(ByteView unit) {
   switch (NalType(unit)) {
     case nal::kSequenceParameterSet:
     case nal::kPictureParameterSet:
-      return !TakeSet(unit);
+      return !TakeSet(unit) || hasChanged_;
     case nal::kAccessUnitDelimiter:
     case nal::kEndOfSequence:
     case nal::kEndOfStream:
@@ -70,6 +70,7 @@ bool H264Samples::TakeSet(ByteView unit) {
   if (keepsSets_) return false;
   Fate fate = (next_ ? *next_ : descriptions_[current_]).Take(unit);
   if (fate == Fate::Changed) {
+    hasChanged_ = hasPictures_;  // what was known before the first picture does not count
     if (!next_) {
       next_ = descriptions_[current_];
       next_->LimitGrowth(kGrowth);

@@ -4,8 +4,9 @@
 //           parameter sets that the description holds are not in the samples: strict players
 //           refuse them there. A set that changes under its number begins another description,
 //           for the pictures from there on; one that an earlier description holds is that one
-//           again. Where that would be more than anybody needs, all sets stay in their samples,
-//           so that decoders which heed them there meet them in the order of the stream.
+//           again. From the first changed set on all sets stay in their samples, too: Chromium
+//           and mkvmerge know the first description alone, and decoders heed what they meet.
+//           Where there would be more descriptions than anybody needs, no further ones begin.
 // Threads: one at a time: those of the movie writer that owns it.
 #pragma once
 
@@ -49,7 +50,8 @@ class H264Samples final : public SampleFormat {
   std::size_t current_ = 0;                      // of the pictures that come
   std::optional<H264ParameterSets> next_;        // of the next picture, when sets have changed
   bool hasPictures_ = false;
-  bool keepsSets_ = false;  // from here on all sets stay in their samples
+  bool hasChanged_ = false;  // from here on all sets stay in their samples
+  bool keepsSets_ = false;   // from here on they begin no description
   H264PictureOrder order_;
 };
 
