@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <bitset>
+#include <cstdio>
 #include <sstream>
 #include <string>
 
@@ -15,6 +16,15 @@
 namespace quicktime::test {
 
 constexpr FourCharacterCode kRaw = MakeFourCharacterCode("RAW1");
+
+// What the command prints, errors too.
+inline std::string RunShell(const std::string& command) {
+  std::string text;
+  FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
+  for (int c; (c = std::fgetc(pipe)) != EOF;) text += static_cast<char>(c);
+  ::pclose(pipe);
+  return text;
+}
 
 class MovieTest : public testing::Test {
  protected:
@@ -41,12 +51,10 @@ class MovieTest : public testing::Test {
 // Hexadecimal, four bytes a word.
 inline std::string Words(const std::string& bytes) {
   std::ostringstream words;
-  words << std::hex << std::uppercase;
-  for (std::size_t at = 0; at < bytes.size();) {
-    std::uint32_t word = 0;
-    do word = word << 8 | static_cast<unsigned char>(bytes[at]);
-    while (++at % 4 != 0 && at < bytes.size());
-    words << (at > 4 ? " " : "") << word;
+  for (std::size_t at = 0, word = 0; at < bytes.size(); word = at % 4 == 0 ? 0 : word) {
+    word = word << 8 | static_cast<unsigned char>(bytes[at]);
+    if (++at % 4 != 0 && at < bytes.size()) continue;
+    words << (at > 4 ? " " : "") << std::hex << std::uppercase << word;
   }
   return words.str();
 }
@@ -62,14 +70,14 @@ inline std::string CodedBits(const std::string& fields) {
     if (token[0] == 's') value = value > 0 ? 2 * value - 1 : -2 * value;
     int width = isCode ? 1 : std::stoi(token.substr(token.find(':') + 1));
     for (value += isCode ? 1 : 0; isCode && value >> (width / 2 + 1) != 0;) width += 2;
+    const std::string field =
+        std::bitset<80>(static_cast<unsigned long long>(value)).to_string().substr(80 - width);
     const std::size_t star = token.find('*');
-    for (int i = star == std::string::npos ? 1 : std::stoi(token.substr(star + 1)); i > 0; --i) {
-      bits +=
-          std::bitset<80>(static_cast<unsigned long long>(value)).to_string().substr(80 - width);
-    }
+    for (int i = star == std::string::npos ? 1 : std::stoi(token.substr(star + 1)); i > 0; --i)
+      bits += field;
   }
   bits += '1';
-  bits.resize((bits.size() + 7) / 8 * 8, '0');
+  while (bits.size() % 8 != 0) bits += '0';
   for (std::size_t i = 0; i < bits.size(); i += 8) {
     bytes += static_cast<char>(std::stoi(bits.substr(i, 8), nullptr, 2));
   }
@@ -78,15 +86,10 @@ inline std::string CodedBits(const std::string& fields) {
 
 // A unit of H.264: its first byte and the fields, without anything that looks like a start code.
 inline std::string CodedUnit(char first, const std::string& fields) {
-  std::string unit(1, first);
-  int zeros = 0;
-  for (const char c : CodedBits(fields)) {
-    if (zeros >= 2 && (c & ~3) == 0) {
-      unit += '\3';
-      zeros = 0;
-    }
-    unit += c;
-    zeros = c == 0 ? zeros + 1 : 0;
+  std::string unit = first + CodedBits(fields);
+  for (std::size_t at = 0; (at = unit.find(std::string(2, '\0'), at)) != std::string::npos;) {
+    at += 2;
+    if (at < unit.size() && (unit[at] & ~3) == 0) unit.insert(at, 1, '\3');
   }
   return unit;
 }

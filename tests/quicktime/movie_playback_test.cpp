@@ -1,6 +1,5 @@
 // Real encoders' streams, played by a real decoder: every picture must come out as it does of the
 // bare stream, at the time and with the starting points that were given.
-#include <cstdio>
 #include <sstream>
 
 #include "quicktime/movie_fixture.h"
@@ -9,14 +8,6 @@ namespace quicktime::test {
 namespace {
 
 using namespace std::string_literals;
-
-std::string RunShell(const std::string& command) {
-  std::string text;
-  FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
-  for (int c; (c = std::fgetc(pipe)) != EOF;) text += static_cast<char>(c);
-  ::pclose(pipe);
-  return text;
-}
 
 // A hash of every decoded picture, behind when it is shown, in pictures; or its number, as times are
 // missing or others in a bare stream.
@@ -58,9 +49,8 @@ TEST_F(MovieTest, PlayersShowEveryPictureOfTheStream) {
       frames.push_back({bits.substr(at, size), flags[0] == 'K'});
       expected += flags + "\n";
       std::string& bytes = frames.back().payload;
-      for (std::size_t code = 0; (code = bytes.find("\0\0\0\1"s)) != std::string::npos;) {
-        if (row[5].empty()) break;
-        bytes.erase(code, 1);
+      for (std::size_t code = 0; !row[5].empty() && code != std::string::npos;) {
+        if ((code = bytes.find("\0\0\0\1"s)) != std::string::npos) bytes.erase(code, 1);
       }
     }
     ASSERT_EQ(std::to_string(frames.size()), row[3]);
