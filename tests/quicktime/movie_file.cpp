@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <numeric>
 #include <set>
 #include <stdexcept>
 
@@ -60,94 +59,86 @@ void WriteMovie(const std::string& path, FourCharacterCode code, unsigned width,
 MovieFile ReadMovie(const std::string& path) {
   MovieFile movie;
   const std::string file = tvx::test::ReadFile(path);
-  const auto rule = [&movie](bool holds, const char* text) {
-    if (!holds) movie.brokenRules.emplace_back(text);
-  };
   const std::string types = ReadAtoms(file, "", movie);
   auto& atoms = movie.atoms;
   const std::string stbl = "moov/trak/mdia/minf/stbl/";
-  const bool hasSync = atoms.count(stbl + "stss") != 0;
-  rule(types == "ftyp mvhd tkhd elst edts mdhd hdlr vmhd hdlr dref dinf stsd stts " +
-                    std::string(hasSync ? "stss " : "") +
-                    (atoms.count(stbl + "ctts") != 0 ? "ctts " : "") +
-                    "stsc stsz stco stbl minf mdia trak moov free wide mdat ",
-       "the atoms");
-  movie.movieDuration = U32(atoms["moov/mvhd"], 16);
-
-  const std::string& stsd = atoms[stbl + "stsd"];
+  const std::string &stsd = atoms[stbl + "stsd"], &stts = atoms[stbl + "stts"],
+                    &stss = atoms[stbl + "stss"], &stsc = atoms[stbl + "stsc"],
+                    &stsz = atoms[stbl + "stsz"], &stco = atoms[stbl + "stco"],
+                    &ctts = atoms[stbl + "ctts"], &tkhd = atoms["moov/trak/tkhd"],
+                    &mdhd = atoms["moov/trak/mdia/mdhd"];
+  const std::uint32_t count = U32(stsz, 8), duration = U32(stts, 12);
+  const auto rule = [&movie](const char* text, bool holds) {
+    if (!holds) movie.brokenRules.emplace_back(text);
+  };
   constexpr std::size_t kEntryFields = 86;
   for (std::size_t at = 8, length = 0; at < stsd.size(); at += length) {
     length = U32(stsd, at);
-    rule(length >= kEntryFields && length <= stsd.size() - at, "length of a sample entry");
+    rule("length of a sample entry", length >= kEntryFields && length <= stsd.size() - at);
     if (!movie.brokenRules.empty()) return movie;
     movie.sizes.push_back(std::to_string(U32(stsd, at + 32) >> 16) + "x" +
                           std::to_string(U32(stsd, at + 32) & 0xFFFF));
-    const std::string folder = std::to_string(movie.descriptions.size() + 1) + "/";
+    const std::string folder = std::to_string(movie.sizes.size()) + "/";
     ReadAtoms(stsd.substr(at + kEntryFields, length - kEntryFields), folder, movie);
-    movie.descriptions.push_back(atoms.count(folder + "avcC") != 0 ? atoms[folder + "avcC"]
-                                                                   : atoms[folder + "esds"]);
+    movie.descriptions.push_back(atoms[folder + "avcC"] + atoms[folder + "esds"]);
   }
-  rule(U32(stsd, 4) == movie.descriptions.size() && stsd.size() > kEntryFields, "sample entries");
+  movie.movieDuration = U32(atoms["moov/mvhd"], 16);
   movie.format = stsd.substr(std::min<std::size_t>(12, stsd.size()), 4);
   movie.width = U32(stsd, 40) >> 16;
   movie.height = U32(stsd, 40) & 0xFFFF;
-  const std::string& tkhd = atoms["moov/trak/tkhd"];
   movie.shownWidth = std::to_string(U32(tkhd, 76) >> 16);
-  rule(atoms.count("1/pasp") != 0
-           ? U32(tkhd, 76) != 0 && U32(tkhd, 80) != 0
-           : U32(tkhd, 76) == movie.width << 16 && U32(tkhd, 80) == movie.height << 16,
-       "size of the track");
-
-  const std::string &stts = atoms[stbl + "stts"], &stss = atoms[stbl + "stss"],
-                    &stsc = atoms[stbl + "stsc"], &stsz = atoms[stbl + "stsz"],
-                    &stco = atoms[stbl + "stco"], &mdhd = atoms["moov/trak/mdia/mdhd"];
-  const std::uint32_t count = U32(stsz, 8);
-  rule(stsz.size() == 12 + 4 * count && stco.size() == 8 + 4 * U32(stco, 4) &&
-           stsc.size() == 8 + 12 * U32(stsc, 4) && stts.size() == 16,
-       "lengths of tables");
-  rule(U32(stts, 8) == count && U32(stts, 12) > 0 &&
-           std::uint64_t{count} * U32(stts, 12) == U32(mdhd, 16) &&
-           (U32(mdhd, 12) | U32(mdhd, 16)) < 0x80000000U,
-       "times of the samples");
   auto& sync = movie.syncSamples;
   for (std::size_t at = 8; at < stss.size(); at += 4) sync.push_back(U32(stss, at));
-  rule(!hasSync ||
-           (sync.size() == U32(stss, 4) && sync.at(0) == 1 && sync.size() < count &&
-            sync.back() <= count &&
-            std::adjacent_find(sync.begin(), sync.end(), std::greater_equal<>()) == sync.end()),
-       "sync samples");
   std::size_t expected = file.size() - atoms["mdat"].size();
   std::uint32_t run = 8;
   for (std::uint32_t chunk = 1; chunk <= U32(stco, 4); ++chunk) {
     if (run + 12 < stsc.size() && U32(stsc, run + 12) == chunk) run += 12;
-    rule(U32(stco, 4 + 4 * chunk) == expected && U32(stsc, run) <= chunk, "place of a chunk");
-    rule(U32(stsc, run + 8) - 1 < movie.descriptions.size(), "sample entry of a chunk");
+    rule("place of a chunk", U32(stco, 4 + 4 * chunk) == expected && U32(stsc, run) <= chunk);
+    rule("sample entry of a chunk", U32(stsc, run + 8) - 1 < movie.descriptions.size());
     for (std::uint32_t i = 0; i < U32(stsc, run + 4) && movie.samples.size() < count; ++i) {
       const std::uint32_t size = U32(stsz, 12 + 4 * movie.samples.size());
-      rule(size != 0 && size <= file.size() - std::min(expected, file.size()), "size of a sample");
+      rule("size of a sample", size != 0 && size <= file.size() - std::min(expected, file.size()));
       movie.entries.push_back(U32(stsc, run + 8));
       movie.samples.push_back(file.substr(std::min(expected, file.size()), size));
       expected += size;
     }
   }
-  rule(run + 12 == stsc.size() && movie.samples.size() == count && expected == file.size(),
-       "samples of stsc, stsz and mdat");
   // Shown are places from the edit's begin on, each once.
-  const std::string& ctts = atoms[stbl + "ctts"];
   const std::uint32_t begin = U32(atoms["moov/trak/edts/elst"], 12);
-  for (std::size_t at = 8; at < ctts.size(); at += 8) {
+  for (std::size_t at = 8; at < ctts.size() && duration != 0; at += 8) {
     for (std::uint32_t i = U32(ctts, at); i > 0 && movie.shown.size() < count; --i) {
-      const auto coded = static_cast<std::uint32_t>(movie.shown.size());
-      movie.shown.push_back(coded + U32(ctts, at + 4) / U32(stts, 12) - begin / U32(stts, 12));
-      rule(U32(ctts, at + 4) % U32(stts, 12) == 0, "offset of a sample");
+      movie.shown.push_back(static_cast<std::uint32_t>(movie.shown.size()) +
+                            U32(ctts, at + 4) / duration - begin / duration);
+      rule("offset of a sample", U32(ctts, at + 4) % duration == 0);
     }
   }
-  if (ctts.empty()) movie.shown.resize(count);
-  if (ctts.empty()) std::iota(movie.shown.begin(), movie.shown.end(), 0U);
+  for (std::uint32_t place = 0; ctts.empty() && place < count; ++place)
+    movie.shown.push_back(place);
   const std::set<std::uint32_t> places(movie.shown.begin(), movie.shown.end());
-  rule(places.size() == count && *places.rbegin() == count - 1 &&
-           (ctts.empty() ? begin == 0 : ctts.size() == 8 + 8 * U32(ctts, 4)),
-       "the order of showing");
+  const std::pair<const char*, bool> rules[] = {
+      {"the atoms", types == "ftyp mvhd tkhd elst edts mdhd hdlr vmhd hdlr dref dinf stsd stts " +
+                                 std::string(stss.empty() ? "" : "stss ") +
+                                 (ctts.empty() ? "" : "ctts ") +
+                                 "stsc stsz stco stbl minf mdia trak moov free wide mdat "},
+      {"sample entries", U32(stsd, 4) == movie.sizes.size() && stsd.size() > kEntryFields},
+      {"size of the track", atoms.count("1/pasp") != 0 ? U32(tkhd, 76) != 0 && U32(tkhd, 80) != 0
+                                                       : U32(tkhd, 76) == movie.width << 16 &&
+                                                             U32(tkhd, 80) == movie.height << 16},
+      {"lengths of tables", stsz.size() == 12 + 4 * count && stco.size() == 8 + 4 * U32(stco, 4) &&
+                                stsc.size() == 8 + 12 * U32(stsc, 4) && stts.size() == 16},
+      {"times of the samples", U32(stts, 8) == count && duration > 0 &&
+                                   std::uint64_t{count} * duration == U32(mdhd, 16) &&
+                                   (U32(mdhd, 12) | U32(mdhd, 16)) < 0x80000000U},
+      {"sync samples", stss.empty() || (sync.size() == U32(stss, 4) && sync.at(0) == 1 &&
+                                        sync.size() < count && sync.back() <= count &&
+                                        std::adjacent_find(sync.begin(), sync.end(),
+                                                           std::greater_equal<>()) == sync.end())},
+      {"samples of stsc, stsz and mdat",
+       run + 12 == stsc.size() && movie.samples.size() == count && expected == file.size()},
+      {"the order of showing",
+       places.size() == count && *places.rbegin() == count - 1 &&
+           (ctts.empty() ? begin == 0 : ctts.size() == 8 + 8 * U32(ctts, 4))}};
+  for (const auto& [text, holds] : rules) rule(text, holds);
   return movie;
 }
 
