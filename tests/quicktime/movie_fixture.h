@@ -15,6 +15,8 @@
 
 namespace quicktime::test {
 
+using namespace std::string_literals;
+
 constexpr FourCharacterCode kRaw = MakeFourCharacterCode("RAW1");
 
 // What the command prints, errors too.
@@ -84,10 +86,13 @@ inline std::string CodedBits(const std::string& fields) {
   return bytes;
 }
 
-// A unit of H.264: its first byte and the fields, without anything that looks like a start code.
-inline std::string CodedUnit(char first, const std::string& fields) {
-  std::string unit = first + CodedBits(fields);
-  for (std::size_t at = 0; (at = unit.find(std::string(2, '\0'), at)) != std::string::npos;) {
+// A unit of H.264: its first byte in hexadecimal and the fields, without anything that looks like a
+// start code.
+inline std::string CodedUnit(const std::string& text) {
+  const std::size_t end = text.find(' ');
+  std::string unit(1, static_cast<char>(std::stoi(text.substr(0, end), nullptr, 16)));
+  unit += CodedBits(text.substr(end));
+  for (std::size_t at = 0; (at = unit.find("\0\0"s, at)) != std::string::npos;) {
     at += 2;
     if (at < unit.size() && (unit[at] & ~3) == 0) unit.insert(at, 1, '\3');
   }

@@ -8,7 +8,6 @@
 namespace quicktime::test {
 namespace {
 
-using namespace std::string_literals;
 using testing::HasSubstr;
 
 class MovieHeaderTest : public MovieTest {

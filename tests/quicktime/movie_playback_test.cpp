@@ -7,8 +7,6 @@
 namespace quicktime::test {
 namespace {
 
-using namespace std::string_literals;
-
 // A hash of every decoded picture, behind when it is shown, in pictures; or its number, as times are
 // missing or others in a bare stream.
 std::string Pictures(const std::string& path, const std::string& when) {

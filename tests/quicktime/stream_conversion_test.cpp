@@ -11,15 +11,15 @@
 namespace quicktime::test {
 namespace {
 
-using namespace std::string_literals;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 
-using Units = std::map<std::string, std::string>;
+const std::string kCode = "\0\0\1"s;
 
 // Name, first byte and fields; "x" and "y" are neither picture nor set, "a" is a partition. Sets are
 // of the Main profile, H0 of High, 1920 x 1080 cropped from macroblocks.
-const Units& KnownUnits() {
-  static Units units;
+const std::map<std::string, std::string>& KnownUnits() {
+  static std::map<std::string, std::string> units;
   if (!units.empty()) return units;
   const std::string size = " e0 e2 e1 0:1 e119 e67 1:1 1:1 1:1 e0 e0 e0 e4 0:1";
   for (const auto& row : tvx::test::Rows(R"(
@@ -33,13 +33,11 @@ const Units& KnownUnits() {
       over 68 e2 e0 0:2 85:8*509 | wide 68 e1 e0 0:2 85:8*253 | less 68 e2 e0 0:2 85:8*252
       big 68 e0 e0 0:2 85:8*600 | t0 67 77:8 0:8 31:8 e0 e0 e2 e1 0:1 e0 e0 1:1 1:1 0:1 0:1)")) {
     for (const std::string& cell : row) {
-      std::istringstream text(cell);
-      std::string name, fields;
-      int first = 0;
-      std::getline(text >> name >> std::hex >> first, fields);
+      if (cell.empty()) continue;
+      std::string fields = cell.substr(cell.find(' ') + 1);
       const std::size_t at = std::min(fields.find(" size"), fields.size());
       if (at != fields.size()) fields.replace(at, 5, size);
-      units[name] = CodedUnit(static_cast<char>(first), fields);
+      units[cell.substr(0, cell.find(' '))] = CodedUnit(fields);
     }
   }
   return units;
@@ -95,10 +93,11 @@ class StreamConversion : public MovieTest {
     for (std::uint32_t i = 1; i <= movie_.samples.size(); ++i) {
       const bool isSync = sync.empty() || std::count(sync.begin(), sync.end(), i) != 0;
       const std::uint32_t entry = movie_.entries[i - 1];
-      text += i == 1 ? ""
-              : entry == movie_.entries[i - 2]
-                  ? " / "
-                  : " / #" + std::to_string(entry) + Other(entry) + " ";
+      const std::string& size = movie_.sizes[entry - 1];
+      if (i != 1) text += " / ";
+      if (i != 1 && entry != movie_.entries[i - 2]) {
+        text += "#" + std::to_string(entry) + (size == movie_.sizes[0] ? "" : ":" + size) + " ";
+      }
       text += isSync ? "* " : "";
       for (const std::string& unit : SampleUnits(movie_.samples[i - 1], movie_.brokenRules)) {
         const auto known = std::find_if(KnownUnits().begin(), KnownUnits().end(),
@@ -111,9 +110,8 @@ class StreamConversion : public MovieTest {
   }
   // The chroma fields of the record, if any, and the size. A picture set names the sequence's number.
   std::string Sequence(const std::string& fields, const std::string& id) {
-    const std::string code = "\0\0\1"s, set = CodedUnit('\x67', fields);
-    const std::string pictureSet = CodedUnit('\x68', "e0 e" + id);
-    Convert(kH264Video, {{code + set + code + pictureSet + code + Unit("I"), true}}, 1, 0, 0);
+    const std::string set = CodedUnit("67 " + fields), pictureSet = CodedUnit("68 e0 e" + id);
+    Convert(kH264Video, {{kCode + set + kCode + pictureSet + kCode + Unit("I"), true}}, 1, 0, 0);
     if (movie_.format != "avc1") return "none";
     const std::string chroma =
         Words(movie_.descriptions.at(0).substr(11 + set.size() + pictureSet.size()));
@@ -125,16 +123,6 @@ class StreamConversion : public MovieTest {
     return movie_.sizes.at(0) + (shape == movie_.atoms.end()
                                      ? ""
                                      : " " + Words(shape->second) + " " + movie_.shownWidth);
-  }
-  std::string Other(std::uint32_t entry) const {
-    return movie_.sizes.at(entry - 1) == movie_.sizes[0] ? "" : ":" + movie_.sizes[entry - 1];
-  }
-  // Where each sample is shown, counted from 0.
-  std::string Shown() const {
-    std::string text;
-    for (const std::uint32_t place : movie_.shown)
-      text += (text.empty() ? "" : " ") + std::to_string(place);
-    return text;
   }
   void TearDown() override { EXPECT_THAT(movie_.brokenRules, testing::IsEmpty()); }
 };
@@ -176,20 +164,17 @@ TEST_F(StreamConversion, H264UnitsGoWhereTheyBelong) {
 
 // As many as the counts of the record can say, and as long; the others stay in the sample.
 TEST_F(StreamConversion, HoldsAsManySetsAsTheRecordCounts) {
-  const std::string code = "\0\0\1"s;
   std::string payload;
-  for (int id = 0; id < 32; ++id) {
-    payload += code + CodedUnit('\x67', "77:8 0:8 31:8 e" + std::to_string(id));
+  for (int id = 0; id < 32 + 256; ++id) {
+    payload += kCode + CodedUnit(id < 32 ? "67 77:8 0:8 31:8 e" + std::to_string(id)
+                                         : "68 e" + std::to_string(id - 32) + " e0");
   }
-  for (int id = 0; id < 256; ++id) {
-    payload += code + CodedUnit('\x68', "e" + std::to_string(id) + " e0");
-  }
-  Convert(kH264Video, {{payload + code + Unit("I"), true}});
+  Convert(kH264Video, {{payload + kCode + Unit("I"), true}});
   EXPECT_EQ(SampleUnits(movie_.samples[0], movie_.brokenRules).size(), 3U);
   EXPECT_EQ(movie_.descriptions.at(0).at(5), '\xFF');
   for (const std::size_t size : {0xFFFFU, 0x10000U}) {
     const std::string set = Unit("P1") + std::string(size - Unit("P1").size(), 'U');
-    Convert(kH264Video, {{Frames("S0 P0")[0].payload + code + set + code + Unit("I"), true}});
+    Convert(kH264Video, {{Frames("S0 P0")[0].payload + kCode + set + kCode + Unit("I"), true}});
     EXPECT_EQ(SampleUnits(movie_.samples[0], movie_.brokenRules).size(), size - 0xFFFE);
   }
 }
@@ -260,44 +245,45 @@ TEST_F(StreamConversion, H264SequencesAreReadBehindAllThatMayStandBeforeTheField
 // whether slices have deltas of the bottom field.
 TEST_F(StreamConversion, H264PicturesAreShownInTheirOwnOrder) {
   for (const auto& row : tvx::test::Rows(R"(
-      e0 e0 e0 | 1 0 | 65 0:4 e0 0:4 / 41 1:4 4:4 / 01 2:4 2:4 / 41 2:4 8:4 / 01 3:4 6:4 | 0 2 1 4 3 | low bits
-      e0 e0 e0 | 1 0 | 65 0:4 e0 0:4 / 41 1:4 6:4 / 41 2:4 14:4 / 01 3:4 10:4 / 41 3:4 6:4 / 41 4:4 14:4 / 01 5:4 10:4 | 0 1 3 2 4 6 5 | that go round, by half of them
-      e0 e0 e0 | 1 0 | 65 0:4 e0 6:4 / 41 1:4 0:4 / 41 2:4 15:4 / 41 3:4 8:4 / 41 4:4 14:4 | 4 3 2 0 1 | back, too
-      e0 e0 e1 | 1 0 | 65 0:4 e0 0:5 / 41 1:4 8:5 / 01 2:4 4:5 / 65 0:4 e1 0:5 / 41 1:4 8:5 / 01 2:4 4:5 | 0 2 1 3 5 4 | from the start
-      e0 e0 e0 | 1 1 | 65 0:4 e0 0:4 s5 / 41 1:4 6:4 s-4 / 01 2:4 3:4 s0 | 0 1 2 | the earlier field counts
-      e0 e0 e0 | 1 1 | 65 0:4 e0 0:4 s1 / 41 1:4 6:4 s-2 / 01 2:4 3:4 s0 | 0 2 1
-      e0 e0 e0 | 0 1 | 65 0:4 1:1 0:1 e0 0:4 / 41 0:4 1:1 1:1 1:4 / 41 1:4 1:1 1:1 9:4 / 41 1:4 1:1 0:1 8:4 / 01 2:4 1:1 0:1 4:4 / 01 2:4 1:1 1:1 5:4 / 01 2:4 1:1 0:1 6:4 / 01 2:4 1:1 1:1 7:4 / 41 2:4 0:1 12:4 s0 | 0 3 1 2 4 | two fields are a sample
-      e0 e0 e0 | 0 0 | 65 0:4 1:1 0:1 e0 0:4 / 41 1:4 1:1 1:1 1:4 / 01 1:4 1:1 0:1 2:4 / 01 1:4 1:1 0:1 3:4 / 65 0:4 1:1 1:1 e1 1:4 | 0 1 2 3 4 | of one frame, kind and parity each
-      e0 e1 0:1 s-3 s1 e2 s2 s6 | 1 1 | 65 0:4 e0 s0 s0 / 41 1:4 s4 s4 / 01 2:4 s0 s0 / 41 2:4 s0 s0 / 01 3:4 s0 s0 | 1 3 0 4 2 | a cycle
-      e0 e1 1:1 s-1 s0 e1 s2 | 1 0 | 65 0:4 e0 / 41 15:4 / 01 0:4 / 41 0:4 / 01 1:4 | 0 2 1 4 3 | that goes round
-      e0 e1 1:1 s-1 s0 e0 | 1 0 | 65 0:4 e0 / 01 1:4 / 41 2:4 | 1 0 2 | none
-      e0 e1 1:1 s-1 s32768 e0 | 1 0 | 65 0:4 e0 / 01 1:4 / 41 2:4 | 0 1 2 | nonsense
-      e0 e1 1:1 s-1 s0 e256 s0*256 | 1 0 | 65 0:4 e0 / 01 1:4 / 41 2:4 | 0 1 2
-      e0 e2 | 1 0 | 65 0:4 e0 / 41 1:4 / 01 2:4 / 41 2:4 | 0 1 2 3 | as they are coded
-      e0 e0 e0 | 1 0 | 65 0:4 e0 4:4 / 41 1:4 2:4 / 41 | 0 1 2 | one is cut off)")) {
+      e0 e0 e0 | 1 0 | 65 0:4 e0 0:4 / 41 1:4 4:4 / 01 2:4 2:4 / 41 2:4 8:4 / 01 3:4 6:4 | 0, 2, 1, 4, 3 | low bits
+      e0 e0 e0 | 1 0 | 65 0:4 e0 0:4 / 41 1:4 6:4 / 41 2:4 14:4 / 01 3:4 10:4 / 41 3:4 6:4 / 41 4:4 14:4 / 01 5:4 10:4 | 0, 1, 3, 2, 4, 6, 5 | that go round, by half of them
+      e0 e0 e0 | 1 0 | 65 0:4 e0 6:4 / 41 1:4 0:4 / 41 2:4 15:4 / 41 3:4 8:4 / 41 4:4 14:4 | 4, 3, 2, 0, 1 | back, too
+      e0 e0 e1 | 1 0 | 65 0:4 e0 0:5 / 41 1:4 8:5 / 01 2:4 4:5 / 65 0:4 e1 0:5 / 41 1:4 8:5 / 01 2:4 4:5 | 0, 2, 1, 3, 5, 4 | from the start
+      e0 e0 e0 | 1 1 | 65 0:4 e0 0:4 s5 / 41 1:4 6:4 s-4 / 01 2:4 3:4 s0 | 0, 1, 2 | the earlier field counts
+      e0 e0 e0 | 1 1 | 65 0:4 e0 0:4 s1 / 41 1:4 6:4 s-2 / 01 2:4 3:4 s0 | 0, 2, 1
+      e0 e0 e0 | 0 1 | 65 0:4 1:1 0:1 e0 0:4 / 41 0:4 1:1 1:1 1:4 / 41 1:4 1:1 1:1 9:4 / 41 1:4 1:1 0:1 8:4 / 01 2:4 1:1 0:1 4:4 / 01 2:4 1:1 1:1 5:4 / 01 2:4 1:1 0:1 6:4 / 01 2:4 1:1 1:1 7:4 / 41 2:4 0:1 12:4 s0 | 0, 3, 1, 2, 4 | two fields are a sample
+      e0 e0 e0 | 0 0 | 65 0:4 1:1 0:1 e0 0:4 / 41 1:4 1:1 1:1 1:4 / 01 1:4 1:1 0:1 2:4 / 01 1:4 1:1 0:1 3:4 / 65 0:4 1:1 1:1 e1 1:4 | 0, 1, 2, 3, 4 | of one frame, kind and parity each
+      e0 e1 0:1 s-3 s1 e2 s2 s6 | 1 1 | 65 0:4 e0 s0 s0 / 41 1:4 s4 s4 / 01 2:4 s0 s0 / 41 2:4 s0 s0 / 01 3:4 s0 s0 | 1, 3, 0, 4, 2 | a cycle
+      e0 e1 1:1 s-1 s0 e1 s2 | 1 0 | 65 0:4 e0 / 41 15:4 / 01 0:4 / 41 0:4 / 01 1:4 | 0, 2, 1, 4, 3 | that goes round
+      e0 e1 1:1 s-1 s0 e0 | 1 0 | 65 0:4 e0 / 01 1:4 / 41 2:4 | 1, 0, 2 | none
+      e0 e1 1:1 s-1 s32768 e0 | 1 0 | 65 0:4 e0 / 01 1:4 / 41 2:4 | 0, 1, 2 | nonsense
+      e0 e1 1:1 s-1 s0 e256 s0*256 | 1 0 | 65 0:4 e0 / 01 1:4 / 41 2:4 | 0, 1, 2
+      e0 e2 | 1 0 | 65 0:4 e0 / 41 1:4 / 01 2:4 / 41 2:4 | 0, 1, 2, 3 | as they are coded
+      e0 e0 e0 | 1 0 | 65 0:4 e0 4:4 / 41 1:4 2:4 / 41 | 0, 1, 2 | one is cut off)")) {
     SCOPED_TRACE(row[2]);
-    const std::string code = "\0\0\1"s;
-    const std::string deltas = row[1][2] + ":1"s, fields = row[1][0] == '1' ? " 1:1" : " 0:1 0:1";
+    const std::string fields = row[1][0] == '1' ? " 1:1" : " 0:1 0:1";
     CodedFrames frames;
     std::istringstream slices(row[2]);
-    for (std::string slice; std::getline(slices, slice, '/');) {
-      int first = 0;
-      std::string head;
-      std::getline(std::istringstream(slice) >> std::hex >> first, head);
-      frames.push_back({code + CodedUnit(static_cast<char>(first), "e0 e7 e0 " + head)});
+    for (std::string slice; std::getline(slices >> std::ws, slice, '/');) {
+      frames.push_back({kCode + CodedUnit(slice.insert(2, " e0 e7 e0 "))});
     }
-    frames[0].payload.insert(
-        0, code +
-               CodedUnit('\x67',
-                         "77:8 0:8 31:8 e0 " + row[0] + " e1 0:1 e9 e9" + fields + " 1:1 0:1 0:1") +
-               code + CodedUnit('\x68', "e0 e0 0:1 " + deltas));
+    frames[0].payload.insert(0, kCode +
+                                    CodedUnit("67 77:8 0:8 31:8 e0 " + row[0] + " e1 0:1 e9 e9" +
+                                              fields + " 1:1 0:1 0:1") +
+                                    kCode + CodedUnit("68 e0 e0 0:1 "s + row[1][2] + ":1"));
     Convert(kH264Video, frames);
-    EXPECT_EQ(Shown(), row[3]) << row[4];
+    EXPECT_THAT(testing::PrintToString(movie_.shown), HasSubstr("{ " + row[3] + " }")) << row[4];
   }
 }
 
-const std::string kLayer = "\0\0\1\x20"s;
 const std::string kVop = "\0\0\1\xB6picture"s;
+const std::string kFields = "0:1 1:4 0:1 0:2 1:1 25:16 1:1 0:1 1:1 704:13 1:1 480:13";
+
+// So long at least.
+std::string Layer(const std::string& fields, std::size_t size = 0, char code = '\x20') {
+  const std::string layer = kCode + code + CodedBits("0:1 1:8 " + fields);
+  return layer + std::string(std::max(size, layer.size()) - layer.size(), 'u');
+}
 
 std::string Number(std::size_t value, int width) {
   std::string bytes;
@@ -308,7 +294,7 @@ std::string Number(std::size_t value, int width) {
 // Its length takes four bytes.
 std::string Descriptor(char tag, const std::string& content) {
   std::string bytes(1, tag);
-  for (int shift = 21; shift >= 0; shift -= 7) {
+  for (const int shift : {21, 14, 7, 0}) {
     bytes += static_cast<char>((content.size() >> shift & 0x7F) | (shift != 0 ? 0x80 : 0));
   }
   return bytes + content;
@@ -316,38 +302,28 @@ std::string Descriptor(char tag, const std::string& content) {
 
 // They reach from the first start code to the picture, and are described, too.
 TEST_F(StreamConversion, Mpeg4HeadersAreInTheDescriptionToo) {
-  const std::string fields =
-      CodedBits("0:1 1:8 0:1 1:4 0:1 0:2 1:1 25:16 1:1 0:1 1:1 704:13 1:1 480:13");
-  const std::string another =
-      CodedBits("0:1 1:8 0:1 1:4 0:1 0:2 1:1 25:16 1:1 0:1 1:1 16:13 1:1 16:13");
-  const std::string plain = kLayer + fields, user = "\0\0\1\xB2user"s;
-  struct Row {
-    std::string before, headers, behind;
-    bool found = true;
-  };
-  const auto filled = [&](std::size_t size) {
-    return plain + std::string(size - plain.size(), 'u');
-  };
-  for (const Row& row :
-       {Row{"junk", "\0\0\1\xB0\1\0\0\1\xB5\x09"s + plain, kVop},
-        Row{"", plain + user, "\0\0\1\xB3group"s + kVop}, Row{"", plain + kLayer + another, kVop},
-        Row{"", "\0\0\1\x2F"s + fields, kVop}, Row{"", "\0\0\1\x1F"s + fields, kVop, false},
-        Row{"", "\0\0\1\x30"s + fields, kVop, false}, Row{"", user, kVop + plain, false},
-        Row{"", filled(100), kVop}, Row{"", filled(200), kVop}, Row{"", filled(20000), kVop},
-        Row{"", filled(0xFFFF), kVop}, Row{"", filled(0x10000), kVop, false}}) {
-    SCOPED_TRACE(row.headers.substr(0, 100));
-    const std::string first = row.before + row.headers + row.behind;
-    Convert(kMpeg4Video, {{first, true}, {"\0\0\1"s}, {user}, {kVop}, {kVop, true}}, 2, 0, 0);
-    EXPECT_EQ(movie_.format, row.found ? "mp4v" : "DIVX");
-    if (!row.found) continue;
-    EXPECT_THAT(movie_.samples, ElementsAre(first, "\0\0\1"s + user + kVop, kVop));
+  const std::string plain = Layer(kFields), user = kCode + "\xB2user";
+  const std::string rows[][3] = {
+      {"junk", "\0\0\1\xB0\1\0\0\1\xB5\x09"s + plain, kVop},
+      {"", plain + user, kCode + "\xB3group" + kVop},
+      {"", plain + Layer("0:1 1:4 0:1 0:2 1:1 25:16 1:1 0:1 1:1 16:13 1:1 16:13"), kVop},
+      {"", Layer(kFields, 0, '\x2F'), kVop},
+      {"", Layer(kFields, 100), kVop},
+      {"", Layer(kFields, 200), kVop},
+      {"", Layer(kFields, 20000), kVop},
+      {"", Layer(kFields, 0xFFFF), kVop}};
+  for (const auto& [before, headers, behind] : rows) {
+    SCOPED_TRACE(headers.substr(0, 100));
+    const std::string first = before + headers + behind;
+    Convert(kMpeg4Video, {{first, true}, {kCode}, {user}, {kVop}, {kVop, true}}, 2, 0, 0);
+    EXPECT_THAT(movie_.samples, ElementsAre(first, kCode + user + kVop, kVop));
     EXPECT_THAT(movie_.syncSamples, ElementsAre(1, 3));
-    EXPECT_EQ(Size(), "704x480");
+    EXPECT_EQ(movie_.format + Size(), "mp4v704x480");
     // Three samples of two thirds of a second each.
     const std::size_t bytes = first.size() + 3 + user.size() + 2 * kVop.size();
     const std::string config = "\x20\x11"s + Number(first.size(), 3) +
                                Number(first.size() * 12, 4) + Number(bytes * 4, 4) +
-                               Descriptor(5, row.headers);
+                               Descriptor(5, headers);
     EXPECT_EQ(
         movie_.descriptions.at(0),
         Number(0, 4) + Descriptor(3, Number(0, 3) + Descriptor(4, config) + Descriptor(6, "\2")));
@@ -368,44 +344,41 @@ TEST_F(StreamConversion, Mpeg4SizesAreReadBehindAllThatMayStandBeforeThem) {
       0:1 1:4 0:1 0:2 1:1    25:16 1:1 0:1      1:1    0:13 1:1  480:13 | 0x0
       0:1 1:4 0:1 0:2 1:1    25:16 1:1 0:1      1:1  704:13 1:1    0:13 | 0x0
       0:1 1:4 0:1 0:2 1:1    25:16 1:1 0:1      1:1  704:13             | 0x0)")) {
-    Convert(kMpeg4Video, {{kLayer + CodedBits("0:1 1:8 " + row[0]) + kVop, true}}, 1, 0, 0);
+    Convert(kMpeg4Video, {{Layer(row[0]) + kVop, true}}, 1, 0, 0);
     EXPECT_EQ(movie_.format + Size(), "mp4v" + row[1]) << row[0];
   }
 }
 
 // A B-VOP is shown before the picture that was coded before it; too long a wait is none.
 TEST_F(StreamConversion, Mpeg4PicturesAreShownInTheirOwnOrder) {
-  const std::string known =
-      kLayer + CodedBits("0:1 1:8 0:1 1:4 0:1 0:2 1:1 25:16 1:1 0:1 1:1 8:13 1:1 8:13");
-  for (const auto& [kinds, shown] : {std::pair("IPBBPB"s, "0 3 1 2 5 4"s),
-                                     {"IBBPS", "2 0 1 3 4"},
-                                     {"IIP", "0 1 2"},
-                                     {"PBBBP", "3 0 1 2 4"}}) {
+  for (const auto& [kinds, shown] : {std::pair("IPBBPB"s, "0, 3, 1, 2, 5, 4"s),
+                                     {"IBBPS", "2, 0, 1, 3, 4"},
+                                     {"IIP", "0, 1, 2"},
+                                     {"PBBBP", "3, 0, 1, 2, 4"},
+                                     {"P" + std::string(32, 'B'), "32, 0"},
+                                     {"P" + std::string(33, 'B'), "0, 1"}}) {
     CodedFrames frames;
     for (const char kind : kinds) {
       const auto type = std::string("IPBS").find(kind);
-      frames.push_back({"\0\0\1\xB6"s + static_cast<char>(type << 6 | 1) + "picture", kind == 'I'});
+      frames.push_back(
+          {kCode + "\xB6" + static_cast<char>(type << 6 | 1) + "picture", kind == 'I'});
     }
-    Convert(kMpeg4Video, frames, 1, 0, 0, known);
-    EXPECT_EQ(movie_.format + " " + Shown(), "mp4v " + shown);
-  }
-  for (const std::size_t length : {32U, 33U}) {
-    CodedFrames frames(1, {"\0\0\1\xB6\x41"s});
-    frames.resize(1 + length, {"\0\0\1\xB6\x81"s});
-    Convert(kMpeg4Video, frames, 1, 0, 0, known);
-    EXPECT_EQ(movie_.shown[0], length == 32 ? 32 : 0);
+    Convert(kMpeg4Video, frames, 1, 0, 0, Layer(kFields));
+    EXPECT_THAT(movie_.format + testing::PrintToString(movie_.shown), HasSubstr("mp4v{ " + shown));
   }
 }
 
 TEST_F(StreamConversion, StoresVideoWithoutHeadersAsItComes) {
-  const std::string vop = "\0\0\1\xB6\x10picture"s;
   const std::string sets = Frames("S0 P0")[0].payload;
   const std::tuple<FourCharacterCode, std::string, std::string> rows[] = {
       {kH264Video, "H264", Frames("E I")[0].payload},
       {kH264Video, "H264", Frames("S0 I P0")[0].payload},
       {kH264Video, "H264", std::string(5000, '\0')},
-      {kMpeg4Video, "DIVX", vop + "\0\0\1\x20\x08"s},
-      {MakeFourCharacterCode("WXYZ"), "WXYZ", sets + vop}};
+      {kMpeg4Video, "DIVX", Layer(kFields, 0, '\x1F') + kVop},
+      {kMpeg4Video, "DIVX", Layer(kFields, 0, '\x30') + kVop},
+      {kMpeg4Video, "DIVX", kCode + "\xB2user" + kVop + Layer(kFields)},
+      {kMpeg4Video, "DIVX", Layer(kFields, 0x10000) + kVop},
+      {MakeFourCharacterCode("WXYZ"), "WXYZ", sets + kVop}};
   for (const auto& [code, format, first] : rows) {
     Convert(code, {{first, true}, {"anything", false}, {sets, false}});
     EXPECT_EQ(movie_.format + movie_.descriptions.at(0), format);
