@@ -1,5 +1,6 @@
 // The host's documents and the saved one, in a plug-in that has cameras and mails.
 #include <string>
+#include <utility>
 
 #include "config/config_file.h"
 #include "config/notify_config.h"
@@ -69,21 +70,17 @@ void FuzzUpdateDocument(std::string_view input) {
 // Input: notify.xml as it lies in the working folder when the plug-in is opened. What is saved
 // thereupon is what the next start finds, whether the file was accepted or rejected.
 void FuzzNotifyFile(std::string_view input) {
-  std::string published;
-  std::string saved;
-  {
+  const auto open = [](const std::string& text) {
     PluginRun run;
-    WriteFile(kConfigFile, std::string(input));
+    WriteFile(kConfigFile, text);
     run.Plugin().Open();
-    published = run.Published();
-    saved = ReadFile(kConfigFile);
-  }
+    return std::pair(run.Published(), ReadFile(kConfigFile));
+  };
+  const auto [published, saved] = open(std::string(input));
   Require(!published.empty() && !saved.empty(), "a configuration is saved and published");
-  PluginRun run;
-  WriteFile(kConfigFile, saved);
-  run.Plugin().Open();
-  Require(run.Published() == published, "what is saved is read again as it was");
-  Require(ReadFile(kConfigFile) == saved, "and saved as it was");
+  const auto again = open(saved);
+  Require(again.first == published, "what is saved is read again as it was");
+  Require(again.second == saved, "and saved as it was");
 }
 
 }  // namespace tvx::test

@@ -20,11 +20,6 @@ std::uint32_t TakeOneOf(const std::uint32_t (&usual)[count], std::string_view& i
   return choice < count ? usual[choice] : TakeNumber<std::uint32_t>(input);
 }
 
-constexpr std::uint32_t kStreamsAndModule[] = {66049, 66305, 66561, kModuleId, 0};
-constexpr std::uint32_t kKinds[] = {1, 32, 2};
-constexpr std::uint32_t kFrameTypes[] = {1, 0};
-constexpr std::uint32_t kOffsets[] = {0, 1, 8};
-
 void WriteFrame(std::string_view& input, PluginRun& run) {
   WriteRequest record{};
   record.kind = RecordKind::Frame;
@@ -37,10 +32,10 @@ void WriteFrame(std::string_view& input, PluginRun& run) {
 void WriteAnything(std::string_view& input, PluginRun& run) {
   WriteRequest record;
   std::memset(&record, 0xA5, sizeof(record));
-  record.kind = static_cast<RecordKind>(TakeOneOf(kKinds, input));
-  record.addressee = TakeOneOf(kStreamsAndModule, input);
-  record.frameType = TakeOneOf(kFrameTypes, input);
-  record.payloadOffset = TakeOneOf(kOffsets, input);
+  record.kind = static_cast<RecordKind>(TakeOneOf({1, 32, 2}, input));
+  record.addressee = TakeOneOf({66049, 66305, 66561, kModuleId, 0}, input);
+  record.frameType = TakeOneOf({1, 0}, input);
+  record.payloadOffset = TakeOneOf({0, 1, 8}, input);
   const std::size_t flags = TakeByte(input);
   record.skip = static_cast<std::uint8_t>(flags & 3 ? 0 : flags >> 2);
   record.frameFlag = static_cast<std::uint8_t>(TakeByte(input));
@@ -49,8 +44,7 @@ void WriteAnything(std::string_view& input, PluginRun& run) {
 }
 
 void Control(std::string_view& input, PluginRun& run) {
-  constexpr std::uint32_t kCodes[] = {4, 2};
-  const std::uint32_t code = TakeOneOf(kCodes, input);
+  const std::uint32_t code = TakeOneOf({4, 2}, input);
   const std::string_view payload = TakeBytes(input, TakeNumber<std::uint16_t>(input));
   // The worker would not come back, and a mail would ask the web server for its link.
   if (code == 1 || payload.find("Web") != std::string_view::npos) return;

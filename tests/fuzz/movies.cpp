@@ -24,20 +24,17 @@ using namespace quicktime;
 using namespace quicktime::test;
 
 CodedFrames CutFrames(std::string_view bytes) {
-  CodedFrames frames;
-  bool isKey = true;
-  for (std::size_t at = 0; (at = bytes.find("%%", at)) != std::string_view::npos;) {
-    const char kind = at + 2 < bytes.size() ? bytes[at + 2] : '\0';
-    if (kind != 'K' && kind != 'P') {
-      ++at;
-      continue;
+  CodedFrames frames(1, {"", true});
+  for (; !bytes.empty(); bytes.remove_prefix(1)) {
+    const std::string_view mark = bytes.substr(0, 3);
+    if (mark != "%%K" && mark != "%%P") {
+      frames.back().payload += bytes[0];
+    } else {
+      if (!frames.back().payload.empty()) frames.emplace_back();
+      frames.back().isKey = mark == "%%K";
+      bytes.remove_prefix(2);
     }
-    if (at != 0) frames.push_back({std::string(bytes.substr(0, at)), isKey});
-    isKey = kind == 'K';
-    bytes.remove_prefix(at + 3);
-    at = 0;
   }
-  frames.push_back({std::string(bytes), isKey});
   return frames;
 }
 

@@ -1,5 +1,4 @@
 // The parsers of foreign bytes, each by itself.
-#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <future>
@@ -44,24 +43,16 @@ void FuzzDateTemplate(std::string_view input) {
   Require(asked <= 1, "the web server is asked at most once");
 }
 
-namespace {
-
 // What became of an answer: its body, the error text, or nothing while it is incomplete.
-std::string Outcome(std::string_view bytes, std::size_t pieceSize) {
+static std::string Outcome(std::string_view bytes, std::size_t pieceSize) {
   HttpAnswer answer;
   try {
-    while (!bytes.empty()) {
-      const std::size_t size = std::min(pieceSize, bytes.size());
-      answer.Append(bytes.substr(0, size));
-      bytes.remove_prefix(size);
-    }
+    while (!bytes.empty()) answer.Append(TakeBytes(bytes, pieceSize));
   } catch (const std::runtime_error& error) {
     return std::string("error ") + error.what();
   }
   return answer.HasBody() ? "body " + answer.TakeBody() : "cut off";
 }
-
-}  // namespace
 
 // Input: the size of the pieces in which the answer arrives (one byte), then the answer.
 void FuzzHttpAnswer(std::string_view input) {
@@ -93,37 +84,18 @@ void FuzzLoginAnswer(std::string_view input) {
 // Input: the address as an administrator types it.
 void FuzzWebServerAddress(std::string_view input) {
   const std::string text(input);
-
   const WebServerAddress address = ParseWebServerAddress(text);
   Require(text.find(address.host) != std::string::npos, "the host is part of the text");
   Require(address.hostPort.find(address.host) != std::string::npos, "the host is what is named");
 
   const std::string encoded = PercentEncode(text);
-  std::string decoded;
-  for (std::size_t i = 0; i < encoded.size(); ++i) {
-    if (encoded[i] != '%') {
-      decoded.push_back(encoded[i]);
-      continue;
-    }
-    Require(encoded.size() - i > 2, "two figures follow each percent sign");
-    decoded.push_back(static_cast<char>(std::stoi(encoded.substr(i + 1, 2), nullptr, 16)));
-    i += 2;
+  std::string decoded = encoded;
+  for (std::size_t at = 0; (at = decoded.find('%', at)) != std::string::npos; ++at) {
+    Require(decoded.size() - at > 2, "two figures follow each percent sign");
+    decoded.replace(at, 3, 1, static_cast<char>(std::stoi(decoded.substr(at + 1, 2), nullptr, 16)));
   }
   Require(decoded == text, "encoding loses nothing");
 }
-
-namespace {
-
-// Reads a stream of a program that has ended to its end.
-std::size_t ReadAll(ipc::client& program, OutputStream stream) {
-  std::size_t read = 0;
-  for (std::string line; ReadLine(program, stream, line); read += line.size()) {
-    Require(line.find('\n') == std::string::npos, "a line holds no line feed");
-  }
-  return read;
-}
-
-}  // namespace
 
 // Input: reports of the host on a program that was just launched (request 0xC00001), each behind
 // its size in one byte.
@@ -149,8 +121,12 @@ void FuzzChannelChunk(std::string_view input) {
   }
   channel.Close();
   const std::shared_ptr<ipc::client> program = launch.get();
-  const std::size_t read =
-      ReadAll(*program, OutputStream::Output) + ReadAll(*program, OutputStream::Errors);
+  std::size_t read = 0;
+  for (const OutputStream stream : {OutputStream::Output, OutputStream::Errors}) {
+    for (std::string line; ReadLine(*program, stream, line); read += line.size()) {
+      Require(line.find('\n') == std::string::npos, "a line holds no line feed");
+    }
+  }
   Require(read <= size, "no more comes out than went in");
 }
 

@@ -3,9 +3,7 @@
 //
 // The process channel is closed, so no program is ever run and every mail fails at once. Nothing
 // asks the network either, as long as no document names a web server. Time is driven. The working
-// folder is the run's own and in memory. From the first run on the stack of the main thread is
-// limited to what a host's thread may be expected to have left.
-//
+// folder is in memory, and the stack of the main thread as small as a host may have left it.
 // Threads: the fuzzer's one. One object at a time.
 #pragma once
 
@@ -100,28 +98,22 @@ class PluginRun {
   }
 
  private:
-  // Prepared once, before the first folder is made.
+  // Before the folder is made.
   struct Process {
     Process() {
-      static const bool prepared = Prepare();
-      static_cast<void>(prepared);
       tick = 0xFFFFE000;  // wraps soon
       wall = 1'500'000'000;
-    }
-    static bool Prepare() {
-      constexpr std::size_t kStackBytes = 256 << 10;  // the fuzzer's own part included
       ::setenv("TMPDIR", "/dev/shm", 1);
-      // Grown already or not: the limit is asked at the next page.
+      // Grown already or not: the limit is asked at the next page. The fuzzer's own part is in it.
       rlimit limit{};
       ::getrlimit(RLIMIT_STACK, &limit);
-      limit.rlim_cur = kStackBytes;
+      limit.rlim_cur = 256 << 10;
       Require(::setrlimit(RLIMIT_STACK, &limit) == 0, "the stack can be limited");
       SetTickClock([] { return tick; });
       SetWallClock([] { return wall; });
       // As it is after the first run, so that the first is like all others.
       PlainResult result{};
       ::Close(&result, &result);
-      return true;
     }
   };
 
