@@ -38,19 +38,20 @@ TEST_F(FrameHistory, TakesWhatFitsAndDropsTheOldestGroups) {
   EXPECT_EQ(Feed("K0:1001", kJpegStream), "0") << "new streams have the limit as well";
   Reset();
   // Groups are not counted, but for pictures.
-  for (now = 1; now <= 25; ++now) {
-    EXPECT_TRUE(Push(kH264Stream, true, 10) && Push(kJpegStream, true, 10));
+  for (int tick = 1; tick <= 25; ++tick) {
+    const std::string picture = "K" + std::to_string(tick) + ":10";
+    EXPECT_EQ(Feed(picture) + Feed(picture, kJpegStream), "11");
   }
-  EXPECT_EQ(History().OldestTime(), 1u);
-  EXPECT_EQ(History(kJpegStream).OldestTime(), 6u);
+  EXPECT_EQ(History().OldestTime() - start, 1u);
+  EXPECT_EQ(History(kJpegStream).OldestTime() - start, 6u);
   // But frames are, as tiny ones cost the host as many buffers.
   Reset();
-  for (std::size_t i = 0; i < 2 * kMaxHistoryFrames; ++i) Push(kH264Stream, i % 20'000 == 0, 1);
+  for (std::size_t i = 0; i < 2 * kMaxHistoryFrames; ++i) Feed(i % 20'000 == 0 ? "K0:1" : "d0:1");
   EXPECT_EQ(History().Frames(), 40'000u);
   Reset();
   Feed("K100:1");
   const auto clip = Cut(0, 60);
-  for (std::size_t i = 0; i < kMaxHistoryFrames; ++i) Push(kH264Stream, false, 0);
+  for (std::size_t i = 0; i < kMaxHistoryFrames; ++i) Feed("d100:0");
   EXPECT_EQ(History().Frames(), kMaxHistoryFrames) << "the only group is kept up to the limit";
   EXPECT_EQ(clip->Contents().Frames(), kMaxHistoryFrames);
   EXPECT_TRUE(clip->Complete());
@@ -84,15 +85,12 @@ TEST_F(FrameHistory, AFrameWhoseIntakeFailedIsHeldNowhereAndStaysTheHosts) {
   for (const char* const frame : {"d2000", "K2000"}) {
     Reset();
     Feed("K0");
+    const auto growing = Cut(0, 60), refusing = Cut(0, 1), ending = Cut(0, 2);
     const auto failing = std::make_shared<FailingReady>();
-    const auto growing = Cut(0, 60);
-    const auto refusing = Cut(0, 1);
-    const auto ending = Cut(0, 2);
     const auto last = set->TakeClip(kH264Stream, 0, 2, failing);
     EXPECT_THROW(Feed(frame), std::bad_alloc);
     for (const auto& clip : {growing, refusing, ending, last}) {
       EXPECT_EQ(Show(clip->Contents()), "0");
-      EXPECT_EQ(clip->Contents().Bytes() + clip->Contents().Frames(), 101u);
     }
     EXPECT_EQ(Feed(frame), "1") << "the host tries again";
   }
@@ -112,19 +110,18 @@ TEST_F(FrameHistory, BooksBalanceThroughAnySequence) {
     const std::string frame = (stream == kJpegStream || below(8) == 0 ? "K" : "d") +
                               std::to_string(now + below(300)) + ":" +
                               std::to_string(1 + below(below(20) == 0 ? 9000 : 600));
-    const bool isCut = std::stoul(clip) <= cuts.size(),
-               isKnown = set->FindChannel(stream) != nullptr;
-    const std::string cut = isKnown ? "C" + text(8) + "," + text(8) : "";
-    const std::string steps[] = {"L" + text(15'000),
+    const bool isCut = std::stoul(clip) <= cuts.size();
+    const std::string cut =
+        set->FindChannel(stream) != nullptr ? "C" + text(8) + "," + text(8) : "";
+    const std::string steps[] = {cut,
+                                 "L" + text(15'000),
                                  documents[below(4)],
-                                 cut,
-                                 cut,
                                  "B",
                                  isCut ? "F" + clip : "",
                                  isCut ? "A" + clip + " E" + clip : "",
                                  below(10) == 0 ? "W" + text(50'000) + ":0" : ""};
     const unsigned choice = below(40);
-    taken += Feed(choice < 8 ? steps[choice] : frame, stream);
+    taken += Feed(choice < 8 ? steps[choice % 7] : frame, stream);
     for (const std::int32_t id : {kH264Stream, kJpegStream}) {
       if (set->FindChannel(id) != nullptr) Feed("h", id);
     }

@@ -47,10 +47,9 @@ inline SystemDirectory MakeDirectory(const std::string& streams) {
     int number = 0, width = 0, height = 0, standard = 0;
     std::sscanf(stream.c_str(), "%x/%d %dx%d %d", &id, &number, &width, &height, &standard);
     std::ostringstream channel;
-    channel << "<Channel ID='" << id << "' Width='" << width << "' Height='" << height
-            << "' Standard='" << standard;
+    channel << "<Channel ID='" << id << "' Width='" << width << "' Height='" << height;
     if (number != -1) channel << "' Number='" << number;
-    text += channel.str() + "'/>";
+    text += channel.str() + "' Standard='" + std::to_string(standard) + "'/>";
   }
   text = SystemDocument(Devices(text + "</Encoder></Codec></Context></Device>"));
   return SystemDirectory(*ParseDocument(text.data(), text.size()).Root());
@@ -70,7 +69,7 @@ class VideoTest : public ::testing::Test {
 
   ~VideoTest() override {
     SelectStreams("");
-    EmptyBin();
+    bin = FrameBin{};
     cuts.clear();
     EXPECT_EQ(set->WaitingBytes(), 0u);
     SetTickClock(MonotonicTick);
@@ -80,13 +79,11 @@ class VideoTest : public ::testing::Test {
 
   // Starts over with an empty set.
   void Reset(const std::string& streams = kUsualStreams) {
-    EmptyBin();
+    bin = FrameBin{};
     cuts.clear();
     set.emplace(&FakeHost::Entry);
     SelectStreams(streams);
   }
-
-  void EmptyBin() { bin = FrameBin{}; }
 
   void SelectStreams(const std::string& streams, const std::set<std::int32_t>& numbers = {1, 2}) {
     std::set<SourceId> wanted;
@@ -111,18 +108,11 @@ class VideoTest : public ::testing::Test {
     return accepted;
   }
 
-  // Delivers a frame at the current tick: two bytes of the host's own, "picture" with the tick's
-  // last figure, and zeros. More than 10,000 bytes are only said to be there.
-  bool Push(std::int32_t streamId, bool isKey, std::uint32_t length = 100) {
-    std::string bytes = "..picture" + std::to_string(now % 10);
-    bytes.resize(std::min(length, 10'000u));
-    return Deliver(
-        {streamId, isKey ? kKeyFrame : kDependent, std::min(length, 2u), host.Lend(bytes), length});
-  }
-
   // Takes steps, apart by blanks; their answers behind one another:
   //   K0 d40 K80:500     a frame, key or dependent, its tick from the start, its bytes unless they
-  //                      are 100: 1 when it was taken, else 0
+  //                      are 100: 1 when it was taken, else 0. It has two bytes of the host's own,
+  //                      "picture" with the tick's last figure, and zeros; more than 10,000 bytes
+  //                      are only said to be there
   //   L900 T40           the byte limit; the tick
   //   P1_641x480_5 P     the stream shows another input or format, or is no longer known
   //   C10,60 F2 A2 E2 D  cuts a clip; finishes the second one, or the last; hands it over; forgets
@@ -142,7 +132,12 @@ class VideoTest : public ::testing::Test {
         unsigned length = 100;
         std::sscanf(&word[1], "%u:%u", &now, &length);
         now += start;
-        answers += Push(streamId, kind == 'K', length) ? '1' : '0';
+        std::string bytes = "..picture" + std::to_string(now % 10);
+        bytes.resize(std::min(length, 10'000u));
+        answers += Deliver({streamId, kind == 'K' ? kKeyFrame : kDependent, std::min(length, 2u),
+                            host.Lend(bytes), length})
+                       ? '1'
+                       : '0';
       }
       if (kind == 'L') set->SetByteLimit(number);
       if (kind == 'T') now = start + number;
@@ -153,9 +148,7 @@ class VideoTest : public ::testing::Test {
       if (kind == 'C') {
         std::int32_t before = 0, longest = 0;
         std::sscanf(&word[1], "%d,%d", &before, &longest);
-        ready = std::make_shared<ReadyCounter>();
-        cuts.emplace_back(Cut(before, longest, streamId), ready);
-        if (cuts.back().first == nullptr) answers += "none";
+        if (Cut(before, longest, streamId) == nullptr) answers += "none";
       }
       if (kind == 'c') answers += Show(*cuts.at(chosen).first, cuts[chosen].second->calls);
       if (kind == 'F') cuts.at(chosen).first->Finish(bin);
@@ -163,15 +156,15 @@ class VideoTest : public ::testing::Test {
       if (kind == 'E') cuts.erase(cuts.begin() + static_cast<std::ptrdiff_t>(chosen));
       if (kind == 'D') set->DropCompleteClips(bin);
       if (kind == 'W') {
-        const std::size_t references = std::stoul(word.substr(word.find(':') + 1));
-        const std::uint64_t limit = number + references * sizeof(VideoFrame);
-        answers += set->KeepWaitingWithin(limit, bin) ? '1' : '0';
+        const std::uint64_t references = std::stoul(word.substr(word.find(':') + 1));
+        answers +=
+            set->KeepWaitingWithin(number + references * sizeof(VideoFrame), bin) ? '1' : '0';
       }
       if (kind == 'h') answers += "[" + Show(History(streamId)) + "]";
       if (kind == 'o') answers += "o" + std::to_string(set->FindChannel(streamId)->OpenClips());
       if (kind == 'B') {
         const std::uint32_t before = host.FramesReleased();
-        EmptyBin();
+        bin = FrameBin{};
         answers += "-" + std::to_string(host.FramesReleased() - before);
       }
     }
@@ -194,8 +187,7 @@ class VideoTest : public ::testing::Test {
 
   std::string Show(const CVideoEmailStream& clip, int readyCalls) const {
     EXPECT_EQ(readyCalls, clip.Complete() ? 1 : 0);
-    const char* const end = clip.WasLetGo() ? "-]" : clip.Complete() ? "!]" : "]";
-    return "[" + Show(clip.Contents()) + end;
+    return "[" + Show(clip.Contents()) + (clip.WasLetGo() ? "-]" : clip.Complete() ? "!]" : "]");
   }
   // Arrival times, groups parted by slashes: "0 40/80 120". The totals agree with them.
   std::string Show(const VideoBuffer& buffer) const {
@@ -205,10 +197,8 @@ class VideoTest : public ::testing::Test {
       const std::uint32_t before = bytes;
       for (const VideoFrame& frame : group.frames) {
         const bool isFirst = &frame == &group.frames.front();
-        text += (text.empty() ? ""
-                 : isFirst    ? "/"
-                              : " ") +
-                std::to_string(frame.arrivalTime - start);
+        if (!text.empty()) text += isFirst ? '/' : ' ';
+        text += std::to_string(frame.arrivalTime - start);
         EXPECT_TRUE(!isFirst || frame.IsKey());
         EXPECT_LE(std::exchange(last, frame.arrivalTime - start), frame.arrivalTime - start);
         bytes += frame.data->Length();
@@ -223,7 +213,9 @@ class VideoTest : public ::testing::Test {
 
   std::shared_ptr<CVideoEmailStream> Cut(std::int32_t preTrigger, std::int32_t maxSeconds,
                                          std::int32_t streamId = kH264Stream) {
-    return set->TakeClip(streamId, preTrigger, maxSeconds, ready);
+    const auto ready = std::make_shared<ReadyCounter>();
+    cuts.emplace_back(set->TakeClip(streamId, preTrigger, maxSeconds, ready), ready);
+    return cuts.back().first;
   }
 
   const VideoBuffer& History(std::int32_t streamId = kH264Stream) const {
@@ -235,7 +227,6 @@ class VideoTest : public ::testing::Test {
   std::uint32_t now = 0;
   FrameBin bin;
   std::optional<VideoBufferSet> set;
-  std::shared_ptr<ReadyCounter> ready = std::make_shared<ReadyCounter>();
   std::vector<std::pair<std::shared_ptr<CVideoEmailStream>, std::shared_ptr<ReadyCounter>>> cuts;
 };
 
