@@ -14,7 +14,8 @@ constexpr std::size_t kMaximumChangingBytes = 4096;  // of all sets of a descrip
 
 }  // namespace
 
-std::unique_ptr<H264Samples> H264Samples::From(ByteView firstFrame, ByteView knownSets) {
+std::unique_ptr<H264Samples> H264Samples::From(ByteView firstFrame, ByteView knownSets,
+                                               bool keepsSets) {
   H264ParameterSets sets;
   sets.PutAllOf(firstFrame);
   if (!sets.Complete()) {
@@ -24,7 +25,7 @@ std::unique_ptr<H264Samples> H264Samples::From(ByteView firstFrame, ByteView kno
   }
   if (!sets.Complete()) return nullptr;
   sets.LimitGrowth(kGrowth);
-  return std::make_unique<H264Samples>(sets);
+  return std::make_unique<H264Samples>(sets, keepsSets);
 }
 
 FrameContent H264Samples::AppendFrame(ByteView frame, OutputFile& file) {
@@ -53,7 +54,7 @@ bool H264Samples::StaysInSample(ByteView unit) {
   switch (NalType(unit)) {
     case nal::kSequenceParameterSet:
     case nal::kPictureParameterSet:
-      return !TakeSet(unit) || hasChanged_;
+      return !TakeSet(unit) || keepsSets_;
     case nal::kAccessUnitDelimiter:
     case nal::kEndOfSequence:
     case nal::kEndOfStream:
@@ -67,10 +68,9 @@ bool H264Samples::StaysInSample(ByteView unit) {
 // True when a description holds the set.
 bool H264Samples::TakeSet(ByteView unit) {
   using Fate = H264ParameterSets::Fate;
-  if (keepsSets_) return false;
+  if (endsDescriptions_) return false;
   Fate fate = (next_ ? *next_ : descriptions_[current_]).Take(unit);
   if (fate == Fate::Changed) {
-    hasChanged_ = hasPictures_;  // what was known before the first picture does not count
     if (!next_) {
       next_ = descriptions_[current_];
       next_->LimitGrowth(kGrowth);
@@ -78,7 +78,7 @@ bool H264Samples::TakeSet(ByteView unit) {
     const bool isUsual =
         descriptions_.size() < kMaximumDescriptions && next_->Bytes() <= kMaximumChangingBytes;
     fate = isUsual ? next_->Put(unit) : Fate::Refused;
-    keepsSets_ = fate == Fate::Refused;
+    endsDescriptions_ = fate == Fate::Refused;
   }
   return fate == Fate::Held;
 }

@@ -4,9 +4,9 @@
 //           parameter sets that the description holds are not in the samples: strict players
 //           refuse them there. A set that changes under its number begins another description,
 //           for the pictures from there on; one that an earlier description holds is that one
-//           again. From the first changed set on all sets stay in their samples, too: Chromium
-//           and mkvmerge know the first description alone, and decoders heed what they meet.
-//           Where there would be more descriptions than anybody needs, no further ones begin.
+//           again. Where that would be more than anybody needs, all sets stay in their samples,
+//           so that decoders which heed them there meet them in the order of the stream. They
+//           stay as well if the caller wants it (movie_writer.h tells when).
 // Threads: one at a time: those of the movie writer that owns it.
 #pragma once
 
@@ -25,9 +25,11 @@ class H264Samples final : public SampleFormat {
  public:
   // Null when neither the frame nor what is known of the stream brings sets of both kinds; what the
   // frame brings counts first.
-  static std::unique_ptr<H264Samples> From(ByteView firstFrame, ByteView knownSets);
+  static std::unique_ptr<H264Samples> From(ByteView firstFrame, ByteView knownSets,
+                                           bool keepsSets = false);
 
-  explicit H264Samples(const H264ParameterSets& sets) : descriptions_{sets} {}
+  explicit H264Samples(const H264ParameterSets& sets, bool keepsSets)
+      : descriptions_{sets}, keepsSets_(keepsSets) {}
 
   FrameContent AppendFrame(ByteView frame, OutputFile& file) override;
   std::uint32_t Descriptions() const override;
@@ -47,11 +49,11 @@ class H264Samples final : public SampleFormat {
   void UseNext();
 
   std::vector<H264ParameterSets> descriptions_;  // never empty
+  const bool keepsSets_;                         // in samples, too
   std::size_t current_ = 0;                      // of the pictures that come
   std::optional<H264ParameterSets> next_;        // of the next picture, when sets have changed
   bool hasPictures_ = false;
-  bool hasChanged_ = false;  // from here on all sets stay in their samples
-  bool keepsSets_ = false;   // from here on they begin no description
+  bool endsDescriptions_ = false;  // from here on no set is taken into one
   H264PictureOrder order_;
 };
 

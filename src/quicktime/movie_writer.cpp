@@ -81,6 +81,7 @@ void MovieWriter::Finish(double /*holdSeconds*/) {
     EndMedia();
     WriteHeader();
     file_.Commit();
+    hasChangingHeaders_ = track_->format->Descriptions() > 1;
     track_.reset();
   });
 }
@@ -101,7 +102,8 @@ void MovieWriter::OrDiscard(Step step) {
 void MovieWriter::BeginMedia(ByteView firstFrame) {
   Track& track = *track_;
   track.format =
-      ChooseSampleFormat(track.code, firstFrame, {track.headers.data(), track.headers.size()});
+      ChooseSampleFormat(track.code, firstFrame, {track.headers.data(), track.headers.size()},
+                         headerPlace_ == HeaderPlace::SamplesToo);
   // Without a size players show nothing, and the headers may know it.
   if (!track.size.IsKnown()) track.size = track.format->CodedSize();
   const SampleTable longest =

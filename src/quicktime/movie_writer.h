@@ -30,9 +30,15 @@
 
 namespace quicktime {
 
+// Where the headers of H.264 go.
+enum class HeaderPlace {
+  Description,  // out of the samples, as strict players want it
+  SamplesToo,   // for streams whose headers change: some players heed the first description alone
+};
+
 class MovieWriter final : public ExportContainer {
  public:
-  MovieWriter() = default;
+  explicit MovieWriter(HeaderPlace headers = HeaderPlace::Description) : headerPlace_(headers) {}
 
   int Open(const std::string& path) override;
   void AddVideoTrack(FourCharacterCode code, std::uint32_t width, std::uint32_t height,
@@ -42,6 +48,10 @@ class MovieWriter final : public ExportContainer {
   void WriteSample(const void* payload, std::size_t length, std::uint32_t flags,
                    std::uint32_t track) override;
   void Finish(double holdSeconds) override;
+
+  // Whether the movie that was finished has more than one description. Then it is worth being
+  // written again with headers in the samples, too.
+  bool HasChangingHeaders() const { return hasChangingHeaders_; }
 
  private:
   struct Track {
@@ -71,6 +81,8 @@ class MovieWriter final : public ExportContainer {
 
   OutputFile file_;
   std::optional<Track> track_;
+  const HeaderPlace headerPlace_;
+  bool hasChangingHeaders_ = false;
   bool failed_ = false;
 };
 

@@ -7,9 +7,9 @@
 namespace quicktime {
 
 std::unique_ptr<SampleFormat> ChooseSampleFormat(FourCharacterCode code, ByteView firstFrame,
-                                                 ByteView knownHeaders) {
+                                                 ByteView knownHeaders, bool keepsHeaders) {
   std::unique_ptr<SampleFormat> format;
-  if (code == kH264Video) format = H264Samples::From(firstFrame, knownHeaders);
+  if (code == kH264Video) format = H264Samples::From(firstFrame, knownHeaders, keepsHeaders);
   if (code == kMpeg4Video) format = Mpeg4Samples::From(firstFrame, knownHeaders);
   if (format == nullptr) format = std::make_unique<RawSamples>(code);
   return format;

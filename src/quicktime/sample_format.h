@@ -50,8 +50,9 @@ class SampleFormat {
 
 // Chooses by the code that the caller announced and by what its first frame holds, or else what is
 // known of its stream (stream_headers.h). Video without headers is stored as it comes under that
-// code: some players know what to make of it, and nothing of the recording is lost.
+// code: some players know what to make of it, and nothing of the recording is lost. keepsHeaders: what the
+// descriptions hold stays in the samples, too.
 std::unique_ptr<SampleFormat> ChooseSampleFormat(FourCharacterCode code, ByteView firstFrame,
-                                                 ByteView knownHeaders);
+                                                 ByteView knownHeaders, bool keepsHeaders);
 
 }  // namespace quicktime

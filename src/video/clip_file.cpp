@@ -38,13 +38,14 @@ void WriteFrames(quicktime::ExportContainer& movie, quicktime::FourCharacterCode
   movie.Finish(0.0);
 }
 
-bool WriteMovie(AttachmentFile& file, const VideoBuffer& contents, HostServiceEntry host) {
+bool WriteMovie(AttachmentFile& file, const VideoBuffer& contents, HostServiceEntry host,
+                quicktime::HeaderPlace headers = quicktime::HeaderPlace::Description) {
   const auto code = MovieCode(contents.Format().Standard);
   if (!code) {
     file.error = Refusal(contents.Format().Standard);
     return false;
   }
-  quicktime::MovieWriter movie;
+  quicktime::MovieWriter movie(headers);
   try {
     if (const int error = movie.Open(file.path); error != 0) {
       HostLog(kModuleId, host, LogLevel::Warning,
@@ -54,12 +55,13 @@ bool WriteMovie(AttachmentFile& file, const VideoBuffer& contents, HostServiceEn
       return false;
     }
     WriteFrames(movie, *code, contents);
-    return true;
   } catch (const std::exception&) {
     HostLog(kModuleId, host, LogLevel::Warning,
             "Failed to write video frames to QuickTime format file %s", file.path.c_str());
     return false;
   }
+  return !movie.HasChangingHeaders() || headers == quicktime::HeaderPlace::SamplesToo ||
+         WriteMovie(file, contents, host, quicktime::HeaderPlace::SamplesToo);
 }
 
 // Beside, and then renamed: a picture that fails leaves an earlier one of the same name alone.

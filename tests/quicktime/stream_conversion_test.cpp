@@ -135,11 +135,11 @@ TEST_F(StreamConversion, H264UnitsGoWhereTheyBelong) {
   for (const auto& row : tvx::test::Rows(R"(
       * D S0 P0 E I I F x Q / D s a T / * S0 P0 I | * E I I x / s a / * I | S0 P0
       * S0 P0 I / * S1 P7of1 I / S0 P0 S1 P7of1 P255 s | * I / * I / s          | S0 S1 P0 P7of1 P255
-      * S0 P0 I / * S0 P0new I / * S0 P0 P1 I          | * I / #2 * P0new I / #3 * S0 P0 P1 I | S0 P0 & S0 P0new & S0 P0 P1
-      * S0 P0 I / * H0 P0 I / s / * S0 P0 I            | * I / #2:1920x1084 * H0 P0 I / s / #1 * S0 P0 I | S0 P0 & H0 P0
-      * S0 P0 P1 I P0new / s / P1 S0 P0 / s            | * I P0new / #2 s / #1 P1 S0 P0 s | S0 P0 P1 & S0 P0new P1
-      * S0 P0 I / * t0 P0 I / * S0 big I / * S0 P0 I | * I / #2:16x16 * t0 P0 I / #1 * S0 big I / * S0 P0 I | S0 P0 & t0 P0
-      * P0 S0 I / * P0 H0 I                            | * I / #2:1920x1084 * H0 I | S0 P0 & H0 P0
+      * S0 P0 I / * S0 P0new I / * S0 P0 P1 I          | * I / #2 * I / #3 * I | S0 P0 & S0 P0new & S0 P0 P1
+      * S0 P0 I / * H0 P0 I / s / * S0 P0 I            | * I / #2:1920x1084 * I / s / #1 * I | S0 P0 & H0 P0
+      * S0 P0 P1 I P0new / s / P1 S0 P0 / s            | * I / #2 s / #1 s | S0 P0 P1 & S0 P0new P1
+      * S0 P0 I / * t0 P0 I / * S0 big I / * S0 P0 I | * I / #2:16x16 * I / #1 * big I / * S0 P0 I | S0 P0 & t0 P0
+      * P0 S0 I / * P0 H0 I                            | * I / #2:1920x1084 * I | S0 P0 & H0 P0
       * E I / * S0 P0 I                                | * E I / * I  | S0 P0   | P0 E S0 s P1
       * S0 / * P0 / * I                                | * I          | S0 P0   | S0 P0new
       * S0 P1 I                                        | * I          | S0 P1   | H0 P0

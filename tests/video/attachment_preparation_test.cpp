@@ -176,6 +176,12 @@ TEST_F(AttachmentPreparation, RemembersHeadersThatCameBeforeTheClip) {
       if (record.find(units.at(name)) != std::string::npos) held += name;
     }
     EXPECT_EQ(held, row[1]) << row[2];
+    // Where they change, the samples have them, too.
+    const std::string samples = held == "-" ? "" : movie.substr(movie.find("mdat"));
+    EXPECT_EQ((samples + units.at('S')).find(units.at('S')) < samples.size() ||
+                  (samples + units.at('s')).find(units.at('s')) < samples.size(),
+              movie.find("avcC") != movie.rfind("avcC"))
+        << row[2];
   }
 }
 

@@ -305,7 +305,10 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--command", type=pathlib.Path, required=True, help="the notifypi command")
     parser.add_argument("--work", type=pathlib.Path, required=True, help="folder for everything")
+    parser.add_argument("--only", default="", help="streams whose name has this in it")
     options = parser.parse_args()
+    for name in [it for it in STREAMS if options.only not in it]:
+        del STREAMS[name]
     options.command, options.work = options.command.resolve(), options.work.resolve()
     options.shared = options.work / "shared"
     for folder in (options.shared, options.work / "streams"):
