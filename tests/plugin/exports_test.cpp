@@ -30,15 +30,6 @@ Offsets Written(test::Export function, Request request, unsigned char* bytes = n
   return offsets;
 }
 
-WriteRequest Record(std::uint32_t kind, std::uint32_t addressee, const std::string& data) {
-  WriteRequest request{};
-  request.kind = static_cast<RecordKind>(kind);
-  request.addressee = addressee;
-  request.data = data.data();
-  request.length = static_cast<std::uint32_t>(data.size());
-  return request;
-}
-
 class ExportsTest : public testing::Test {
  protected:
   ~ExportsTest() override { EXPECT_EQ(host_.Problems(), std::vector<std::string>{}); }
@@ -47,16 +38,8 @@ class ExportsTest : public testing::Test {
   test::FakeHost host_;
 };
 
-TEST_F(ExportsTest, NothingIsSentToAHostThatHasUnloaded) {
-  host_.Answer(HostCommand::ChannelMessage, 1, 0);
-  const test::Exports call = test::LinkedExports();
-  Written(call.Load, LoadRequest{{}, 4711, &test::FakeHost::Entry});
-  Written(call.Unload, ReadRequest{});
-  TheProcessChannel().RunProgram({"./curl"});
-  EXPECT_TRUE(host_.Chunks().empty());
-}
-
 TEST_F(ExportsTest, WriteTheListedBytesAndNothingElse) {
+  host_.Answer(HostCommand::ChannelMessage, 1, 0);
   const test::Exports call = test::LinkedExports();
   unsigned char capabilities[96];
   Written(call.Load, LoadRequest{{}, 4711, &test::FakeHost::Entry}, capabilities);
@@ -76,31 +59,33 @@ TEST_F(ExportsTest, WriteTheListedBytesAndNothingElse) {
       request.code = static_cast<ControlCode>(code);
       EXPECT_EQ(Written(call.Ioctl, request), (Offsets{12})) << code;
     }
-    EXPECT_EQ(Written(call.Write, Record(2, 7, "x")), (Offsets{16}));
-    EXPECT_EQ(Written(call.Write, Record(32, kModuleId, "")), (Offsets{16}));
-    EXPECT_EQ(Written(call.Write, Record(1, 7, "x")), (Offsets{16, 20}));
+    for (const std::uint32_t kind : {1u, 2u, 32u}) {
+      EXPECT_EQ(Written(call.Write, test::PluginDriver::Record(kind, kind == 32 ? kModuleId : 7)),
+                kind == 1 ? (Offsets{16, 20}) : (Offsets{16}));
+    }
     EXPECT_EQ(Written(call.Close, ReadRequest{}), (Offsets{8}));
     EXPECT_EQ(Written(call.Open, ReadRequest{}), (Offsets{8, 12}));
     EXPECT_EQ(Written(call.Unload, ReadRequest{}), (Offsets{8}));
   }
+  TheProcessChannel().RunProgram({"./curl"});
+  EXPECT_TRUE(host_.Chunks().empty()) << "a host that has unloaded is sent nothing";
 }
 
 TEST_F(ExportsTest, WriteTellsFramesEventsAndTicksApart) {
   test::PluginDriver plugin(host_, test::LinkedExports());
-  const std::string unknown = test::EventDocument(test::EventEntry(9));
-  const auto isTakenAsEvent = [&](WriteRequest request) {
+  const auto isTakenAsEvent = [&](std::uint32_t kind, std::uint32_t addressee, int skip = 0) {
+    WriteRequest record = test::PluginDriver::Record(kind, addressee);
+    record.skip = static_cast<decltype(record.skip)>(skip);
     host_.ClearLog();
-    Written(plugin.Functions().Write, request);
+    plugin.WriteRecord(record, test::EventDocument(test::EventEntry(9)));
     return !host_.Log().empty();
   };
-  EXPECT_TRUE(isTakenAsEvent(Record(2, 0, unknown)));
-  EXPECT_TRUE(isTakenAsEvent(Record(32, 0, unknown)));  // a tick of somebody else's
-  EXPECT_FALSE(isTakenAsEvent(Record(32, kModuleId, unknown)));
-  EXPECT_FALSE(isTakenAsEvent(Record(2, kModuleId, unknown)));
-  EXPECT_FALSE(isTakenAsEvent(Record(1, 0, unknown)));  // a frame, refused
-  WriteRequest skipped = Record(2, 0, unknown);
-  skipped.skip = 1;
-  EXPECT_FALSE(isTakenAsEvent(skipped));
+  EXPECT_TRUE(isTakenAsEvent(2, 0));
+  EXPECT_TRUE(isTakenAsEvent(32, 0));  // a tick of somebody else's
+  EXPECT_FALSE(isTakenAsEvent(32, kModuleId));
+  EXPECT_FALSE(isTakenAsEvent(2, kModuleId));
+  EXPECT_FALSE(isTakenAsEvent(1, 0));  // a frame, refused
+  EXPECT_FALSE(isTakenAsEvent(2, 0, 1));
   // A frame is one even when it is addressed to the module.
   plugin.Update(
       test::SystemDocument(test::Devices(test::Camera(2, "Gate", 5, "ID='786432' Number='1'")) +

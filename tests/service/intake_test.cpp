@@ -24,10 +24,17 @@
 namespace tvx::test {
 namespace {
 
-std::string From(std::uint32_t id, int type = 2) {
-  return "<EventSource ID='" + std::to_string(id) + "' Type='" + std::to_string(type) + "'/>";
+// A source of an event: "g" and "y" are the cameras below, "u" is an unknown one, each with its type
+// where that is not 2; "i" an input, "G" the group of both cameras, "n" none.
+std::string From(const std::string& mark) {
+  if (mark == "n" || mark == "G") return mark == "G" ? "<SourceGroup ID='3'/>" : "";
+  const std::uint32_t camera = mark[0] == 'u' ? 0xF0000007 : Source(mark[0] == 'g' ? 2 : 3);
+  return "<EventSource ID='" + std::to_string(mark == "i" ? 769 : camera) + "' Type='" +
+         (mark == "i"       ? "3"
+          : mark.size() > 1 ? mark.substr(1)
+                            : "2") +
+         "'/>";
 }
-const char* const kGroup = "<SourceGroup ID='3'/>";
 
 // Two cameras, Source(2) "Gate" and Source(3) "Yard", which are also the source group 3.
 std::string TwoCameras() {
@@ -97,14 +104,14 @@ class IntakeTest : public testing::Test {
   // A full system document. True when it makes a save necessary.
   bool TakeSystem(const std::string& elements) {
     bool isSaveDue = false;
-    Run([&](ServiceState& state, IntakeOutcome& outcome) {
+    Run([&](auto& state, auto& outcome) {
       isSaveDue = ApplySystemDocument(ReadSystemDocument(*Parse(SystemDocument(elements)).Root()),
                                       state, outcome);
     });
     return isSaveDue;
   }
   std::string Send(const std::string& entries, const std::string& elements = "") {
-    return Run([&](ServiceState& state, IntakeOutcome& outcome) {
+    return Run([&](auto& state, auto& outcome) {
       ReceiveEvents(ReadEventDocument(*Parse(EventDocument(entries, elements)).Root()), state,
                     outcome);
     });
@@ -112,7 +119,7 @@ class IntakeTest : public testing::Test {
 
   std::string Tick(std::int64_t seconds) {
     wall_ += seconds;
-    return Run([&](ServiceState& state, IntakeOutcome& outcome) {
+    return Run([&](auto& state, auto& outcome) {
       state.parked.ReleaseDue(wall_);
       DispatchReady(state, outcome);
     });
@@ -121,7 +128,7 @@ class IntakeTest : public testing::Test {
   std::string Frame(std::uint32_t camera, std::uint32_t length = 1, bool isKey = true) {
     const void* const handle = host_.Lend(std::string(std::min(length, 4096u), 'x'));
     const IncomingFrame frame{Source(camera), isKey ? kKeyFrame : 0u, 0, handle, length};
-    const std::string profiles = Run([&](ServiceState& state, IntakeOutcome& outcome) {
+    const std::string profiles = Run([&](auto& state, auto& outcome) {
       isTaken_ = state.buffers.TakeFrame(frame, outcome.dropped);
       LimitWaitingVideo(state, outcome);
       if (isTaken_) DispatchReady(state, outcome);
@@ -142,8 +149,8 @@ class IntakeTest : public testing::Test {
   // Plays steps, and gives the profiles that each of them dispatches.
   //
   //   1+  2-  6t    an event document: profile and start, end or test message; several with commas.
-  //                 It is one of the gate camera, unless "y" for the yard camera, "g" for both as a
-  //                 group, "n" for no source or "i" for an input follows; "'" is a later time.
+  //                 It is one of the gate camera, unless another mark of a source follows;
+  //                 "'" is a later time.
   //   fg  fy        a frame of the gate's or yard's stream
   //   s5  m30000    time passes: seconds up to a tick of the host, milliseconds
   std::string Play(const std::string& steps) {
@@ -161,13 +168,11 @@ class IntakeTest : public testing::Test {
         std::string entries, entry;
         for (std::istringstream list(word); std::getline(list, entry, ',');) {
           const auto has = [&](char mark) { return entry.find(mark) != std::string::npos; };
+          const std::size_t mark = entry.find_first_of("yGni");
           entries += EventEntry(entry[0] - '0', !has('-'),
                                 std::string(has('\'') ? "Time='1500000009' " : "") +
                                     (has('t') ? "Message='Testing Profile'" : ""),
-                                has('n')   ? ""
-                                : has('g') ? kGroup
-                                : has('i') ? From(769, 3)
-                                           : From(Source(has('y') ? 3 : 2)));
+                                From(mark == std::string::npos ? "g" : entry.substr(mark, 1)));
         }
         ids = Send(entries);
       }
@@ -191,7 +196,7 @@ TEST_F(IntakeTest, DispatchesParksAndReleases) {
   }
   Play("3+ s99");
   EXPECT_EQ(state_->buffers.FindChannel(Source(2))->OpenClips(), 0u) << "though it sends no more";
-  Play("1+,3+g m1000 fg fy");  // is parked at the end
+  Play("1+,3+G m1000 fg fy");  // is parked at the end
 }
 
 TEST_F(IntakeTest, SkipsWhatIsNotItsOwnOrIncomplete) {
@@ -221,11 +226,7 @@ TEST_F(IntakeTest, DescribesTheEventInTheItemAndInTheLog) {
   for (const auto& row : Rows(Table(TABLES))) {
     std::string sources;
     std::istringstream words(row[1]);
-    for (std::string word; words >> word;) {
-      const int type = word.size() > 1 ? std::stoi(word.substr(1)) : 2;
-      const std::uint32_t camera = word[0] == 'u' ? 0xF0000007 : Source(word[0] == 'g' ? 2 : 3);
-      sources += word == "G" ? kGroup : word == "i" ? From(769, 3) : From(camera, type);
-    }
+    for (std::string word; words >> word;) sources += From(word);
     Send(EventEntry(11, row[0][0] == '1', row[0].substr(1), sources),
          "<Servers><Server " + row[2] + "/><Server Serial='other'/></Servers>");
     const TemplateFacts& f = last_->facts;
