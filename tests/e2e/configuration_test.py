@@ -8,8 +8,7 @@ import road
 from road import RoadTest, notify_document, profile, smtp_server
 
 LOADED = "Loaded configuration from disk successfully"
-NOT_LOADED = ("Either no configuration or an improper configuration was found, "
-              "continuing with empty configuration.")
+NOT_LOADED = "Either no configuration or an improper configuration was found, continuing with empty configuration."
 # What check finds of the reading; all else is about the use of what was read.
 NOT_TAKEN = """empty-address half-credentials missing-attribute missing-element no-text not-a-number number
     other-module profile-replaced profiles-replaced rejected-file repeated-element several-elements
@@ -31,15 +30,13 @@ class ConfigurationTest(RoadTest):
             timeline = self.run_host("wait 0.1")
             self.assertEqual(timeline.levels(NOT_LOADED), [road.WARNING])
             self.assertEqual([it["profiles"] for it in timeline.of_kind("config")], [[]])
-            self.assertEqual(exchanged, any(
-                it.startswith("Exception while clearing data subdirectory: ")
-                for it in timeline.log(road.INFORMATION)))
+            self.assertEqual(exchanged, any(it.startswith("Exception while clearing data subdirectory: ")
+                                            for it in timeline.log(road.INFORMATION)))
             self.assertTrue(self.file.is_file())
 
     def test_what_the_file_says_is_kept_as_check_says_and_the_same_ever_after(self):
         def check():
-            return json.loads(subprocess.run([road.COMMAND, "check", self.file, "--json"],
-                                             stdout=subprocess.PIPE).stdout)
+            return json.loads(subprocess.run([road.COMMAND, "check", self.file, "--json"], capture_output=True).stdout)
 
         own = self.top / "own.xml"
         own.write_bytes(notify_document(

@@ -15,10 +15,8 @@ SANITIZERS = os.environ.get("NOTIFYPI_SANITIZE", "")
 SUPPRESSIONS = pathlib.Path(__file__).with_name("helgrind.supp")
 
 # A camera of each kind: stream, as the host command names its codec, and the encoder for it.
-CAMERAS = (
-    (66049, "h264", "yuv420p", "libx264", "-preset", "ultrafast"),
-    (66305, "mpeg4", "yuv420p", "mpeg4"),
-    (66561, "jpeg", "yuvj420p", "mjpeg"))
+CAMERAS = ((66049, "h264", "yuv420p", "libx264", "-preset", "ultrafast"), (66305, "mpeg4", "yuv420p", "mpeg4"),
+           (66561, "jpeg", "yuvj420p", "mjpeg"))
 CLIPS = ("event", event_document(2, sources=[camera[0] for camera in CAMERAS]))
 
 
@@ -26,13 +24,11 @@ class InstrumentedTest(SpeedTest):
     def play(self, lives, wrapper):
         """Mails, clips, a link, changes, retries; at last the host stops while clips are open."""
         web = self.start("web_server.py", "--system", "A-1001", "7")
-        profiles = [profile(1), profile(2, "Clips", attach=1, MaxVideoSeconds=30,
-                                        subject="{event type} at {source}",
+        profiles = [profile(1), profile(2, "Clips", attach=1, MaxVideoSeconds=30, subject="{event type} at {source}",
                                         body='{weblink} {date format="%Y"}')]
 
         def configuration(server, delta):
-            return notify_document([server], profiles, delta=delta, MaxRetryQueue=2,
-                                   web=f"127.0.0.1:{web}")
+            return notify_document([server], profiles, delta=delta, MaxRetryQueue=2, web=f"127.0.0.1:{web}")
 
         down = road.smtp_server(self.closed_port(), login=("u", "p"))
         (self.folder / "notify.xml").write_bytes(configuration(self.port, 0))
@@ -44,9 +40,8 @@ class InstrumentedTest(SpeedTest):
         run = self.start_host(
             *cameras, "wait 20", *events(1), CLIPS, "wait delivered 2",
             ("update", configuration(down, 1)), ("update", b"<tDVR"), ("event", b"<a>" * 1000),
-            *events(1), "wait idle", ("update", configuration(self.port, 1)),
-            "mail-server down", *events(1, 1, 1), "wait idle", "mail-server up",
-            "wait delivered 4", CLIPS,
+            *events(1), "wait idle", ("update", configuration(self.port, 1)), "mail-server down", *events(1, 1, 1),
+            "wait idle", "mail-server up", "wait delivered 4", CLIPS,
             speed=20, options=["--pace", 0.1, "--repeat", lives], wrapper=wrapper)
         run.read_until(2 * lives, text="Profile Clips: ")
         timeline = run.finish(is_stopped=True)
@@ -55,8 +50,7 @@ class InstrumentedTest(SpeedTest):
         self.assertEqual(delivered[:5 * lives - 1], ([1, 2, 1, 1, 2] * lives)[:-1])
         self.assertEqual(timeline.statuses().count((1, FAILED)), 4 * lives)
         self.assertEqual([it["what"] for it in timeline.of_kind("retry") if it["what"] != "tried"],
-                         ["queued", "discarded", "queued", "queued", "queued", "discarded", "sent",
-                          "sent"] * lives)
+                         "queued discarded queued queued queued discarded sent sent".split() * lives)
         clips = [it.content for it in self.received() if b"/advanced.web?s=7;#" in it.content]
         self.assertEqual({it.count(b"Content-Disposition: ") for it in clips}, {3})
 
@@ -73,19 +67,17 @@ class InstrumentedTest(SpeedTest):
         beside.mkdir(parents=True)
         for path in symbols:
             (beside / path.name).symlink_to(path)
-        return ["valgrind", "--quiet", "--error-exitcode=99", "--keep-debuginfo=yes",
-                "--fair-sched=yes", f"--extra-debuginfo-path={folder}", *options,
-                (libraries / "ld-linux.so.2").resolve(), "--library-path", libraries]
+        return ["valgrind", "--quiet", "--error-exitcode=99", "--keep-debuginfo=yes", "--fair-sched=yes",
+                f"--extra-debuginfo-path={folder}", *options, (libraries / "ld-linux.so.2").resolve(),
+                "--library-path", libraries]
 
     @unittest.skipIf(SANITIZERS, "the sanitizers of the build watch the other test")
     def test_helgrind(self):
         """No data race, no misuse of locks, no locks taken in two orders."""
         # It finds as much in a third of the time, and tells less of a race's other side.
-        self.play(1, self.valgrind("--tool=helgrind", "--history-level=approx",
-                                   f"--suppressions={SUPPRESSIONS}"))
+        self.play(1, self.valgrind("--tool=helgrind", "--history-level=approx", f"--suppressions={SUPPRESSIONS}"))
 
     def test_memcheck(self):
         """No misuse of memory; neither memory nor a file that is not given back."""
-        self.play(2, [] if SANITIZERS else self.valgrind(
-            "--leak-check=full", "--show-leak-kinds=all", "--errors-for-leak-kinds=all",
-            "--track-fds=yes"))
+        self.play(2, [] if SANITIZERS else self.valgrind("--leak-check=full", "--show-leak-kinds=all",
+                                                         "--errors-for-leak-kinds=all", "--track-fds=yes"))

@@ -25,13 +25,11 @@ DEMO = pathlib.Path(__file__).parents[2] / "demo"  # whose servers take the mail
 PYTHON = ["/usr/bin/python3", "-B"]  # the one that has the distribution's modules
 
 RUN_LIMIT = 240  # seconds, far more than any run needs, so that a loaded machine does not fail tests
-
 EVENT_TIME = 1_500_000_000
-
 ATTEMPT = "Profile Description: {}. Notification attempt return code= {}"
 
 INFORMATION, WARNING, ERROR = 25, 50, 75
-DELIVERED, FAILED, UNKNOWN = 0, 1, -1
+DELIVERED, FAILED = 0, 1
 
 
 def to_bytes(text):
@@ -50,9 +48,8 @@ def element(name, attributes=None, content=""):
 
 def smtp_server(port, description="Mail server", address="127.0.0.1", tls=0, login=None):
     """A server of the configuration. tls: 0 none, 1 from the first byte, 2 STARTTLS."""
-    words = {"description": description, "address": address, "port": port, "UseSSL": tls}
-    return element("smtp", words, element(
-        "Authentication", {"username": login[0], "password": login[1]}) if login else "")
+    return element("smtp", {"description": description, "address": address, "port": port, "UseSSL": tls},
+                   element("Authentication", dict(zip(("username", "password"), login))) if login else "")
 
 
 def profile(number=1, description="Gate", sender="nvr@example.com", to=("guard@example.com",),
@@ -60,20 +57,16 @@ def profile(number=1, description="Gate", sender="nvr@example.com", to=("guard@e
     words = {"ID": number, "attach": 0, "description": description, "ThrottleSeconds": 0,
              "from": sender, "subject": "Alarm", "MaxVideoSeconds": 0, "EventEdge": 0, **attributes}
     return element("smtp", words, "".join(
-        element(kind, None, escape(address))
-        for kind, addresses in (("to", to), ("cc", cc), ("bcc", bcc)) for address in addresses
-    ) + element("body", None, escape(body)))
+        element(kind, None, escape(text))
+        for kind, texts in (("to", to), ("cc", cc), ("bcc", bcc), ("body", [body])) for text in texts))
 
 
-def notify_document(servers, profiles, delta=0, module=786432, web="", delivery=None,
-                    **settings):
-    """notify.xml (delta 0), or a change of it (delta 1). Servers are elements, or ports of plain
-    servers."""
+def notify_document(servers, profiles, delta=0, web="", delivery=None, **settings):
+    """notify.xml (delta 0), or a change of it (delta 1). Servers are elements, or ports of plain servers."""
     servers = [smtp_server(it) if isinstance(it, int) else it for it in servers]
-    content = (element("Web", {"address": web}) +
-               (element("Delivery", delivery) if delivery else "") + element("Servers", None, "".join(servers)) +
-               element("Profiles", {"autoincrement": 1}, "".join(profiles)))
-    notify = element("Notify", {"ID": module, **settings}, content)
+    notify = element("Notify", {"ID": 786432, **settings}, "".join([
+        element("Web", {"address": web}), element("Delivery", delivery) if delivery else "",
+        element("Servers", None, "".join(servers)), element("Profiles", {"autoincrement": 1}, "".join(profiles))]))
     return to_bytes("<?xml ?>\n" + element("tDVR", {"Delta": delta}, notify) + "\n")
 
 
@@ -116,8 +109,7 @@ class HostRun:
     def __init__(self, test, *arguments):
         self._errors = test.new_path("errors")
         with self._errors.open("wb") as file:
-            self._process = subprocess.Popen(arguments, stdin=subprocess.DEVNULL,
-                                             stdout=subprocess.PIPE, stderr=file)
+            self._process = subprocess.Popen(arguments, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=file)
         test.addCleanup(self._process.communicate)
         test.addCleanup(self._process.kill)
         self.happenings = []
@@ -186,9 +178,8 @@ class RoadTest(unittest.TestCase):
     def start_server(self, *options):
         """A mail server: its port, and received()."""
         mailbox = self.new_path("mailbox")
-        return types.SimpleNamespace(
-            port=self.start("smtp_server.py", "--mailbox", mailbox, *options),
-            received=lambda: mails_in(mailbox))
+        return types.SimpleNamespace(port=self.start("smtp_server.py", "--mailbox", mailbox, *options),
+                                     received=lambda: mails_in(mailbox))
 
     def closed_port(self):
         """A port that refuses until the test ends, or until a server is told to take it."""
@@ -219,8 +210,7 @@ class RoadTest(unittest.TestCase):
                     step = f"{step[0]} {path.name}"
                 file.write(step + "\n")
         return HostRun(self, *wrapper, COMMAND, "host", "--plugin", plugin, "--directory", self.folder,
-                       "--in-place", "--json", "--timeout", str(RUN_LIMIT), "--script", scenario,
-                       *map(str, options))
+                       "--in-place", "--json", "--timeout", str(RUN_LIMIT), "--script", scenario, *map(str, options))
 
     def run_host(self, *steps, **options):
         return self.start_host(*steps, **options).finish()

@@ -4,9 +4,8 @@ import socket
 import road
 from road import DELIVERED, FAILED, RoadTest, events, profile, smtp_server
 
-WILL_NOT_BE_RETRIED = (
-    "Failed to send notification using profile Gate.  This message will NOT be retried due to "
-    "failure return codes 67 or 26 or due to failures to prepare or initiate email operation")
+WILL_NOT_BE_RETRIED = ("Failed to send notification using profile Gate.  This message will NOT be retried due to "
+                       "failure return codes 67 or 26 or due to failures to prepare or initiate email operation")
 WILL_BE_RETRIED = "Failed to send notification using profile Gate.  This message will be retried"
 
 # What would end a word of curl's configuration, or begin an option there.
@@ -33,20 +32,16 @@ class TransferTest(RoadTest):
         self.assertEqual(timeline.statuses(), [(1, FAILED)])
         self.assertEqual(len(self.spool()), is_retried)
 
-    def test_tls_from_the_first_byte_or_by_starttls(self):
-        for tls, kind in enumerate(("smtps", "starttls"), 1):
-            server = self.start_server("--tls", kind, "--auth", "nvr:secret")
-            timeline = self.send(smtp_server(server.port, tls=tls, login=("nvr", "secret")))
-            self.assert_delivered(timeline, server, True, "nvr")
-
-    def test_login_is_used_as_it_is_and_never_on_the_command_line(self):
-        server = self.start_server("--auth", ":".join(LOGIN))
-        self.configure([smtp_server(server.port, login=LOGIN)])
-        # Twice: what the first run wrote to notify.xml is what the second one reads.
-        for count in (1, 2):
-            timeline = self.run_host(*events(1))
-            self.assert_delivered(timeline, server, False, LOGIN[0], count)
-            self.assertNotIn("touch", str(timeline.happenings))
+    def test_tls_and_a_login_as_it_is_and_never_on_the_command_line(self):
+        for tls, (options, login) in enumerate((
+                ([], LOGIN), (["--tls", "smtps"], ("nvr", "secret")), (["--tls", "starttls"], ("nvr", "secret")))):
+            server = self.start_server(*options, "--auth", ":".join(login))
+            self.configure([smtp_server(server.port, tls=tls, login=login)])
+            # Twice: what the first run wrote to notify.xml is what the second one reads.
+            for count in (1, 2):
+                timeline = self.run_host(*events(1))
+                self.assert_delivered(timeline, server, tls > 0, login[0], count)
+                self.assertNotRegex(str(timeline.happenings), "touch|secret")
         self.assertEqual([*self.folder.glob("*inj*")], [])
 
     def test_servers_are_tried_in_order_until_one_takes_the_mail(self):
@@ -59,8 +54,7 @@ class TransferTest(RoadTest):
         self.assert_delivered(timeline, last, False)
         # No mail in the clear where TLS is asked for.
         no_tls = [smtp_server(unused.port, tls=it) for it in (2, 1)]
-        for servers, values in (([login, *refusing], [67, 55, 8]), ([down, login], [7, 67]),
-                                ([login, login], [67, 67]), (no_tls, [64, 35])):
+        for servers, values in (([login, *refusing], [67, 55, 8]), ([login, login], [67, 67]), (no_tls, [64, 35])):
             with self.subTest(values):
                 timeline = self.send(*servers)
                 self.assertEqual(self.attempts(timeline), values)
@@ -73,11 +67,10 @@ class TransferTest(RoadTest):
             [published] = self.run_host("wait 0.05").of_kind("config")
             self.assertEqual(published["smtps"], has_smtps)
         (self.folder / "curl").unlink()
-        timeline = self.send(smtp_server(1, "First"), smtp_server(1, "Second"))
+        timeline = self.send(smtp_server(1, "First"))
         self.assertFalse(timeline.of_kind("config")[0]["smtps"])
         self.assertEqual(timeline.log(road.ERROR), [
-            *[f"Failed to execute curl smtp operation using server {it}. "
-              "(Profile Description: Gate)" for it in ("First", "Second")], WILL_NOT_BE_RETRIED])
+            "Failed to execute curl smtp operation using server First. (Profile Description: Gate)", WILL_NOT_BE_RETRIED])
         self.assert_failed(timeline, False)
 
     def test_host_stops_while_a_transfer_hangs(self):
