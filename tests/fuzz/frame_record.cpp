@@ -53,10 +53,10 @@ void Control(std::string_view& input, PluginRun& run) {
 
 void ReportEvent(std::string_view& input, PluginRun& run) {
   const std::size_t facts = TakeByte(input);
-  run.Plugin().Event(EventDocument(EventEntry(facts & 1 ? 2 : 1, (facts & 2) == 0, "",
-                                              "<EventSource Type='2' ID='" +
-                                                  std::to_string(kStreams[(facts >> 2) % 3]) +
-                                                  "'/><EventSource Type='2' ID='66049'/>")));
+  const std::string sources = "<EventSource Type='2' ID='" +
+                              std::to_string(kStreams[(facts >> 2) % 3]) +
+                              "'/><EventSource Type='2' ID='66049'/>";
+  run.Plugin().Event(EventDocument(EventEntry(facts & 1 ? 2 : 1, (facts & 2) == 0, "", sources)));
 }
 
 void Step(std::string_view& input, PluginRun& run) {

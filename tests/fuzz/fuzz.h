@@ -24,19 +24,16 @@ namespace tvx::test {
 #define FUZZ_DECLARE(name, function) void function(std::string_view input);
 FUZZ_TARGETS(FUZZ_DECLARE)
 
-// What stands before the first line feed; the rest is left behind it. An input without one is all
-// line.
-inline std::string_view TakeLine(std::string_view& input) {
-  const std::size_t end = input.find('\n');
-  const std::string_view line = input.substr(0, end);
-  input.remove_prefix(end == std::string_view::npos ? input.size() : end + 1);
-  return line;
-}
-
 inline std::string_view TakeBytes(std::string_view& input, std::size_t count) {
   const std::string_view bytes = input.substr(0, count);
   input.remove_prefix(bytes.size());
   return bytes;
+}
+// What stands before the first line feed, or all; the rest is left behind it.
+inline std::string_view TakeLine(std::string_view& input) {
+  const std::string_view line = TakeBytes(input, input.find('\n'));
+  TakeBytes(input, 1);
+  return line;
 }
 
 // What is missing at the end of the input is 0.

@@ -1,8 +1,9 @@
 // Movies of foreign frames, read as a strict player reads them: a movie must come out whole, or not
 // at all with an exception.
 //
-// Input: width and height (two bytes each), duration (two bytes, in sixteenths of a second and
-// maybe negative; of an odd width the headers are known beforehand), then the frames; "%%K" stands in front of a key frame, "%%P" of any other.
+// Input: width and height (two bytes each; of an odd width the headers are known beforehand),
+// duration (two bytes, in sixteenths of a second and maybe negative), then the frames; "%%K" stands
+// in front of a key frame, "%%P" of any other.
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -64,8 +65,8 @@ void RunMovie(FourCharacterCode code, std::string_view input) {
   }
   for (const std::string& rule : movie.brokenRules) Require(false, rule.c_str());
   Require(movie.samples.size() <= frames.size(), "no more samples than frames");
-  Require(width == 0 || height == 0 || (movie.width == width && movie.height == height),
-          "the size is as announced");
+  const std::string size = std::to_string(width) + "x" + std::to_string(height);
+  Require(width == 0 || height == 0 || movie.sizes.at(0) == size, "the size is as announced");
   Require(seconds <= 0 || std::abs(movie.movieDuration - seconds * 1000) <= 0.5,
           "the duration is as announced, to a millisecond");
 }

@@ -99,27 +99,25 @@ class PluginRun {
 
  private:
   // Before the folder is made.
-  struct Process {
-    Process() {
-      tick = 0xFFFFE000;  // wraps soon
-      wall = 1'500'000'000;
-      ::setenv("TMPDIR", "/dev/shm", 1);
-      // Grown already or not: the limit is asked at the next page. The fuzzer's own part is in it.
-      rlimit limit{};
-      ::getrlimit(RLIMIT_STACK, &limit);
-      limit.rlim_cur = 256 << 10;
-      Require(::setrlimit(RLIMIT_STACK, &limit) == 0, "the stack can be limited");
-      SetTickClock([] { return tick; });
-      SetWallClock([] { return wall; });
-      // As it is after the first run, so that the first is like all others.
-      PlainResult result{};
-      ::Close(&result, &result);
-    }
-  };
+  static bool Prepare() {
+    tick = 0xFFFFE000;  // wraps soon
+    wall = 1'500'000'000;
+    ::setenv("TMPDIR", "/dev/shm", 1);
+    // Grown already or not: the limit is asked at the next page. The fuzzer's own part is in it.
+    rlimit limit{};
+    ::getrlimit(RLIMIT_STACK, &limit);
+    limit.rlim_cur = 256 << 10;
+    Require(::setrlimit(RLIMIT_STACK, &limit) == 0, "the stack can be limited");
+    SetTickClock([] { return tick; });
+    SetWallClock([] { return wall; });
+    // As it is after the first run, so that the first is like all others.
+    PlainResult result{};
+    return ::Close(&result, &result) == 0;
+  }
 
   static inline std::uint32_t tick = 0;
   static inline std::int64_t wall = 0;
-  const Process process_;
+  const bool isPrepared_ = Prepare();
   const TemporaryFolder folder_;
   FakeHost host_;
   PluginDriver plugin_;

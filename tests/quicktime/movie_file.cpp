@@ -84,8 +84,6 @@ MovieFile ReadMovie(const std::string& path) {
   }
   movie.movieDuration = U32(atoms["moov/mvhd"], 16);
   movie.format = stsd.substr(std::min<std::size_t>(12, stsd.size()), 4);
-  movie.width = U32(stsd, 40) >> 16;
-  movie.height = U32(stsd, 40) & 0xFFFF;
   movie.shownWidth = std::to_string(U32(tkhd, 76) >> 16);
   auto& sync = movie.syncSamples;
   for (std::size_t at = 8; at < stss.size(); at += 4) sync.push_back(U32(stss, at));
@@ -121,9 +119,10 @@ MovieFile ReadMovie(const std::string& path) {
                                  (ctts.empty() ? "" : "ctts ") +
                                  "stsc stsz stco stbl minf mdia trak moov free wide mdat "},
       {"sample entries", U32(stsd, 4) == movie.sizes.size() && stsd.size() > kEntryFields},
-      {"size of the track", atoms.count("1/pasp") != 0 ? U32(tkhd, 76) != 0 && U32(tkhd, 80) != 0
-                                                       : U32(tkhd, 76) == movie.width << 16 &&
-                                                             U32(tkhd, 80) == movie.height << 16},
+      {"size of the track", atoms.count("1/pasp") != 0
+                                ? U32(tkhd, 76) != 0 && U32(tkhd, 80) != 0
+                                : U32(tkhd, 76) == (U32(stsd, 40) & 0xFFFF0000U) &&
+                                      U32(tkhd, 80) == U32(stsd, 40) << 16},
       {"lengths of tables", stsz.size() == 12 + 4 * count && stco.size() == 8 + 4 * U32(stco, 4) &&
                                 stsc.size() == 8 + 12 * U32(stsc, 4) && stts.size() == 16},
       {"times of the samples", U32(stts, 8) == count && duration > 0 &&

@@ -22,7 +22,6 @@ void WriteMovie(const std::string& path, FourCharacterCode code, unsigned width,
 
 struct MovieFile {
   std::map<std::string, std::string> atoms;  // contents by path, such as "moov/trak/tkhd"
-  std::uint32_t width = 0, height = 0;       // of the first sample entry, in pixels
   std::vector<std::string> sizes;            // of each: "16x9"
   std::string shownWidth;                    // of the track
   std::uint32_t movieDuration = 0;           // milliseconds

@@ -57,23 +57,22 @@ TEST_F(MovieHeaderTest, HasTheseBytes) {
 TEST_F(MovieHeaderTest, TimingGivesTheWholeTheDurationAndEverySampleSome) {
   // Seconds and samples; durations of movie, sample and media, and the media's scale between them.
   for (const auto& row : tvx::test::Rows(R"(
-      5.123 | 149 | 5123 149000 5123 763327
-      0.001 | 5000 | 1 5000000 1 5000
-      1.2346 | 1 | 1235 200 247 247
-      1.2344 | 1 | 1234 500 617 617
-      0.0002 | 3 | 1 3000 1 3
-      86399.9 | 2000000 | 86399900 24838 1073 2146000000
-      1999.999 | 1074 | 1999999 1073742 1999519 2147483406
-      inf | 3 | 2147483647 1000 715827882 2147483646
-      -3 | 25 | 1000 25 1 25
-      nan | 25 | 1000 25 1 25
-      0 | 2000000 | 80000000 25 1 2000000)")) {
+      5.123 | 149 | 5123, 149000, 5123, 763327
+      0.001 | 5000 | 1, 5000000, 1, 5000
+      1.2346 | 1 | 1235, 200, 247, 247
+      1.2344 | 1 | 1234, 500, 617, 617
+      0.0002 | 3 | 1, 3000, 1, 3
+      86399.9 | 2000000 | 86399900, 24838, 1073, 2146000000
+      1999.999 | 1074 | 1999999, 1073742, 1999519, 2147483406
+      inf | 3 | 2147483647, 1000, 715827882, 2147483646
+      -3 | 25 | 1000, 25, 1, 25
+      nan | 25 | 1000, 25, 1, 25
+      0 | 2000000 | 80000000, 25, 1, 2000000)")) {
     const auto samples = static_cast<std::uint32_t>(std::stoul(row[1]));
     const TrackTiming timing = UniformTiming(std::stod(row[0]), samples);
-    std::ostringstream times;
-    times << timing.movieDuration << " " << timing.mediaTimeScale << " " << timing.sampleDuration
-          << " " << timing.mediaDuration;
-    EXPECT_EQ(times.str(), row[2]) << row[0];
+    const std::uint64_t times[] = {timing.movieDuration, timing.mediaTimeScale,
+                                   timing.sampleDuration, timing.mediaDuration};
+    EXPECT_EQ(testing::PrintToString(times), "{ " + row[2] + " }") << row[0];
   }
 }
 
