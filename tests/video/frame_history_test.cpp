@@ -107,19 +107,17 @@ TEST_F(FrameHistory, BooksBalanceThroughAnySequence) {
   for (int step = 0; step < 20000; ++step) {
     const std::int32_t stream = below(3) == 0 ? kJpegStream : kH264Stream;
     const std::string clip = std::to_string(below(static_cast<unsigned>(cuts.size() + 1)) + 1);
+    const std::string size = std::to_string(1 + below(below(20) == 0 ? 9000 : 600));
     const std::string frame = (stream == kJpegStream || below(8) == 0 ? "K" : "d") +
-                              std::to_string(now + below(300)) + ":" +
-                              std::to_string(1 + below(below(20) == 0 ? 9000 : 600));
+                              std::to_string(now + below(300)) + ":" + size;
     const bool isCut = std::stoul(clip) <= cuts.size();
     const std::string cut =
         set->FindChannel(stream) != nullptr ? "C" + text(8) + "," + text(8) : "";
-    const std::string steps[] = {cut,
-                                 "L" + text(15'000),
-                                 documents[below(4)],
-                                 "B",
-                                 isCut ? "F" + clip : "",
-                                 isCut ? "A" + clip + " E" + clip : "",
-                                 below(10) == 0 ? "W" + text(50'000) + ":0" : ""};
+    const std::string finish = isCut ? "F" + clip : "",
+                      hand = isCut ? "A" + clip + " E" + clip : "";
+    const std::string wait = below(10) == 0 ? "W" + text(50'000) + ":0" : "";
+    const std::string steps[] = {
+        cut, "B", finish, hand, wait, documents[below(4)], "L" + text(15'000)};
     const unsigned choice = below(40);
     taken += Feed(choice < 8 ? steps[choice % 7] : frame, stream);
     for (const std::int32_t id : {kH264Stream, kJpegStream}) {

@@ -109,10 +109,9 @@ class VideoTest : public ::testing::Test {
   }
 
   // Takes steps, apart by blanks; their answers behind one another:
-  //   K0 d40 K80:500     a frame, key or dependent, its tick from the start, its bytes unless they
-  //                      are 100: 1 when it was taken, else 0. It has two bytes of the host's own,
-  //                      "picture" with the tick's last figure, and zeros; more than 10,000 bytes
-  //                      are only said to be there
+  //   K0 d40 K80:500     a frame, key or dependent, its tick, its bytes unless they are 100 (two of
+  //                      the host's own, "picture" with the tick's last figure, zeros; more than
+  //                      10,000 are only said to be there): 1 when it was taken, else 0
   //   L900 T40           the byte limit; the tick
   //   P1_641x480_5 P     the stream shows another input or format, or is no longer known
   //   C10,60 F2 A2 E2 D  cuts a clip; finishes the second one, or the last; hands it over; forgets
