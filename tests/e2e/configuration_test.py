@@ -10,9 +10,9 @@ from road import RoadTest, notify_document, profile, smtp_server
 LOADED = "Loaded configuration from disk successfully"
 NOT_LOADED = "Either no configuration or an improper configuration was found, continuing with empty configuration."
 # What check finds of the reading; all else is about the use of what was read.
-NOT_TAKEN = """empty-address half-credentials missing-attribute missing-element no-text not-a-number number
-    other-module profile-replaced profiles-replaced rejected-file repeated-element several-elements
-    stray-text unknown-attribute unknown-element""".split()
+NOT_TAKEN = """empty-address half-credentials missing-attribute missing-element no-text not-a-number number other-module
+    profile-replaced profiles-replaced rejected-file repeated-element several-elements stray-text unknown-attribute
+    unknown-element""".split()
 FILES = sorted((pathlib.Path(__file__).parents[1] / "tools" / "configurations").glob("*.xml"))
 
 
@@ -39,11 +39,9 @@ class ConfigurationTest(RoadTest):
             return json.loads(subprocess.run([road.COMMAND, "check", self.file, "--json"], capture_output=True).stdout)
 
         own = self.top / "own.xml"
-        own.write_bytes(notify_document(
-            [smtp_server(25, 'A & "B"', tls=2, login=("u", "p&#x41;<>'\"")), 465],
-            [profile(7, "First\nline", cc=["c@d.e"], bcc=["f@g.h"], ThrottleSeconds=60, EventEdge=2,
-                     subject=" {date} ", body="  two\r\n\r\n\tlines \udcfc\r\n"),
-             profile(2, body="")]))
+        own.write_bytes(notify_document([smtp_server(25, 'A & "B"', tls=2, login=("u", "p&#x41;<>'\"")), 465], [
+            profile(7, "First\nline", cc=["c@d.e"], bcc=["f@g.h"], ThrottleSeconds=60, EventEdge=2, subject=" {date} ",
+                    body="  two\r\n\r\n\tlines \udcfc\r\n"), profile(2, body="")]))
         for path in (own, *FILES):
             with self.subTest(path.name):
                 shutil.copy(path, self.file)

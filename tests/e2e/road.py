@@ -52,10 +52,10 @@ def smtp_server(port, description="Mail server", address="127.0.0.1", tls=0, log
                    element("Authentication", dict(zip(("username", "password"), login))) if login else "")
 
 
-def profile(number=1, description="Gate", sender="nvr@example.com", to=("guard@example.com",),
-            cc=(), bcc=(), body="Look.\r\n", **attributes):
-    words = {"ID": number, "attach": 0, "description": description, "ThrottleSeconds": 0,
-             "from": sender, "subject": "Alarm", "MaxVideoSeconds": 0, "EventEdge": 0, **attributes}
+def profile(number=1, description="Gate", sender="nvr@example.com", to=("guard@example.com",), cc=(), bcc=(),
+            body="Look.\r\n", **attributes):
+    words = {"ID": number, "attach": 0, "description": description, "ThrottleSeconds": 0, "from": sender,
+             "subject": "Alarm", "MaxVideoSeconds": 0, "EventEdge": 0, **attributes}
     return element("smtp", words, "".join(
         element(kind, None, escape(text))
         for kind, texts in (("to", to), ("cc", cc), ("bcc", bcc), ("body", [body])) for text in texts))
@@ -75,8 +75,7 @@ def event_document(number=1, event_type=2, sources=(66049,), system="Main buildi
     entry = element("Profile", {**words, **attributes}, "".join(
         element("EventSource", {"ID": source, "Type": event_type}) for source in sources))
     server = element("Server", {"Serial": "A-1001", "Description": system})
-    return to_bytes(element("tDVR", None, element("Servers", None, server) + element(
-        "Notify", {"ID": 786432}, element("Profiles", None, entry))))
+    return to_bytes(f'<tDVR><Servers>{server}</Servers><Notify ID="786432"><Profiles>{entry}</Profiles></Notify></tDVR>')
 
 
 def events(*numbers):
@@ -86,9 +85,8 @@ def events(*numbers):
 
 def make_video(path, *encoder, pixels="yuv420p", rate=5):
     """Five minutes of a test picture, small and quickly fed, with a key frame each second."""
-    subprocess.run(["ffmpeg", "-v", "error", "-f", "lavfi", "-i",
-                    f"testsrc2=size=160x120:rate={rate}:duration=300", "-g", str(rate), "-c:v",
-                    *encoder, "-pix_fmt", pixels, path], check=True)
+    subprocess.run(["ffmpeg", "-v", "error", "-f", "lavfi", "-i", f"testsrc2=size=160x120:rate={rate}:duration=300",
+                    "-g", str(rate), "-c:v", *encoder, "-pix_fmt", pixels, path], check=True)
     return path
 
 
@@ -97,10 +95,6 @@ def mails_in(mailbox):
     return [types.SimpleNamespace(content=path.with_suffix(".eml").read_bytes(),
                                   **json.loads(path.read_text(encoding="utf-8")))
             for path in sorted(mailbox.glob("*.json"))]
-
-
-def subjects(mails):
-    return [mail.content.split(b"\nSubject: ")[1].split(b"\r\n")[0].decode() for mail in mails]
 
 
 class HostRun:
@@ -157,8 +151,8 @@ class RoadTest(unittest.TestCase):
     maxDiff = 4000
 
     def setUp(self):
-        self.top = pathlib.Path(self.enterContext(
-            tempfile.TemporaryDirectory(prefix="notifypi-", ignore_cleanup_errors=True)))
+        top = tempfile.TemporaryDirectory(prefix="notifypi-", ignore_cleanup_errors=True)
+        self.top = pathlib.Path(self.enterContext(top))
         self.folder = self.top / "host"  # as a host has it: ./curl, notify.xml, data
         self.folder.mkdir()
         (self.folder / "curl").symlink_to(CURL)
@@ -189,14 +183,13 @@ class RoadTest(unittest.TestCase):
         return taken.getsockname()[1]
 
     def configure(self, servers, *profiles, **settings):
-        (self.folder / "notify.xml").write_bytes(
-            notify_document(servers, profiles or [profile()], **settings))
+        (self.folder / "notify.xml").write_bytes(notify_document(servers, profiles or [profile()], **settings))
 
-    def replace_curl(self, script, version=f"{CURL} -V"):
+    def replace_curl(self, script):
         """./curl becomes a shell script; asked for its version, it answers as the real one does."""
         path = self.folder / "curl"
         path.unlink()
-        path.write_text(f'#!/bin/sh\n[ "$1" = -V ] && exec {version}\n{script}\n')
+        path.write_text(f'#!/bin/sh\n[ "$1" = -V ] && exec {CURL} -V\n{script}\n')
         path.chmod(0o755)
 
     def start_host(self, *steps, options=(), wrapper=(), plugin=PLUGIN):
@@ -221,8 +214,7 @@ class RoadTest(unittest.TestCase):
 
 
 class SpeedTest(RoadTest):
-    """The plug-in's time passes many times faster than the world's; the host has a mail server on
-    self.port, which the steps may take away."""
+    """Time passes many times faster for the plug-in; its mail server, on self.port, may be taken away by steps."""
 
     def setUp(self):
         super().setUp()
@@ -230,9 +222,8 @@ class SpeedTest(RoadTest):
 
     def start_host(self, *steps, speed=300, options=(), **others):
         server = [*PYTHON, DEMO / "smtp_server.py", "--port", self.port, "--mailbox", self.mailbox]
-        return super().start_host(*steps, plugin=SPEED_PLUGIN, options=[
-            "--speed", speed, "--mail-server", "exec " + shlex.join(map(str, server)), *options],
-            **others)
+        return super().start_host(*steps, plugin=SPEED_PLUGIN, **others, options=[
+            "--speed", speed, "--mail-server", "exec " + shlex.join(map(str, server)), *options])
 
     def received(self):
         return mails_in(self.mailbox)
@@ -241,5 +232,4 @@ class SpeedTest(RoadTest):
 if __name__ == "__main__":
     outcome = unittest.main(module=None, exit=False, verbosity=2).result
     # For ctest, all skipped is neither good nor bad.
-    all_skipped = outcome.testsRun == len(outcome.skipped) > 0
-    sys.exit(1 if not outcome.wasSuccessful() else 77 if all_skipped else 0)
+    sys.exit(1 if not outcome.wasSuccessful() else 77 if outcome.testsRun == len(outcome.skipped) > 0 else 0)

@@ -62,10 +62,7 @@ class TransferTest(RoadTest):
         self.assertEqual(unused.received(), [])
 
     def test_tls_is_offered_only_with_a_curl_that_has_it(self):
-        for version, has_smtps in ((f"{road.CURL} -V", True), ("echo Protocols: smtp", False)):
-            self.replace_curl("exit 7", version)
-            [published] = self.run_host("wait 0.05").of_kind("config")
-            self.assertEqual(published["smtps"], has_smtps)
+        self.assertTrue(self.run_host("wait 0.05").of_kind("config")[0]["smtps"])
         (self.folder / "curl").unlink()
         timeline = self.send(smtp_server(1, "First"))
         self.assertFalse(timeline.of_kind("config")[0]["smtps"])
