@@ -161,7 +161,7 @@ TEST_F(AttachmentPreparation, RemembersHeadersThatCameBeforeTheClip) {
       if (frame == "F") SelectStreams("3e9/1 320x240 5");
       if (frame.size() == 1) continue;
       std::string bytes;
-      for (const char unit : frame.substr(1)) bytes += "\0\0\0\1"s + units.at(unit);
+      for (const char unit : frame.substr(1)) bytes += std::string("\0\0\0\1", 4) + units.at(unit);
       bytes.resize(std::max<std::size_t>(bytes.size(), frame == "dspI" ? 600 : 0), 'x');
       Deliver({kH264Stream, frame[0] == 'K' ? kKeyFrame : kDependent, 0, host.Lend(bytes),
                static_cast<std::uint32_t>(bytes.size())});
@@ -169,9 +169,9 @@ TEST_F(AttachmentPreparation, RemembersHeadersThatCameBeforeTheClip) {
     if (clip == nullptr) clip = Cut(0, 60);
     clip->Finish(bin);
     Prepare({{"Gate", clip}});
-    const std::string movie = ReadFile("data/Gate.mov") + "avcC";
-    const std::string record = movie.substr(movie.find("avcC"), 40);
-    std::string held = record.size() < 5 ? "-" : "";
+    const std::string movie = ReadFile("data/Gate.mov");
+    const std::string record = movie.substr(std::min(movie.find("avcC"), movie.size()), 40);
+    std::string held = record.empty() ? "-" : "";
     for (const char name : {'S', 's', 'P', 'p'}) {
       if (record.find(units.at(name)) != std::string::npos) held += name;
     }
