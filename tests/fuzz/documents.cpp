@@ -34,9 +34,9 @@ void FuzzSystemDocument(std::string_view input) {
   run.UpdateProfiles();
   run.Plugin().Update(input);
   run.SomeFrames();
-  const std::string sources =
-      "<EventSource ID='66049' Type='2'/><EventSource ID='66305' Type='2'/>"
-      "<EventSource ID='66561' Type='2'/>";
+  std::string sources;
+  for (const auto id : kStreams)
+    sources += "<EventSource Type='2' ID='" + std::to_string(id) + "'/>";
   run.Plugin().Event(EventDocument(EventEntry(1, true, "", sources) +
                                    EventEntry(1, false, "", "<SourceGroup ID='3'/>")));
   run.SomeFrames();

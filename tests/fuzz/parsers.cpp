@@ -35,10 +35,7 @@ void FuzzDateTemplate(std::string_view input) {
   std::string body(input);
   ContainsPlaceholder(body);
   int asked = 0;
-  const auto webLink = [&asked] {
-    ++asked;
-    return std::string("http://{time format=\"%Y\"}/");
-  };
+  const auto webLink = [&asked] { return ++asked, std::string("http://{time format=\"%Y\"}/"); };
   ExpandTemplates(facts, webLink, subject, body);
   Require(asked <= 1, "the web server is asked at most once");
 }

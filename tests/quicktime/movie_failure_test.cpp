@@ -104,8 +104,7 @@ TEST_F(MovieFailure, EveryCallIsAskedForItsResult) {
       if (call == kClose && (fault == kHalf || fault == kNothing)) continue;
       SCOPED_TRACE(testing::Message() << call << " " << fault);
       tvx::test::WriteFile(name, "the one before");
-      int told = 0;
-      calls = 0;
+      int told = calls = 0;
       faultyCall = call;
       result = fault;
       try {

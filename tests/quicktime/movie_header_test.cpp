@@ -113,10 +113,10 @@ TEST_F(MovieHeaderTest, NumbersAreLongOnlyWhereTheyMustBe) {
 
 // Chunks of about a second, the last one shorter.
 TEST_F(MovieHeaderTest, ChunksLastAboutASecondAndHoldEverySample) {
+  using Row = std::tuple<int, double, int>;
   for (const auto& [count, seconds, perChunk] :
-       {std::tuple(1, 0.1, 1), std::tuple(9, 0.9, 9), std::tuple(11, 1.1, 10),
-        std::tuple(30, 1.01, 30), std::tuple(30, 1.1, 28), std::tuple(30, -5.0, 30),
-        std::tuple(30, 100.0, 1)}) {
+       {Row(1, 0.1, 1), Row(9, 0.9, 9), Row(11, 1.1, 10), Row(30, 1.01, 30), Row(30, 1.1, 28),
+        Row(30, -5.0, 30), Row(30, 100.0, 1)}) {
     CodedFrames frames;
     for (int i = 0; i < count; ++i) {
       frames.push_back({std::string(1 + i * 37 % 101, static_cast<char>('a' + i)), i % 4 == 0});

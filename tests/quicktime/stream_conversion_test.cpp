@@ -52,15 +52,12 @@ CodedFrames Frames(const std::string& notation) {
   bool isOther = true;
   std::istringstream tokens(notation);
   for (std::string token; tokens >> token;) {
-    if (token == "/") {
-      frames.push_back({frames.size() % 2 != 0 ? "junk" : ""});
-    } else if (token == "*") {
-      frames.back().isKey = true;
-    } else {
-      isOther = !isOther;
-      frames.back().payload += (isOther ? "\0\0\1"s : "\0\0\0\1"s) + Unit(token);
-      if (isOther) frames.back().payload += "\0\0\0\0\0\1"s;
-    }
+    if (token == "/") frames.push_back({frames.size() % 2 != 0 ? "junk" : ""});
+    if (token == "*") frames.back().isKey = true;
+    if (token == "/" || token == "*") continue;
+    isOther = !isOther;
+    frames.back().payload +=
+        isOther ? kCode + Unit(token) + "\0\0\0"s + kCode : "\0"s + kCode + Unit(token);
   }
   return frames;
 }
@@ -68,17 +65,16 @@ CodedFrames Frames(const std::string& notation) {
 // The record of a movie that holds these sets, each behind its length. Only that of a High profile
 // ends in chroma format and depths.
 std::string Record(const std::string& held) {
-  std::string sets[2];
-  char counts[2] = {'\xE0', 0};
+  std::string sets[] = {"\xE0", "\0"s};
   std::istringstream names(held);
   for (std::string name; names >> name;) {
     const std::string& set = Unit(name);
-    const bool isPicture = set[0] == '\x68';
-    ++counts[isPicture];
-    sets[isPicture] += {static_cast<char>(set.size() >> 8), static_cast<char>(set.size())};
-    sets[isPicture] += set;
+    std::string& list = sets[set[0] == '\x68'];
+    ++list[0];
+    list += {static_cast<char>(set.size() >> 8), static_cast<char>(set.size())};
+    list += set;
   }
-  return "\1" + sets[0].substr(3, 3) + "\xFF" + counts[0] + sets[0] + counts[1] + sets[1] +
+  return "\1" + sets[0].substr(4, 3) + "\xFF" + sets[0] + sets[1] +
          (held.find('H') != std::string::npos ? "\xFE\xF9\xF8\0"s : "");
 }
 
