@@ -10,8 +10,7 @@ class RetryTest(SpeedTest):
                           'case $FILE in *mail-3-*) exit 0 ;; esac\n'
                           '[ -e "$FILE.tried" ] || { touch "$FILE.tried"; exit 7; }\n'
                           'until [ -e asked ]; do sleep 0.2; done; rm "$FILE.tried"')
-        run = self.start_host(*events(1, 2), "wait idle", "wait 90", *events(3), "wait delivered 3",
-                              speed=60)
+        run = self.start_host(*events(1, 2), "wait idle", "wait 90", *events(3), "wait delivered 3", speed=60)
         run.read_until(3, text="event document")
         (self.folder / "asked").touch()
         statuses = run.finish().statuses()
