@@ -17,7 +17,7 @@ inline test::Exports LoadedExports(const char* path) {
   void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
   if (library == nullptr) throw std::runtime_error(dlerror());
   const auto find = [&](const char* name) {
-    return reinterpret_cast<test::Export>(dlsym(library, name));
+    return reinterpret_cast<test::Export*>(dlsym(library, name));
   };
   return {find("Load"),  find("Open"), find("Close"), find("Read"),
           find("Write"), find("Seek"), find("IOCTL"), find("Unload")};

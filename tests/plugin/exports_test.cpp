@@ -18,7 +18,7 @@ namespace {
 // Calls one with a result record full of a pattern. The offsets of the words that no longer hold it.
 using Offsets = std::vector<std::size_t>;
 template <typename Request>
-Offsets Written(test::Export function, Request request, unsigned char* bytes = nullptr) {
+Offsets Written(test::Export* function, Request request, unsigned char* bytes = nullptr) {
   alignas(void*) unsigned char own[96];
   if (bytes == nullptr) bytes = own;
   std::memset(bytes, 0x5A, sizeof(own));
@@ -42,6 +42,10 @@ TEST_F(ExportsTest, WriteTheListedBytesAndNothingElse) {
   host_.Answer(HostCommand::ChannelMessage, 1, 0);
   const test::Exports call = test::LinkedExports();
   unsigned char capabilities[96];
+  Written(call.Load, LoadRequest{{}, 4711, &test::FakeHost::Entry});
+  Written(call.Unload, ReadRequest{});
+  TheProcessChannel().RunProgram({"./curl"});
+  EXPECT_TRUE(host_.Chunks().empty()) << "a host that has unloaded is sent nothing";
   Written(call.Load, LoadRequest{{}, 4711, &test::FakeHost::Entry}, capabilities);
   const unsigned char expected[64] = {
       0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0x5A, 0, 0, 0x0C, 0,    0x6C, 0,    0,    2,
@@ -67,8 +71,6 @@ TEST_F(ExportsTest, WriteTheListedBytesAndNothingElse) {
     EXPECT_EQ(Written(call.Open, ReadRequest{}), (Offsets{8, 12}));
     EXPECT_EQ(Written(call.Unload, ReadRequest{}), (Offsets{8}));
   }
-  TheProcessChannel().RunProgram({"./curl"});
-  EXPECT_TRUE(host_.Chunks().empty()) << "a host that has unloaded is sent nothing";
 }
 
 TEST_F(ExportsTest, WriteTellsFramesEventsAndTicksApart) {

@@ -55,8 +55,7 @@ int FakeHost::Take(HostRequest& request, HostReply& reply) {
 }
 
 const void* FakeHost::Lend(std::string_view bytes) {
-  std::unique_ptr<char[]> buffer(new char[bytes.size()]);
-  bytes.copy(buffer.get(), bytes.size());
+  std::unique_ptr<char[]> buffer = CopyOf(bytes);
   const void* const handle = buffer.get();
   const std::lock_guard<std::mutex> lock(mutex_);
   lent_.emplace(handle, std::move(buffer));

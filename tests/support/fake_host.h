@@ -54,6 +54,13 @@ struct Crossing {
   const bool before;
 };
 
+// A block of exactly this size, so that reading beyond it is noticed.
+inline std::unique_ptr<char[]> CopyOf(std::string_view bytes) {
+  std::unique_ptr<char[]> copy(new char[bytes.size()]);
+  bytes.copy(copy.get(), bytes.size());
+  return copy;
+}
+
 class FakeHost {
  public:
   // CountsOnly: nothing is kept and no lock is taken, for measurements.
@@ -63,8 +70,6 @@ class FakeHost {
     if (std::exchange(current_, this) != nullptr) throw std::logic_error("two fake hosts at once");
   }
   ~FakeHost() { current_ = nullptr; }
-  FakeHost(const FakeHost&) = delete;
-  FakeHost& operator=(const FakeHost&) = delete;
 
   // What the plug-in gets in Load.
   static int Entry(HostRequest* request, HostReply* reply) {
@@ -98,10 +103,7 @@ class FakeHost {
   // before it has answered. TakeBack: it was refused.
   const void* Lend(std::string_view bytes = {});
   void TakeBack(const void* handle);
-  std::size_t FramesOut() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return lent_.size();
-  }
+  std::size_t FramesOut() const { return Locked(lent_).size(); }
   std::uint32_t FramesReleased() const { return framesReleased_; }
 
   // What was against the rules of the border: a request of the wrong form (size, version, module,
@@ -152,7 +154,7 @@ class FakeHost {
   mutable std::condition_variable changed_;
   std::vector<LogLine> log_;
   std::vector<SentDocument> documents_;
-  std::map<const void*, std::unique_ptr<char[]>> lent_;
+  std::map<const void*, std::shared_ptr<char[]>> lent_;
   std::vector<SentChunk> chunks_;
   std::vector<std::string> problems_;
   std::map<HostCommand, std::pair<int, std::uint32_t>> answers_;

@@ -104,11 +104,10 @@ class FakePrograms {
   }
 
   void Run(const Launch& launch) {
-    std::function<ProgramEnd(const Launch&)> run;
-    {
+    const auto run = [this] {
       const std::lock_guard<std::mutex> lock(mutex_);
-      run = run_;
-    }
+      return run_;
+    }();
     const ProgramEnd end = run ? run(launch) : ProgramEnd{};
     const auto report = [&](std::uint32_t kind, std::uint32_t word, const std::string& text = {}) {
       deliver_(MakeReport(launch.request, kind, word, text));

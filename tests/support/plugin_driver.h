@@ -20,23 +20,15 @@
 #include "host/host_records.h"
 #include "support/fake_host.h"
 
-extern "C" {
-int Load(void* request, void* result);
-int Open(void* request, void* result);
-int Close(void* request, void* result);
-int Read(void* request, void* result);
-int Write(void* request, void* result);
-int Seek(void* request, void* result);
-int IOCTL(void* request, void* result);
-int Unload(void* request, void* result);
+namespace tvx::test {
+using Export = int(void* request, void* result);
 }
+extern "C" tvx::test::Export Load, Open, Close, Read, Write, Seek, IOCTL, Unload;
 
 namespace tvx::test {
 
-using Export = int (*)(void* request, void* result);
-
 struct Exports {
-  Export Load, Open, Close, Read, Write, Seek, Ioctl, Unload;
+  Export *Load, *Open, *Close, *Read, *Write, *Seek, *Ioctl, *Unload;
 };
 
 // Those of the core that the program is linked with.
@@ -54,8 +46,6 @@ class PluginDriver {
     Close();
     Unload();
   }
-  PluginDriver(const PluginDriver&) = delete;
-  PluginDriver& operator=(const PluginDriver&) = delete;
 
   void Open() { CallSafely<OpenResult>("Open", exports_.Open, ReadRequest{}); }
   void Update(std::string_view document) { Control(ControlCode::Update, document); }
@@ -64,7 +54,7 @@ class PluginDriver {
   bool Tick() { return WriteRecord(Record(32, kModuleId), {}).hasMemory; }
   // IOCTL; the payload is copied into a block of exactly its size first.
   void Control(ControlCode code, std::string_view payload = {}) {
-    const auto copy = Copy(payload);
+    const auto copy = CopyOf(payload);
     const auto length = static_cast<std::uint32_t>(payload.size());
     CallSafely<IoctlResult>("IOCTL", exports_.Ioctl,
                             IoctlRequest{{}, code, {}, length, copy.get()});
@@ -91,7 +81,7 @@ class PluginDriver {
   };
   Written WriteRecord(WriteRequest record, std::string_view payload, bool noData = false) {
     const bool isFrame = record.kind == RecordKind::Frame && !noData;
-    const auto copy = isFrame ? nullptr : Copy(payload);
+    const auto copy = isFrame ? nullptr : CopyOf(payload);
     record.length = static_cast<std::uint32_t>(payload.size());
     record.data = isFrame ? host_.Lend(payload) : noData ? nullptr : copy.get();
     const auto [hasMemory, result] = Call<WriteResult>("Write", exports_.Write, record);
@@ -126,16 +116,9 @@ class PluginDriver {
   const Exports& Functions() const { return exports_; }
 
  private:
-  // A block of exactly this size, so that reading beyond it is noticed.
-  static std::unique_ptr<char[]> Copy(std::string_view bytes) {
-    std::unique_ptr<char[]> copy(new char[bytes.size()]);
-    bytes.copy(copy.get(), bytes.size());
-    return copy;
-  }
-
   // False when there was no memory.
   template <typename Result, typename Request>
-  std::pair<bool, Result> Call(const char* name, Export function, Request request) {
+  std::pair<bool, Result> Call(const char* name, Export* function, Request request) {
     Result result{};
     try {
       const Crossing in(true);
@@ -149,7 +132,7 @@ class PluginDriver {
   }
 
   template <typename Result, typename Request>
-  void CallSafely(const char* name, Export function, Request request) {
+  void CallSafely(const char* name, Export* function, Request request) {
     if (!Call<Result>(name, function, request).first) {
       host_.AddProblem("no memory ended " + std::string(name));
     }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <boost/algorithm/string.hpp>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -11,14 +12,9 @@
 
 namespace tvx::test {
 
-inline std::string WithoutBlanksAround(std::string text) {
-  text.erase(text.find_last_not_of(' ') + 1);
-  return text.erase(0, text.find_first_not_of(' '));
-}
-
 // A cell: blanks around it are none of it; "\r", "\n" and "\\" mean what they mean in C++.
 inline std::string Cell(std::string text) {
-  text = WithoutBlanksAround(text);
+  text = boost::trim_copy_if(text, boost::is_any_of(" "));
   for (std::size_t at = 0; (at = text.find('\\', at)) != std::string::npos; ++at) {
     const char c = text[at + 1];
     text.replace(at, 2, 1, c == 'r' ? '\r' : c == 'n' ? '\n' : c);
@@ -68,7 +64,9 @@ void ExpectRows(Function function, std::string table) {
     for (std::size_t from = at + 2, end = 0; end != std::string::npos; from = end + 3) {
       end = each.find(" & ", from);
       const std::string input = Cell(each.substr(from, end - from));
-      EXPECT_EQ(WithoutBlanksAround(function(input)), Cell(each.substr(0, at))) << input;
+      EXPECT_EQ(boost::trim_copy_if(std::string(function(input)), boost::is_any_of(" ")),
+                Cell(each.substr(0, at)))
+          << input;
     }
   }
 }
