@@ -7,6 +7,7 @@ it into a mov: what a player cannot play there either is marked.
 """
 import argparse
 import base64
+import contextlib
 import email
 import email.policy
 import http.server
@@ -224,6 +225,7 @@ video.onloadeddata = async () => {
     const sought = new Promise(done => video.onseeked = done);
     video.currentTime = video.duration * (at + 0.5) / COUNT;
     await sought;
+    await new Promise(done => setTimeout(done, 40));  // it is painted a moment later
     pen.drawImage(video, 0, 0, WIDTH, HEIGHT);
     let number = 0;
     for (let bit = 0; bit < BITS; bit++) {
@@ -259,7 +261,8 @@ class Page:
                 self.send_header("Accept-Ranges", "bytes")
                 self.send_header("Content-Length", str(len(body)))
                 self.end_headers()
-                self.wfile.write(body)
+                with contextlib.suppress(ConnectionError):  # a browser may want no more of it
+                    self.wfile.write(body)
 
             def do_POST(self):
                 owner.numbers = json.loads(self.rfile.read(int(self.headers["Content-Length"])))
