@@ -31,7 +31,7 @@ GATE, YARD = 66049, 66305
 DOTS = "Between the dots.\r\n.\r\n..\r\n.leading\r\n"
 MESSAGES = [  # subject, body, cameras
     ("plain text", "Video Motion at Gate.\r\n", []),
-    ("non-ASCII Tür", "Tür geöffnet – Büro Süd, 日本.\r\n", []),
+    ("non-ASCII Tür", "Tür geöffnet – Büro Süd.\r\n", []),
     ("long lines", "Look. " * 1000 + "\r\n", []),
     ("dots", DOTS, []),
     ("one movie", "Video Motion at Gate.\r\n", [GATE]),
@@ -346,7 +346,7 @@ def filter_scores(options):
     rows = []
     view.shell("printf 'use_dcc 0\\n' >/etc/spamassassin/local.cf; "
                "printf 'dns { nameserver = [\"127.0.0.1:9\"]; timeout = 0.1s; retransmits = 0; }\\n'"
-               " >/etc/rspamd/override.d/options.inc; sed 's/^/#/' -i /etc/rspamd/modules.d/rbl.conf")
+               " >/etc/rspamd/override.d/options.inc; printf 'enabled = false;\n' | tee /etc/rspamd/override.d/rbl.conf >/etc/rspamd/override.d/hfilter.conf")
     daemon = view.start("sh", "-c", "mkdir -p /run/rspamd; chown _rspamd /run/rspamd; "
                         "exec rspamd -f -u _rspamd -g _rspamd", log=view.folder / "log")
     try:
