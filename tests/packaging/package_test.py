@@ -59,7 +59,9 @@ class PackageTest(road.RoadTest):
             for speed in (), ("--speed", "10"):
                 run(prefix / "bin/notifypi", "host", "--event", "event.xml", *speed, cwd=self.folder)
         examples = self.installed / "share/doc/notifypi/examples"
-        run("gcc", "-m32", "-Werror", "-o", self.top / "sample", examples / "sample_host.c", "-ldl")
+        sanitize = os.environ["NOTIFYPI_SANITIZE"]
+        run("gcc", "-m32", "-Werror", *([f"-fsanitize={sanitize}"] if sanitize else []), "-o",
+            self.top / "sample", examples / "sample_host.c", "-ldl")
         run(self.top / "sample", self.installed / BINARIES[1], "event.xml", cwd=self.folder)
         self.assertEqual([it.rcpt_tos for it in server.received()], [["guard@example.com"]] * 7)
 
