@@ -23,7 +23,7 @@ void Cut(benchmark::State& state, std::uint32_t groups) {
   std::uint32_t tick = 0;
   for (std::uint32_t i = 0; i < groups * kFramesPerGroup; ++i, tick += kFrameMs) {
     const std::uint32_t type = i % kFramesPerGroup == 0 ? kKeyFrame : 0;
-    history.Add({tick, type, 0, std::make_shared<FrameData>(&history, 1000)}, bin);
+    history.Add({tick, type, 0, std::make_shared<FrameData>(&history, 1000)}, nullptr, bin);
   }
   const auto seconds = static_cast<std::int32_t>(tick / 1000 + 1);
   for (auto _ : state) {
