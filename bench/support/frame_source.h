@@ -1,7 +1,7 @@
 // The cameras of a host: frames of many streams in turn, pushed into the plug-in's Write.
 //
-// The plug-in keeps references and looks into no payload, so the buffers need not hold video; a
-// buffer may be handed over again while it is still out, which the plug-in cannot tell.
+// The plug-in keeps references and looks for headers at the beginning of key frames alone, so the
+// buffers need not hold video; a buffer may be handed over again while it is still out, which the plug-in cannot tell.
 #pragma once
 
 #include <cstddef>

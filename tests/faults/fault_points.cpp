@@ -125,9 +125,6 @@ REPLACE(Write, ENOSPC, -1, ssize_t, write, (int file, const void* bytes, std::si
         (file, bytes, count), true)
 REPLACE(Write, ENOSPC, -1, ssize_t, writev, (int file, const iovec* pieces, int count),
         (file, pieces, count), true)
-REPLACE(Write, ENOSPC, -1, ssize_t, pwrite64,
-        (int file, const void* bytes, std::size_t count, off64_t at), (file, bytes, count, at),
-        true)
 REPLACE(Open, ENOSPC, -1, int, mkdir, (const char* path, mode_t mode), (path, mode), false)
 REPLACE(Open, EMFILE, nullptr, std::FILE*, fopen64, (const char* path, const char* mode),
         (path, mode), true)

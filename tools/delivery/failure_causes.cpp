@@ -48,7 +48,8 @@ constexpr FailureCause kCauses[] = {
     {"64", "", "", "The server does not offer STARTTLS.",
      "Set \"UseSSL\" to 1 where the port is 465, or to 0 if nobody can listen on the way."},
     {"67", "login", "4xx", "The server cannot check logins just now.",
-     "Send again later, and tell who runs the server: the plug-in gives such a mail up."},
+     "Send again later, and tell who runs the server: "
+     "without standard delivery such a mail is given up."},
     {"67", "", "", "The server refuses the user name or the password.",
      "Set both in \"Authentication\"; some providers want a password made for programs."},
     {"", "", "421", "The server is too busy, or about to stop.",

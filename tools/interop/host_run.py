@@ -1,4 +1,5 @@
 """The plug-in in the simulated host, for interoperability runs: documents in, mails and verdicts out."""
+import argparse
 import json
 import os
 import pathlib
@@ -17,6 +18,19 @@ status=$?
 echo "$status" >"{kept}/$name.status"
 exit "$status"
 """
+
+
+def read_options(about, only):
+    """command, work, shared (of both sides of overlays, below work) and only, which is told so."""
+    parser = argparse.ArgumentParser(description=about.splitlines()[0])
+    parser.add_argument("--command", type=pathlib.Path, required=True, help="the notifypi command")
+    parser.add_argument("--work", type=pathlib.Path, required=True, help="folder for everything")
+    parser.add_argument("--only", default="", help=only)
+    options = parser.parse_args()
+    options.command, options.work = options.command.resolve(), options.work.resolve()
+    options.shared = options.work / "shared"
+    options.shared.mkdir(parents=True, exist_ok=True)
+    return options
 
 
 def text(content):

@@ -5,7 +5,6 @@ are fed to the plug-in at once; one event cuts a clip of each. For each player, 
 pictures it showed, in order and without a gap. Beside each clip stands the same stream as ffmpeg puts
 it into a mov: what a player cannot play there either is marked.
 """
-import argparse
 import base64
 import contextlib
 import email
@@ -305,17 +304,10 @@ def describe(movie):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--command", type=pathlib.Path, required=True, help="the notifypi command")
-    parser.add_argument("--work", type=pathlib.Path, required=True, help="folder for everything")
-    parser.add_argument("--only", default="", help="streams whose name has this in it")
-    options = parser.parse_args()
+    options = host_run.read_options(__doc__, only="streams whose name has this in it")
     for name in [it for it in STREAMS if options.only not in it]:
         del STREAMS[name]
-    options.command, options.work = options.command.resolve(), options.work.resolve()
-    options.shared = options.work / "shared"
-    for folder in (options.shared, options.work / "streams"):
-        folder.mkdir(parents=True, exist_ok=True)
+    (options.work / "streams").mkdir(exist_ok=True)
     view = Overlay(options.work / "players", options.shared)
     versions = view.install("ffmpeg", "gstreamer1.0-tools", "gstreamer1.0-libav",
                             "gstreamer1.0-plugins-good", "gstreamer1.0-plugins-base", "mpv", "vlc-bin",

@@ -3,7 +3,6 @@
 For each server, way of connecting and layout, prints what became of each kind of message, and then
 what readers and spam filters say. Each server is the distribution's, in an overlay of its own.
 """
-import argparse
 import email
 import email.header
 import email.policy
@@ -356,9 +355,8 @@ def filter_scores(options):
                 shown = options.shared / "message.eml"
                 shutil.copy(path, shown)
                 with open(shown, "rb") as message:
-                    assassin = subprocess.run(
-                        view._command(["spamassassin", "-L", "-t"]), stdin=message,
-                        capture_output=True, check=False).stdout.decode(errors="replace")
+                    assassin = view.run("spamassassin", "-L", "-t", stdin=message,
+                                        check=False).stdout
                 score = re.search(r"score=(-?[0-9.]+)", assassin)
                 rules = re.search(r"tests=([A-Z0-9_,\s]+)", assassin)
                 answer = view.run("rspamc", "-h", "127.0.0.1:11334", *CLIENT,
@@ -394,14 +392,7 @@ def reader_rows(options):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--command", type=pathlib.Path, required=True, help="the notifypi command")
-    parser.add_argument("--work", type=pathlib.Path, required=True, help="folder for everything")
-    parser.add_argument("--only", default="", help="servers whose name has this in it")
-    options = parser.parse_args()
-    options.command, options.work = options.command.resolve(), options.work.resolve()
-    options.shared = options.work / "shared"
-    options.shared.mkdir(parents=True, exist_ok=True)
+    options = host_run.read_options(__doc__, only="servers whose name has this in it")
     make_certificate(options.shared)
     options.video = options.work / "video.mp4"
     subprocess.run(["ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i",
